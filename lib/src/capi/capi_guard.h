@@ -1,0 +1,59 @@
+// The boundary wrapper every VLM entry point goes through.
+//
+// It checks the handle (NULL -> VLM_ERROR_NULL_ARGUMENT, nothing recorded), runs the body, and
+// turns the outcome into a code: a failed Status records its message on the object; bad_alloc
+// becomes VLM_ERROR_OUT_OF_MEMORY and any other exception VLM_ERROR_INTERNAL with its text.
+// No exception leaves an entry point.
+#pragma once
+
+#include <exception>
+#include <new>
+#include <string>
+
+#include "capi/handles.h"
+#include "core/error_state.h"
+#include "core/status.h"
+
+namespace vlm::capi {
+
+template <class Body>
+int run_guarded(ErrorState& errors, Body&& body) noexcept {
+  try {
+    Status status = body();
+    if (!status.ok()) errors.record(status);
+    return status.code();
+  } catch (const std::bad_alloc&) {
+    try {
+      errors.record(std::string("Out of memory"));
+    } catch (...) {
+    }
+    return VLM_ERROR_OUT_OF_MEMORY;
+  } catch (const std::exception& e) {
+    try {
+      errors.record(std::string("Internal error: ") + e.what());
+    } catch (...) {
+    }
+    return VLM_ERROR_INTERNAL;
+  } catch (...) {
+    try {
+      errors.record(std::string("Internal error"));
+    } catch (...) {
+    }
+    return VLM_ERROR_INTERNAL;
+  }
+}
+
+// Runs `body(vlm::Env&) -> Status` for an environment handle.
+template <class Body>
+int env_call(VLMenv* env, Body&& body) noexcept {
+  if (env == nullptr) return VLM_ERROR_NULL_ARGUMENT;
+  return run_guarded(env->env.errors(), [&] { return body(env->env); });
+}
+
+// A NULL pointer argument other than the handle: a failure recorded on the object.
+inline Status require(const void* p, const char* what) {
+  if (p != nullptr) return Status::Ok();
+  return Status(VLM_ERROR_NULL_ARGUMENT, std::string("Argument '") + what + "' is NULL");
+}
+
+}  // namespace vlm::capi

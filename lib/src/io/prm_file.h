@@ -1,0 +1,18 @@
+// Parameter files (.prm): one "Name value" pair per line; '#' starts a comment line.
+#pragma once
+
+#include <string>
+
+#include "core/status.h"
+#include "params/param_set.h"
+
+namespace vlm::io {
+
+// Applies the settings of `filename` to `params`. On failure `params` may hold part of the
+// file: callers read into a scratch copy. Errors name the file and the line.
+Status read_params(const std::string& filename, ParamSet& params);
+
+// Writes the non-default settings of `params`, one per line, in table order.
+Status write_params(const std::string& filename, const ParamSet& params);
+
+}  // namespace vlm::io
