@@ -12,6 +12,8 @@
 #ifndef VELMOR_C_H
 #define VELMOR_C_H
 
+#include <stddef.h>
+
 #include "velmor_codes.h"
 
 #if defined(_WIN32)
@@ -177,7 +179,349 @@ VLM_API int VLMfixtuneparam(VLMenv *env, const char *paramname);
 VLM_API int VLMgetparamhelp(VLMenv *env, const char *paramname, const char **helpP);
 
 /* ---------------------------------------------------------------------------------------
- * Attribute names (the attribute engine on models comes with models)
+ * Models: lifecycle and update
+ *
+ * A model holds its own copy of the environment it was created in (VLMgetenv). Additions,
+ * deletions, attribute writes and coefficient changes are queued and take effect at
+ * VLMupdatemodel (which the solving and writing calls run first); reads show the model as of
+ * the last update. With the UpdateMode parameter at 1 (the default), a new element may be
+ * referred to by its future index (the count after the update, in order of addition) before
+ * the update. Indices are 0-based.
+ * ------------------------------------------------------------------------------------- */
+
+/* Creates a model named `Pname` (NULL for "") with `numvars` initial variables; the arrays
+ * obj, lb, ub, vtype and varnames may each be NULL for defaults (0, 0, infinity, 'C', default
+ * names). `*modelP` receives the model or NULL. Failure is recorded on `env`. */
+VLM_API int VLMnewmodel(VLMenv *env, VLMmodel **modelP, const char *Pname, int numvars,
+                        const double *obj, const double *lb, const double *ub,
+                        const char *vtype, const char *const *varnames);
+
+/* A copy of the model as of its last update, with its own copy of the environment. NULL on
+ * failure (message on `model`). */
+VLM_API VLMmodel *VLMcopymodel(VLMmodel *model);
+
+/* Frees a model. NULL is ignored; returns 0. */
+VLM_API int VLMfreemodel(VLMmodel *model);
+
+/* The model's own environment (owned by the model; never free it). NULL for NULL. */
+VLM_API VLMenv *VLMgetenv(VLMmodel *model);
+
+/* The last error message recorded on the model ("" if none; never NULL). */
+VLM_API const char *VLMgetmerrormsg(VLMmodel *model);
+
+/* Applies every queued change. Fails, leaving the model as it was, when a queued change is
+ * invalid (for example an index that does not exist after the update). */
+VLM_API int VLMupdatemodel(VLMmodel *model);
+
+/* Discards solution information; with `clearall` 1 also starts, hints and other inputs that
+ * only guide the solver. */
+VLM_API int VLMreset(VLMmodel *model, int clearall);
+
+/* Installs (or, with NULL, removes) the log callback of the model's own environment. */
+VLM_API int VLMsetlogcallbackfunc(VLMmodel *model, VLMlogcallback cb, void *usrdata);
+
+/* ---------------------------------------------------------------------------------------
+ * Building: variables, linear, range, quadratic and SOS constraints
+ *
+ * Coefficients must be finite; bounds use +-VLM_INFINITY (or beyond) for infinite. Variable
+ * types: 'C', 'B', 'I', 'S' (semi-continuous), 'N' (semi-integer). Senses: '<', '>', '='.
+ * Names may be NULL (default names "C0", "R0", "QC0", "GC0" by final index).
+ * ------------------------------------------------------------------------------------- */
+
+/* One variable with `numnz` coefficients in existing constraints (vind, vval; may be NULL when
+ * numnz is 0). */
+VLM_API int VLMaddvar(VLMmodel *model, int numnz, const int *vind, const double *vval,
+                      double obj, double lb, double ub, char vtype, const char *varname);
+
+/* `numvars` variables; column j's coefficients are vind/vval[vbeg[j] .. vbeg[j+1]) (the last
+ * up to numnz). Arrays other than vbeg/vind/vval may be NULL for defaults. */
+VLM_API int VLMaddvars(VLMmodel *model, int numvars, int numnz, const int *vbeg,
+                       const int *vind, const double *vval, const double *obj,
+                       const double *lb, const double *ub, const char *vtype,
+                       const char *const *varnames);
+
+/* One linear constraint sum(cval[k] x[cind[k]]) sense rhs. */
+VLM_API int VLMaddconstr(VLMmodel *model, int numnz, const int *cind, const double *cval,
+                         char sense, double rhs, const char *constrname);
+
+/* `numconstrs` linear constraints in compressed-row form (cbeg, cind, cval). */
+VLM_API int VLMaddconstrs(VLMmodel *model, int numconstrs, int numnz, const int *cbeg,
+                          const int *cind, const double *cval, const char *sense,
+                          const double *rhs, const char *const *constrnames);
+
+/* lower <= sum(cval[k] x[cind[k]]) <= upper, stored as the equality
+ * sum(...) - s = lower with a new slack variable s in [0, upper - lower] named "Rg" + the
+ * constraint's name. The slack is one more variable after the update. */
+VLM_API int VLMaddrangeconstr(VLMmodel *model, int numnz, const int *cind, const double *cval,
+                              double lower, double upper, const char *constrname);
+
+/* lin + sum(qval[k] x[qrow[k]] x[qcol[k]]) sense rhs. */
+VLM_API int VLMaddqconstr(VLMmodel *model, int numlnz, const int *lind, const double *lval,
+                          int numqnz, const int *qrow, const int *qcol, const double *qval,
+                          char sense, double rhs, const char *QCname);
+
+/* `numsos` SOS constraints of types (1 or 2); members of set i are ind/weight[beg[i] ..). */
+VLM_API int VLMaddsos(VLMmodel *model, int numsos, int nummembers, const int *types,
+                      const int *beg, const int *ind, const double *weight);
+
+/* Adds terms to the quadratic objective (sum qval[k] x[qrow[k]] x[qcol[k]]). */
+VLM_API int VLMaddqpterms(VLMmodel *model, int numqnz, const int *qrow, const int *qcol,
+                          const double *qval);
+
+/* Removes every quadratic objective term. */
+VLM_API int VLMdelq(VLMmodel *model);
+
+/* Sets coefficient (cind[k], vind[k]) to val[k]; 0 removes it. */
+VLM_API int VLMchgcoeffs(VLMmodel *model, int cnt, const int *cind, const int *vind,
+                         const double *val);
+
+/* Deletion of elements by index (duplicates and already-queued deletions are harmless).
+ * Deleting a variable removes it from every constraint, SOS, general constraint and
+ * objective that mentions it; a general constraint whose result variable is deleted goes too. */
+VLM_API int VLMdelvars(VLMmodel *model, int numdel, const int *ind);
+VLM_API int VLMdelconstrs(VLMmodel *model, int numdel, const int *ind);
+VLM_API int VLMdelqconstrs(VLMmodel *model, int numdel, const int *ind);
+VLM_API int VLMdelsos(VLMmodel *model, int numdel, const int *ind);
+VLM_API int VLMdelgenconstrs(VLMmodel *model, int numdel, const int *ind);
+
+/* ---------------------------------------------------------------------------------------
+ * Reading the model back (as of the last update)
+ *
+ * Two-call pattern: pass NULL arrays to learn the count in *numnzP, then arrays that large.
+ * ------------------------------------------------------------------------------------- */
+
+/* The coefficient of variable `var` in constraint `constr` (0 when absent). */
+VLM_API int VLMgetcoeff(VLMmodel *model, int constr, int var, double *valP);
+
+/* Rows start .. start+len-1 in compressed-row form; cbeg has `len` entries. */
+VLM_API int VLMgetconstrs(VLMmodel *model, int *numnzP, int *cbeg, int *cind, double *cval,
+                          int start, int len);
+VLM_API int VLMXgetconstrs(VLMmodel *model, size_t *numnzP, size_t *cbeg, int *cind,
+                           double *cval, int start, int len);
+
+/* Columns start .. start+len-1 in compressed-column form. */
+VLM_API int VLMgetvars(VLMmodel *model, int *numnzP, int *vbeg, int *vind, double *vval,
+                       int start, int len);
+VLM_API int VLMXgetvars(VLMmodel *model, size_t *numnzP, size_t *vbeg, int *vind,
+                        double *vval, int start, int len);
+
+/* The quadratic objective terms, each pair once with qrow <= qcol. */
+VLM_API int VLMgetq(VLMmodel *model, int *numqnzP, int *qrow, int *qcol, double *qval);
+
+/* One quadratic constraint: its linear part and its quadratic terms. */
+VLM_API int VLMgetqconstr(VLMmodel *model, int qconstr, int *numlnzP, int *lind, double *lval,
+                          int *numqnzP, int *qrow, int *qcol, double *qval);
+
+/* SOS start .. start+len-1: types, member lists (beg has `len` entries). */
+VLM_API int VLMgetsos(VLMmodel *model, int *nummembersP, int *sostype, int *beg, int *ind,
+                      double *weight, int start, int len);
+
+/* Index of the element with this name in *indexP, or -1 when none has it. */
+VLM_API int VLMgetvarbyname(VLMmodel *model, const char *name, int *indexP);
+VLM_API int VLMgetconstrbyname(VLMmodel *model, const char *name, int *indexP);
+VLM_API int VLMgetqconstrbyname(VLMmodel *model, const char *name, int *indexP);
+VLM_API int VLMgetgenconstrbyname(VLMmodel *model, const char *name, int *indexP);
+
+/* ---------------------------------------------------------------------------------------
+ * General constraints
+ *
+ * Types are the GENCONSTR codes: MAX 0, MIN 1, ABS 2, AND 3, OR 4, NORM 5, INDICATOR 6, PWL 7,
+ * POLY 8, EXP 9, EXPA 10, LOG 11, LOGA 12, POW 13, SIN 14, COS 15, TAN 16, LOGISTIC 17.
+ * `options` of the function constraints is NULL or a text of "Name=value" words among
+ * FuncPieces, FuncPieceError, FuncPieceLength, FuncPieceRatio and FuncNonlinear.
+ * Readers follow the two-call pattern: NULL arrays report the lengths.
+ * ------------------------------------------------------------------------------------- */
+
+/* resvar = max(vars..., constant) / min(...). */
+VLM_API int VLMaddgenconstrMax(VLMmodel *model, const char *name, int resvar, int nvars,
+                               const int *vars, double constant);
+VLM_API int VLMaddgenconstrMin(VLMmodel *model, const char *name, int resvar, int nvars,
+                               const int *vars, double constant);
+/* resvar = |argvar|. */
+VLM_API int VLMaddgenconstrAbs(VLMmodel *model, const char *name, int resvar, int argvar);
+/* Binary resvar = AND / OR of binary vars. */
+VLM_API int VLMaddgenconstrAnd(VLMmodel *model, const char *name, int resvar, int nvars,
+                               const int *vars);
+VLM_API int VLMaddgenconstrOr(VLMmodel *model, const char *name, int resvar, int nvars,
+                              const int *vars);
+/* resvar = ||vars||_which with which 0, 1, 2 or VLM_INFINITY. */
+VLM_API int VLMaddgenconstrNorm(VLMmodel *model, const char *name, int resvar, int nvars,
+                                const int *vars, double which);
+/* binvar = binval (0 or 1) implies sum(val x[ind]) sense rhs. */
+VLM_API int VLMaddgenconstrIndicator(VLMmodel *model, const char *name, int binvar,
+                                     int binval, int nvars, const int *ind, const double *val,
+                                     char sense, double rhs);
+/* yvar = piecewise-linear function through (xpts[i], ypts[i]), xpts non-decreasing. */
+VLM_API int VLMaddgenconstrPWL(VLMmodel *model, const char *name, int xvar, int yvar,
+                               int npts, const double *xpts, const double *ypts);
+/* yvar = p[0] x^(plen-1) + ... + p[plen-1]. */
+VLM_API int VLMaddgenconstrPoly(VLMmodel *model, const char *name, int xvar, int yvar,
+                                int plen, const double *p, const char *options);
+VLM_API int VLMaddgenconstrExp(VLMmodel *model, const char *name, int xvar, int yvar,
+                               const char *options);
+/* yvar = a^x, a > 0. */
+VLM_API int VLMaddgenconstrExpA(VLMmodel *model, const char *name, int xvar, int yvar,
+                                double a, const char *options);
+VLM_API int VLMaddgenconstrLog(VLMmodel *model, const char *name, int xvar, int yvar,
+                               const char *options);
+/* yvar = log_a(x), a > 0, a != 1. */
+VLM_API int VLMaddgenconstrLogA(VLMmodel *model, const char *name, int xvar, int yvar,
+                                double a, const char *options);
+/* yvar = 1 / (1 + exp(-x)). */
+VLM_API int VLMaddgenconstrLogistic(VLMmodel *model, const char *name, int xvar, int yvar,
+                                    const char *options);
+/* yvar = x^a. */
+VLM_API int VLMaddgenconstrPow(VLMmodel *model, const char *name, int xvar, int yvar,
+                               double a, const char *options);
+VLM_API int VLMaddgenconstrSin(VLMmodel *model, const char *name, int xvar, int yvar,
+                               const char *options);
+VLM_API int VLMaddgenconstrCos(VLMmodel *model, const char *name, int xvar, int yvar,
+                               const char *options);
+VLM_API int VLMaddgenconstrTan(VLMmodel *model, const char *name, int xvar, int yvar,
+                               const char *options);
+
+/* Readers of general constraint `id`; each output may be NULL. */
+VLM_API int VLMgetgenconstrMax(VLMmodel *model, int id, int *resvarP, int *nvarsP, int *vars,
+                               double *constantP);
+VLM_API int VLMgetgenconstrMin(VLMmodel *model, int id, int *resvarP, int *nvarsP, int *vars,
+                               double *constantP);
+VLM_API int VLMgetgenconstrAbs(VLMmodel *model, int id, int *resvarP, int *argvarP);
+VLM_API int VLMgetgenconstrAnd(VLMmodel *model, int id, int *resvarP, int *nvarsP, int *vars);
+VLM_API int VLMgetgenconstrOr(VLMmodel *model, int id, int *resvarP, int *nvarsP, int *vars);
+VLM_API int VLMgetgenconstrNorm(VLMmodel *model, int id, int *resvarP, int *nvarsP, int *vars,
+                                double *whichP);
+VLM_API int VLMgetgenconstrIndicator(VLMmodel *model, int id, int *binvarP, int *binvalP,
+                                     int *nvarsP, int *ind, double *val, char *senseP,
+                                     double *rhsP);
+VLM_API int VLMgetgenconstrPWL(VLMmodel *model, int id, int *xvarP, int *yvarP, int *nptsP,
+                               double *xpts, double *ypts);
+VLM_API int VLMgetgenconstrPoly(VLMmodel *model, int id, int *xvarP, int *yvarP, int *plenP,
+                                double *p);
+VLM_API int VLMgetgenconstrExp(VLMmodel *model, int id, int *xvarP, int *yvarP);
+VLM_API int VLMgetgenconstrExpA(VLMmodel *model, int id, int *xvarP, int *yvarP, double *aP);
+VLM_API int VLMgetgenconstrLog(VLMmodel *model, int id, int *xvarP, int *yvarP);
+VLM_API int VLMgetgenconstrLogA(VLMmodel *model, int id, int *xvarP, int *yvarP, double *aP);
+VLM_API int VLMgetgenconstrLogistic(VLMmodel *model, int id, int *xvarP, int *yvarP);
+VLM_API int VLMgetgenconstrPow(VLMmodel *model, int id, int *xvarP, int *yvarP, double *aP);
+VLM_API int VLMgetgenconstrSin(VLMmodel *model, int id, int *xvarP, int *yvarP);
+VLM_API int VLMgetgenconstrCos(VLMmodel *model, int id, int *xvarP, int *yvarP);
+VLM_API int VLMgetgenconstrTan(VLMmodel *model, int id, int *xvarP, int *yvarP);
+
+/* ---------------------------------------------------------------------------------------
+ * Objectives beyond the variables' Obj attribute
+ * ------------------------------------------------------------------------------------- */
+
+/* Piecewise-linear objective of variable `var` through (x[i], y[i]), x non-decreasing;
+ * npoints 0 removes it (the variable's Obj is used again). */
+VLM_API int VLMsetpwlobj(VLMmodel *model, int var, int npoints, const double *x,
+                         const double *y);
+/* The PWL objective of `var`: *npointsP points (0 when it has none). */
+VLM_API int VLMgetpwlobj(VLMmodel *model, int var, int *npointsP, double *x, double *y);
+
+/* Objective number `index` (0 .. NumObj-1, NumObj grows as needed) of a multi-objective
+ * model: priority, weight, tolerances, constant, name and sparse linear coefficients. */
+VLM_API int VLMsetobjectiven(VLMmodel *model, int index, int priority, double weight,
+                             double abstol, double reltol, const char *name, double constant,
+                             int lnz, const int *lind, const double *lval);
+
+/* ---------------------------------------------------------------------------------------
+ * Attributes
+ *
+ * Names follow the case-insensitive rule. Unknown name: VLM_ERROR_UNKNOWN_ATTRIBUTE; wrong
+ * value type or element kind for the call: VLM_ERROR_INVALID_ARGUMENT; index out of range:
+ * VLM_ERROR_INDEX_OUT_OF_RANGE; a value that has no meaning yet (a solution attribute before
+ * a solve): VLM_ERROR_DATA_NOT_AVAILABLE ("Unable to retrieve attribute 'X'"); a read-only
+ * attribute: VLM_ERROR_INVALID_ARGUMENT. Writes are queued until the update. String values
+ * returned stay valid until the next call on the model.
+ * ------------------------------------------------------------------------------------- */
+
+VLM_API int VLMgetintattr(VLMmodel *model, const char *attrname, int *valueP);
+VLM_API int VLMsetintattr(VLMmodel *model, const char *attrname, int newvalue);
+VLM_API int VLMgetdblattr(VLMmodel *model, const char *attrname, double *valueP);
+VLM_API int VLMsetdblattr(VLMmodel *model, const char *attrname, double newvalue);
+VLM_API int VLMgetstrattr(VLMmodel *model, const char *attrname, char **valueP);
+VLM_API int VLMsetstrattr(VLMmodel *model, const char *attrname, const char *newvalue);
+
+VLM_API int VLMgetintattrelement(VLMmodel *model, const char *attrname, int element,
+                                 int *valueP);
+VLM_API int VLMsetintattrelement(VLMmodel *model, const char *attrname, int element,
+                                 int newvalue);
+VLM_API int VLMgetdblattrelement(VLMmodel *model, const char *attrname, int element,
+                                 double *valueP);
+VLM_API int VLMsetdblattrelement(VLMmodel *model, const char *attrname, int element,
+                                 double newvalue);
+VLM_API int VLMgetcharattrelement(VLMmodel *model, const char *attrname, int element,
+                                  char *valueP);
+VLM_API int VLMsetcharattrelement(VLMmodel *model, const char *attrname, int element,
+                                  char newvalue);
+VLM_API int VLMgetstrattrelement(VLMmodel *model, const char *attrname, int element,
+                                 char **valueP);
+VLM_API int VLMsetstrattrelement(VLMmodel *model, const char *attrname, int element,
+                                 const char *newvalue);
+
+/* Elements first .. first+len-1. */
+VLM_API int VLMgetintattrarray(VLMmodel *model, const char *attrname, int first, int len,
+                               int *values);
+VLM_API int VLMsetintattrarray(VLMmodel *model, const char *attrname, int first, int len,
+                               const int *newvalues);
+VLM_API int VLMgetdblattrarray(VLMmodel *model, const char *attrname, int first, int len,
+                               double *values);
+VLM_API int VLMsetdblattrarray(VLMmodel *model, const char *attrname, int first, int len,
+                               const double *newvalues);
+VLM_API int VLMgetcharattrarray(VLMmodel *model, const char *attrname, int first, int len,
+                                char *values);
+VLM_API int VLMsetcharattrarray(VLMmodel *model, const char *attrname, int first, int len,
+                                const char *newvalues);
+VLM_API int VLMgetstrattrarray(VLMmodel *model, const char *attrname, int first, int len,
+                               char **values);
+VLM_API int VLMsetstrattrarray(VLMmodel *model, const char *attrname, int first, int len,
+                               const char *const *newvalues);
+
+/* Elements ind[0 .. len-1]. */
+VLM_API int VLMgetintattrlist(VLMmodel *model, const char *attrname, int len, const int *ind,
+                              int *values);
+VLM_API int VLMsetintattrlist(VLMmodel *model, const char *attrname, int len, const int *ind,
+                              const int *newvalues);
+VLM_API int VLMgetdblattrlist(VLMmodel *model, const char *attrname, int len, const int *ind,
+                              double *values);
+VLM_API int VLMsetdblattrlist(VLMmodel *model, const char *attrname, int len, const int *ind,
+                              const double *newvalues);
+VLM_API int VLMgetcharattrlist(VLMmodel *model, const char *attrname, int len, const int *ind,
+                               char *values);
+VLM_API int VLMsetcharattrlist(VLMmodel *model, const char *attrname, int len, const int *ind,
+                               const char *newvalues);
+VLM_API int VLMgetstrattrlist(VLMmodel *model, const char *attrname, int len, const int *ind,
+                              char **values);
+VLM_API int VLMsetstrattrlist(VLMmodel *model, const char *attrname, int len, const int *ind,
+                              const char *const *newvalues);
+
+/* Prepares a run of element reads of one attribute (checks the name; values are served from
+ * the model's columns, so no further work is needed). */
+VLM_API int VLMprefetchattr(VLMmodel *model, const char *attrname);
+
+/* ---------------------------------------------------------------------------------------
+ * Files
+ * ------------------------------------------------------------------------------------- */
+
+/* Reads a model file (.mps, .lp, optionally .gz; "free" and fixed MPS alike) into a new model
+ * on `env`. Errors name the file, the line and what was expected; no model is made. */
+VLM_API int VLMreadmodel(VLMenv *env, const char *filename, VLMmodel **modelP);
+
+/* Reads data into an existing model by the file's suffix: attribute files (.attr), parameter
+ * files (.prm) and, with the solving engine, starts, hints, bases and solutions. */
+VLM_API int VLMread(VLMmodel *model, const char *filename);
+
+/* Writes the model (after an update) as .lp or .mps (.gz compressed when the name ends so),
+ * its attribute file (.attr) or its parameters (.prm), chosen by the suffix. */
+VLM_API int VLMwrite(VLMmodel *model, const char *filename);
+
+/* 1 when the name's suffix is a model file format (.mps, .lp, .rew, .rlp, with .gz), else 0. */
+VLM_API int VLMismodelfile(const char *filename);
+/* 1 when the suffix is an attribute-style file (.attr, .sol, .mst, .hnt, .bas, .ord, .json). */
+VLM_API int VLMisattrfile(const char *filename);
+
+/* ---------------------------------------------------------------------------------------
+ * Attribute names
  *
  * `model` may be NULL in these three calls: the library's global attribute list is used.
  * ------------------------------------------------------------------------------------- */

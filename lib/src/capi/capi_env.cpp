@@ -65,13 +65,16 @@ VLM_API int VLMstartenv(VLMenv* env) {
   return env_call(env, [](Env& e) { return e.start(); });
 }
 
-VLM_API int VLMisenvstarted(VLMenv* env) { return env != nullptr && env->env.started() ? 1 : 0; }
+VLM_API int VLMisenvstarted(VLMenv* env) { return env != nullptr && env->env->started() ? 1 : 0; }
 
-VLM_API void VLMfreeenv(VLMenv* env) { delete env; }
+VLM_API void VLMfreeenv(VLMenv* env) {
+  // A model's environment belongs to its model: freeing it is the model's business.
+  if (env != nullptr && env->owned) delete env;
+}
 
 VLM_API const char* VLMgeterrormsg(VLMenv* env) {
   if (env == nullptr) return "NULL environment";
-  return env->env.errors().c_str();
+  return env->env->errors().c_str();
 }
 
 VLM_API int VLMmsg(VLMenv* env, const char* message) {

@@ -47,7 +47,14 @@ int run_guarded(ErrorState& errors, Body&& body) noexcept {
 template <class Body>
 int env_call(VLMenv* env, Body&& body) noexcept {
   if (env == nullptr) return VLM_ERROR_NULL_ARGUMENT;
-  return run_guarded(env->env.errors(), [&] { return body(env->env); });
+  return run_guarded(env->env->errors(), [&] { return body(*env->env); });
+}
+
+// Runs `body(vlm::Model&) -> Status` for a model handle; failures are recorded on the model.
+template <class Body>
+int model_call(VLMmodel* model, Body&& body) noexcept {
+  if (model == nullptr) return VLM_ERROR_NULL_ARGUMENT;
+  return run_guarded(model->model->errors(), [&] { return body(*model->model); });
 }
 
 // A NULL pointer argument other than the handle: a failure recorded on the object.

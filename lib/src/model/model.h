@@ -1,0 +1,111 @@
+// Model: one model of the library: its own copy of the environment, the updated state
+// (ModelData) and the queue of changes waiting for update().
+//
+// Every building call validates its input at once (indices against the updated count, plus
+// the queued additions when UpdateMode is 1) and queues the change; update() applies, in
+// this order: additions (variables, then linear, quadratic, SOS and general constraints, then
+// the column coefficients of added variables), modifications in the order they were made
+// (attribute writes, coefficient changes, objective terms), and deletions last. So every
+// index given in one batch refers to the numbering before that batch's deletions.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "core/error_state.h"
+#include "core/status.h"
+#include "env/env.h"
+#include "model/model_data.h"
+
+namespace vlm {
+
+class Model {
+ public:
+  Model(const Env& env, std::string name);
+  // A copy of the updated state with a copy of the environment; nothing queued is copied.
+  Model(const Model& other);
+  Model& operator=(const Model&) = delete;
+
+  Env& env() { return env_; }
+  ErrorState& errors() { return errors_; }
+  const ModelData& data() const { return data_; }
+
+  // --- building (queued) ---------------------------------------------------------------------
+  Status add_vars(int n, int numnz, const int* beg, const int* ind, const double* val,
+                  const double* obj, const double* lb, const double* ub, const char* vtype,
+                  const char* const* names);
+  Status add_constrs(int n, int numnz, const int* beg, const int* ind, const double* val,
+                     const char* sense, const double* rhs, const char* const* names);
+  Status add_range_constr(int numnz, const int* ind, const double* val, double lower,
+                          double upper, const char* name);
+  Status add_qconstr(QConstrData q);
+  Status add_sos(int numsos, int nummembers, const int* types, const int* beg, const int* ind,
+                 const double* weight);
+  Status add_genconstr(GenConstrData g);
+  Status add_qpterms(int n, const int* qrow, const int* qcol, const double* qval);
+  Status del_q();
+  Status chg_coeffs(int n, const int* cind, const int* vind, const double* val);
+  // kind: VLM_KIND_VAR, _CONSTR, _QCONSTR, _SOS or _GENCONSTR.
+  Status del_elements(int kind, int n, const int* ind);
+  Status set_pwlobj(int var, int n, const double* x, const double* y);
+  Status set_objectiven(int index, int priority, double weight, double abstol, double reltol,
+                        const char* name, double constant, int lnz, const int* lind,
+                        const double* lval);
+
+  // Queues a change made through the attribute layer (already validated by it).
+  void queue_change(std::function<void(ModelData&)> change);
+  // Marks the queue of changes and drops everything queued after a mark: a call that queues
+  // several changes and then fails keeps none of them.
+  std::size_t change_mark() const { return pending_.changes.size(); }
+  void rollback_changes(std::size_t mark) { pending_.changes.resize(mark); }
+
+  // Highest valid index + 1 of a kind for calls made now (see the class comment).
+  int limit(int kind) const;
+  bool has_pending() const;
+
+  // Applies the queue. On failure (only out-of-memory can fail here) the model is unchanged.
+  Status update();
+
+  // Discards solution information; with clearall also the inputs that only guide solving.
+  void reset(bool clearall);
+
+  // Index of the first element with this name, or -1. The index is built on first use and
+  // kept up to date by update().
+  int find_by_name(int kind, std::string_view name);
+
+ private:
+  // The queued additions, in ModelData form; vars/constrs/... are appended at update().
+  struct Pending {
+    ModelData add;
+    struct ColEntry {
+      int var, constr;
+      double val;
+    };
+    std::vector<ColEntry> col_entries;
+    std::vector<std::function<void(ModelData&)>> changes;
+    std::vector<int> del[6];
+    bool empty() const;
+  };
+
+  Status check_var(int v, const char* what) const;
+  Status check_coef(double v, const char* what) const;
+  bool updatemode_immediate() const;
+  void drop_name_index(int kind);
+
+  Env env_;
+  ErrorState errors_;
+  ModelData data_;
+  Pending pending_;
+  std::unordered_map<std::string, int> names_[6];
+  bool names_built_[6] = {false, false, false, false, false, false};
+};
+
+// Clamps a bound to +-VLM_INFINITY.
+double clamp_inf(double v);
+
+}  // namespace vlm
