@@ -8,12 +8,16 @@ here="$(cd "$(dirname "$0")" && pwd)"
 cd "$here"
 PY="${PYTHON:-python3}"
 
-if [ ! -f /usr/include/gtest/gtest.h ]; then
-  echo "== installing GoogleTest (Debian libgtest-dev)"
+# System packages: GoogleTest for the C API tests, zlib headers for compressed model files.
+missing=""
+[ -f /usr/include/gtest/gtest.h ] || missing="$missing libgtest-dev"
+[ -f /usr/include/zlib.h ] || missing="$missing zlib1g-dev"
+if [ -n "$missing" ]; then
+  echo "== installing$missing (Debian)"
   SUDO=""
   if [ "$(id -u)" != 0 ]; then SUDO="sudo"; fi
   $SUDO apt-get update -qq
-  $SUDO env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq libgtest-dev >/dev/null
+  $SUDO env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $missing >/dev/null
 fi
 
 echo "== installing build tools and velmorpy"

@@ -500,6 +500,19 @@ VLM_API int VLMsetstrattrlist(VLMmodel *model, const char *attrname, int len, co
 VLM_API int VLMprefetchattr(VLMmodel *model, const char *attrname);
 
 /* ---------------------------------------------------------------------------------------
+ * Solving
+ * ------------------------------------------------------------------------------------- */
+
+/* Updates the model and solves it; the outcome is the Status attribute, and the solution
+ * attributes (X, ObjVal, Pi, ...) become available when a solution was found. Fails with
+ * VLM_ERROR_NOT_SUPPORTED for elements the engine cannot solve yet, naming them. */
+VLM_API int VLMoptimize(VLMmodel *model);
+
+/* Asks a running VLMoptimize of `model` to stop soon (status INTERRUPTED). Safe from any
+ * thread; does nothing when no solve is running. */
+VLM_API void VLMterminate(VLMmodel *model);
+
+/* ---------------------------------------------------------------------------------------
  * Files
  * ------------------------------------------------------------------------------------- */
 

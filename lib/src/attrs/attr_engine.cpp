@@ -11,7 +11,7 @@ namespace vlm {
 
 namespace {
 
-using Getter = Status (*)(Model&, int elem, AttrValue&);
+using Getter = Status (*)(Model&, int elem, AttrValue&, const AttrDef&);
 using Setter = Status (*)(Model&, int elem, const AttrValue&);
 
 struct Binding {
@@ -19,6 +19,8 @@ struct Binding {
   Getter get;
   Setter set;
 };
+
+bool has_x(const Solution* s) { return s->sol_count > 0; }
 
 Status unavailable(const char* name) {
   return Status(VLM_ERROR_DATA_NOT_AVAILABLE, std::string("Unable to retrieve attribute '") + name + "'");
@@ -223,7 +225,16 @@ Status func_option(Model& m, int elem, AttrValue& out, const char* key) {
   return Status::Ok();
 }
 
-#define G(expr) [](Model& m, int e, AttrValue& o) -> Status { (void)m; (void)e; expr; return Status::Ok(); }
+#define G(expr) [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { (void)m; (void)e; expr; return Status::Ok(); }
+// A result of the last solve, available when `cond` holds for its Solution `sol`.
+#define S(cond, expr)                                                                \
+  [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status {                                      \
+    (void)e;                                                                         \
+    const Solution* sol = m.solution();                                              \
+    if (sol == nullptr || !(cond)) return unavailable(def.name);   \
+    expr;                                                                            \
+    return Status::Ok();                                                             \
+  }
 #define D m.data()
 
 // Model attribute getters and setters. A setter validates, then queues.
@@ -251,8 +262,23 @@ const Binding kBindings[] = {
     {"MaxMemUsed", G(o.num = mem_estimate_gb(D)), nullptr},
     {"JobID", G(o.str = ""), nullptr},
     {"Server", G(o.str = ""), nullptr},
-    {"Status", G(o.num = VLM_LOADED), nullptr},
-    {"SolCount", G(o.num = 0), nullptr},
+    {"Status", G(o.num = m.solution() ? m.solution()->status : VLM_LOADED), nullptr},
+    {"SolCount", G(o.num = m.solution() ? m.solution()->sol_count : 0), nullptr},
+    // ---- results of the last solve
+    {"ObjVal", S(has_x(sol), o.num = sol->objval), nullptr},
+    {"ObjBound", S(sol->is_mip && sol->status != VLM_LOADED, o.num = sol->objbound), nullptr},
+    {"ObjBoundC", S(sol->is_mip && sol->status != VLM_LOADED, o.num = sol->objbound), nullptr},
+    {"MIPGap", S(sol->is_mip && has_x(sol), o.num = sol->mipgap), nullptr},
+    {"Runtime", S(true, o.num = sol->runtime), nullptr},
+    {"IterCount", S(true, o.num = sol->itercount), nullptr},
+    {"BarIterCount", S(true, o.num = sol->baritercount), nullptr},
+    {"NodeCount", S(sol->is_mip, o.num = sol->nodecount), nullptr},
+    {"X", S(has_x(sol), o.num = sol->x[e]), nullptr},
+    {"RC", S(sol->has_duals, o.num = sol->rc[e]), nullptr},
+    {"Pi", S(sol->has_duals, o.num = sol->pi[e]), nullptr},
+    {"Slack", S(has_x(sol), o.num = sol->slack[e]), nullptr},
+    {"VBasis", S(sol->has_basis, o.num = sol->vbasis[e]), nullptr},
+    {"CBasis", S(sol->has_basis, o.num = sol->cbasis[e]), nullptr},
     {"NumStart", G(o.num = 1),
      [](Model&, int, const AttrValue& v) -> Status {
        if (v.num != 1) return Status(VLM_ERROR_NOT_SUPPORTED, "Velmor keeps one MIP start per model");
@@ -315,19 +341,19 @@ const Binding kBindings[] = {
        return Status::Ok();
      }},
     // ---- model: the objective selected by ObjNumber
-    {"ObjNPriority", [](Model& m, int, AttrValue& o) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->priority; return Status::Ok(); },
+    {"ObjNPriority", [](Model& m, int, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->priority; return Status::Ok(); },
      [](Model& m, int, const AttrValue& v) -> Status { int p = static_cast<int>(v.num); return queue_objn(m, [p](ObjectiveN& ob) { ob.priority = p; }); }},
-    {"ObjNWeight", [](Model& m, int, AttrValue& o) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->weight; return Status::Ok(); },
+    {"ObjNWeight", [](Model& m, int, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->weight; return Status::Ok(); },
      [](Model& m, int, const AttrValue& v) -> Status { VLM_RETURN_IF_ERROR(check_finite("ObjNWeight", v.num)); double w = v.num; return queue_objn(m, [w](ObjectiveN& ob) { ob.weight = w; }); }},
-    {"ObjNRelTol", [](Model& m, int, AttrValue& o) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->reltol; return Status::Ok(); },
+    {"ObjNRelTol", [](Model& m, int, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->reltol; return Status::Ok(); },
      [](Model& m, int, const AttrValue& v) -> Status { if (!(v.num >= 0)) return invalid("ObjNRelTol must be non-negative"); double t = v.num; return queue_objn(m, [t](ObjectiveN& ob) { ob.reltol = t; }); }},
-    {"ObjNAbsTol", [](Model& m, int, AttrValue& o) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->abstol; return Status::Ok(); },
+    {"ObjNAbsTol", [](Model& m, int, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->abstol; return Status::Ok(); },
      [](Model& m, int, const AttrValue& v) -> Status { if (!(v.num >= 0)) return invalid("ObjNAbsTol must be non-negative"); double t = v.num; return queue_objn(m, [t](ObjectiveN& ob) { ob.abstol = t; }); }},
-    {"ObjNCon", [](Model& m, int, AttrValue& o) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->con; return Status::Ok(); },
+    {"ObjNCon", [](Model& m, int, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->con; return Status::Ok(); },
      [](Model& m, int, const AttrValue& v) -> Status { VLM_RETURN_IF_ERROR(check_finite("ObjNCon", v.num)); double c = v.num; return queue_objn(m, [c](ObjectiveN& ob) { ob.con = c; }); }},
-    {"ObjNName", [](Model& m, int, AttrValue& o) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.str = ob->name; return Status::Ok(); },
+    {"ObjNName", [](Model& m, int, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.str = ob->name; return Status::Ok(); },
      [](Model& m, int, const AttrValue& v) -> Status { std::string s = v.str; return queue_objn(m, [s](ObjectiveN& ob) { ob.name = s; }); }},
-    {"ScenNName", [](Model& m, int, AttrValue& o) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.str = s->name; return Status::Ok(); },
+    {"ScenNName", [](Model& m, int, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.str = s->name; return Status::Ok(); },
      [](Model& m, int, const AttrValue& v) -> Status { std::string n = v.str; return queue_scenario(m, [n](Scenario& s) { s.name = n; }); }},
     // ---- variables
     {"LB", G(o.num = D.lb[e]),
@@ -366,7 +392,7 @@ const Binding kBindings[] = {
        m.queue_change([e, s](ModelData& d) { d.varname[e] = s; });
        return Status::Ok();
      }},
-    {"PWLObjCvx", [](Model& m, int e, AttrValue& o) -> Status {
+    {"PWLObjCvx", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status {
        auto it = D.pwlobj.find(e);
        o.num = 0;
        if (it == D.pwlobj.end()) return Status::Ok();
@@ -389,13 +415,13 @@ const Binding kBindings[] = {
        o.num = convex ? 1 : concave ? -1 : 0;
        return Status::Ok();
      }, nullptr},
-    {"ObjN", [](Model& m, int e, AttrValue& o) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->coef[e]; return Status::Ok(); },
+    {"ObjN", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.num = ob->coef[e]; return Status::Ok(); },
      [](Model& m, int e, const AttrValue& v) -> Status { VLM_RETURN_IF_ERROR(check_finite("ObjN", v.num)); double x = v.num; return queue_objn(m, [e, x](ObjectiveN& ob) { if (e < static_cast<int>(ob.coef.size())) ob.coef[e] = x; }); }},
-    {"ScenNLB", [](Model& m, int e, AttrValue& o) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->lb, e); return Status::Ok(); },
+    {"ScenNLB", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->lb, e); return Status::Ok(); },
      [](Model& m, int e, const AttrValue& v) -> Status { double x = clamp_inf(v.num); return queue_scenario(m, [e, x](Scenario& s) { if (x == VLM_UNDEFINED) s.lb.erase(e); else s.lb[e] = x; }); }},
-    {"ScenNUB", [](Model& m, int e, AttrValue& o) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->ub, e); return Status::Ok(); },
+    {"ScenNUB", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->ub, e); return Status::Ok(); },
      [](Model& m, int e, const AttrValue& v) -> Status { double x = v.num >= VLM_UNDEFINED ? VLM_UNDEFINED : clamp_inf(v.num); return queue_scenario(m, [e, x](Scenario& s) { if (x == VLM_UNDEFINED) s.ub.erase(e); else s.ub[e] = x; }); }},
-    {"ScenNObj", [](Model& m, int e, AttrValue& o) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->obj, e); return Status::Ok(); },
+    {"ScenNObj", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->obj, e); return Status::Ok(); },
      [](Model& m, int e, const AttrValue& v) -> Status { double x = v.num; return queue_scenario(m, [e, x](Scenario& s) { if (x >= VLM_UNDEFINED) s.obj.erase(e); else s.obj[e] = x; }); }},
     // ---- linear constraints
     {"Sense", G(o.ch = D.csense[e]),
@@ -418,7 +444,7 @@ const Binding kBindings[] = {
        m.queue_change([e, s](ModelData& d) { d.constrname[e] = s; });
        return Status::Ok();
      }},
-    {"ScenNRHS", [](Model& m, int e, AttrValue& o) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->rhs, e); return Status::Ok(); },
+    {"ScenNRHS", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->rhs, e); return Status::Ok(); },
      [](Model& m, int e, const AttrValue& v) -> Status { double x = v.num >= VLM_UNDEFINED ? VLM_UNDEFINED : clamp_inf(v.num); return queue_scenario(m, [e, x](Scenario& s) { if (x == VLM_UNDEFINED) s.rhs.erase(e); else s.rhs[e] = x; }); }},
     // ---- quadratic constraints
     {"QCSense", G(o.ch = D.qconstrs[e].sense),
@@ -449,14 +475,15 @@ const Binding kBindings[] = {
        m.queue_change([e, s](ModelData& d) { d.genconstrs[e].name = s; });
        return Status::Ok();
      }},
-    {"FuncPieces", [](Model& m, int e, AttrValue& o) { return func_option(m, e, o, "FuncPieces"); }, nullptr},
-    {"FuncPieceError", [](Model& m, int e, AttrValue& o) { return func_option(m, e, o, "FuncPieceError"); }, nullptr},
-    {"FuncPieceLength", [](Model& m, int e, AttrValue& o) { return func_option(m, e, o, "FuncPieceLength"); }, nullptr},
-    {"FuncPieceRatio", [](Model& m, int e, AttrValue& o) { return func_option(m, e, o, "FuncPieceRatio"); }, nullptr},
-    {"FuncNonlinear", [](Model& m, int e, AttrValue& o) { return func_option(m, e, o, "FuncNonlinear"); }, nullptr},
+    {"FuncPieces", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) { return func_option(m, e, o, "FuncPieces"); }, nullptr},
+    {"FuncPieceError", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) { return func_option(m, e, o, "FuncPieceError"); }, nullptr},
+    {"FuncPieceLength", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) { return func_option(m, e, o, "FuncPieceLength"); }, nullptr},
+    {"FuncPieceRatio", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) { return func_option(m, e, o, "FuncPieceRatio"); }, nullptr},
+    {"FuncNonlinear", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) { return func_option(m, e, o, "FuncNonlinear"); }, nullptr},
 };
 
 #undef G
+#undef S
 #undef D
 
 // Default of an attribute kept in an extra column.
@@ -548,7 +575,7 @@ Status get_attr(Model& m, int attr, int elem, AttrValue& out) {
                         kind_name(a.kind) + " (the model has " + std::to_string(n) + ")");
     }
   }
-  if (Getter g = bindings()[attr].get) return g(m, elem, out);
+  if (Getter g = bindings()[attr].get) return g(m, elem, out, a);
   if (is_extra(attr) && a.avail == AttrAvail::kAlways) {
     const ExtraColumns& x = m.data().extra[static_cast<int>(a.kind)];
     if (a.type == AttrType::kStr) {

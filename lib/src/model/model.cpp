@@ -215,6 +215,7 @@ Model::Model(const Env& env, std::string name) : env_(env) {
 }
 
 Model::Model(const Model& other) : env_(other.env_), data_(other.data_) {
+  // A copy starts without solution information, as a newly read model does.
   env_.errors() = ErrorState();
 }
 
@@ -740,6 +741,7 @@ Status Model::del_elements(int kind, int n, const int* ind) {
 
 Status Model::update() {
   if (pending_.empty()) return Status::Ok();
+  solution_.reset();  // a changed model has no solution
   ModelData& d = data_;
   ModelData& a = pending_.add;
   const bool only_additions = pending_.changes.empty() &&
@@ -889,7 +891,8 @@ Status Model::update() {
 }
 
 void Model::reset(bool clearall) {
-  (void)clearall;  // solution information and guiding inputs are kept by the solving layer
+  (void)clearall;  // the guiding inputs are the attribute layer's (clear_guidance)
+  solution_.reset();
 }
 
 void Model::drop_name_index(int kind) {

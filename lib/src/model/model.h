@@ -19,6 +19,7 @@
 
 #include "core/error_state.h"
 #include "core/status.h"
+#include "engine/solution.h"
 #include "env/env.h"
 #include "model/model_data.h"
 
@@ -74,6 +75,10 @@ class Model {
   // Discards solution information; with clearall also the inputs that only guide solving.
   void reset(bool clearall);
 
+  // The result of the last optimize call, or nullptr (none yet, or discarded by an update).
+  const Solution* solution() const { return solution_.get(); }
+  void set_solution(std::unique_ptr<Solution> s) { solution_ = std::move(s); }
+
   // Index of the first element with this name, or -1. The index is built on first use and
   // kept up to date by update().
   int find_by_name(int kind, std::string_view name);
@@ -101,6 +106,7 @@ class Model {
   ErrorState errors_;
   ModelData data_;
   Pending pending_;
+  std::unique_ptr<Solution> solution_;
   std::unordered_map<std::string, int> names_[6];
   bool names_built_[6] = {false, false, false, false, false, false};
 };

@@ -1,0 +1,51 @@
+// VLMread: reading data into an existing model, by the file's suffix.
+#include <string>
+
+#include "capi/capi_guard.h"
+#include "core/text.h"
+#include "io/attr_file.h"
+#include "io/prm_file.h"
+#include "velmor_c.h"
+
+using vlm::Model;
+using vlm::Status;
+using vlm::capi::model_call;
+using vlm::capi::require;
+
+namespace {
+
+bool ends_with(const std::string& s, const char* suffix) {
+  std::string low = vlm::to_lower(s);
+  std::string suf(suffix);
+  return low.size() >= suf.size() && low.compare(low.size() - suf.size(), suf.size(), suf) == 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+VLM_API int VLMread(VLMmodel* model, const char* filename) {
+  return model_call(model, [&](Model& m) {
+    VLM_RETURN_IF_ERROR(require(filename, "filename"));
+    std::string f(filename);
+    if (ends_with(f, ".attr")) return vlm::io::read_attr_file(f, m);
+    if (ends_with(f, ".prm")) {
+      vlm::ParamSet scratch = m.env().params();
+      VLM_RETURN_IF_ERROR(vlm::io::read_params(f, scratch));
+      return m.env().assign_params(scratch);
+    }
+    for (const char* kind : {".mst", ".sol", ".hnt", ".bas", ".ord", ".json"}) {
+      if (ends_with(f, kind) || ends_with(f, (std::string(kind) + ".gz").c_str())) {
+        // TODO(#6): starts, hints, bases, solutions and branching orders with the engine.
+        return Status(VLM_ERROR_NOT_SUPPORTED, "Reading '" + f + "' into a model is not supported yet");
+      }
+    }
+    if (VLMismodelfile(filename)) {
+      return Status(VLM_ERROR_INVALID_ARGUMENT,
+                    "'" + f + "' is a model file: read it into a new model with VLMreadmodel");
+    }
+    return Status(VLM_ERROR_INVALID_ARGUMENT, "Unknown file type for file '" + f + "'");
+  });
+}
+
+}  // extern "C"

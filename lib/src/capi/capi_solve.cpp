@@ -1,0 +1,24 @@
+// Solving: VLMoptimize and VLMterminate.
+#include "capi/capi_guard.h"
+#include "engine/engine.h"
+#include "velmor_c.h"
+
+using vlm::Model;
+using vlm::Status;
+using vlm::capi::model_call;
+
+extern "C" {
+
+VLM_API int VLMoptimize(VLMmodel* model) {
+  return model_call(model, [](Model& m) { return vlm::engine::optimize(m); });
+}
+
+VLM_API void VLMterminate(VLMmodel* model) {
+  if (model == nullptr) return;
+  try {
+    vlm::engine::terminate(*model->model);
+  } catch (...) {
+  }
+}
+
+}  // extern "C"

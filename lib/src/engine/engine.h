@@ -1,0 +1,21 @@
+// The solving engine behind VLMoptimize.
+//
+// Not implemented yet (each fails with VLM_ERROR_NOT_SUPPORTED naming the element kind):
+// general constraints, SOS constraints, quadratic constraints, piecewise-linear objectives,
+// multiple objectives, scenarios, and quadratic objectives on models with integer variables.
+// Not mapped yet: callbacks, MIP starts, warm-start bases, solution pools, sensitivity ranges.
+#pragma once
+
+#include "core/status.h"
+#include "model/model.h"
+
+namespace vlm::engine {
+
+// Solves the updated model and stores its Solution on the model. A failure of the engine
+// itself is returned; infeasible, unbounded and limit outcomes are statuses, not failures.
+Status optimize(Model& m);
+
+// Asks the solve running on `m` (from another thread) to stop as soon as it can.
+void terminate(Model& m);
+
+}  // namespace vlm::engine

@@ -1,0 +1,503 @@
+// The HiGHS adapter: compiles the updated model into a HiGHS problem through the C API, maps
+// parameters to options, runs it, and maps statuses and values back.
+//
+// HiGHS instances are created per solve and released through release_highs(), which defers
+// Highs_destroy while any solve is running: in HiGHS 1.15.1 destroying an instance resets the
+// calling thread's task scheduler, which is unsafe while another solve is active.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "engine/engine.h"
+#include "interfaces/highs_c_api.h"
+
+namespace vlm::engine {
+
+namespace {
+
+// ---- instance lifetime ------------------------------------------------------------------------
+
+std::mutex g_lifetime_mutex;
+int g_active_solves = 0;
+std::vector<void*> g_deferred;
+
+void release_highs(void* h) {
+  std::vector<void*> now;
+  {
+    std::lock_guard<std::mutex> lock(g_lifetime_mutex);
+    g_deferred.push_back(h);
+    if (g_active_solves > 0) return;
+    now.swap(g_deferred);
+  }
+  for (void* p : now) {
+    try {
+      Highs_destroy(p);
+    } catch (...) {
+    }
+  }
+}
+
+struct ActiveSolve {
+  ActiveSolve() {
+    std::lock_guard<std::mutex> lock(g_lifetime_mutex);
+    ++g_active_solves;
+  }
+  ~ActiveSolve() {
+    std::lock_guard<std::mutex> lock(g_lifetime_mutex);
+    --g_active_solves;
+  }
+};
+
+struct HighsPtr {
+  void* h = nullptr;
+  HighsPtr() : h(Highs_create()) {}
+  ~HighsPtr() {
+    if (h) release_highs(h);
+  }
+  HighsPtr(const HighsPtr&) = delete;
+  HighsPtr& operator=(const HighsPtr&) = delete;
+};
+
+// ---- callbacks --------------------------------------------------------------------------------
+
+struct CallbackState {
+  Env* env = nullptr;
+  std::atomic<bool>* stop = nullptr;
+};
+
+void highs_callback(int type, const char* message, const HighsCallbackDataOut*,
+                    HighsCallbackDataIn* data_in, void* user) {
+  auto* st = static_cast<CallbackState*>(user);
+  if (type == kHighsCallbackLogging) {
+    // HiGHS passes no input struct with log lines: data_in must not be touched here.
+    if (message && st->env) {
+      std::string line(message);
+      while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+      st->env->message(line);
+    }
+    return;
+  }
+  if (data_in && st->stop && st->stop->load(std::memory_order_relaxed)) data_in->user_interrupt = 1;
+}
+
+// ---- the terminate flag per model -------------------------------------------------------------
+
+std::mutex g_flags_mutex;
+std::vector<std::pair<const Model*, std::atomic<bool>*>> g_flags;
+
+struct StopFlag {
+  const Model* model;
+  std::atomic<bool> flag{false};
+  explicit StopFlag(const Model* m) : model(m) {
+    std::lock_guard<std::mutex> lock(g_flags_mutex);
+    g_flags.push_back({m, &flag});
+  }
+  ~StopFlag() {
+    std::lock_guard<std::mutex> lock(g_flags_mutex);
+    g_flags.erase(std::remove_if(g_flags.begin(), g_flags.end(),
+                                 [this](const auto& p) { return p.second == &flag; }),
+                  g_flags.end());
+  }
+};
+
+// ---- problem construction ---------------------------------------------------------------------
+
+double to_highs(double v) {
+  if (v >= VLM_INFINITY) return INFINITY;
+  if (v <= -VLM_INFINITY) return -INFINITY;
+  return v;
+}
+
+Status unsupported(const std::string& what) {
+  return Status(VLM_ERROR_NOT_SUPPORTED,
+                "The model has " + what + ", which this version of Velmor cannot solve yet");
+}
+
+Status check_supported(const ModelData& d) {
+  if (d.num_genconstrs() > 0) return unsupported("general constraints");
+  if (d.num_sos() > 0) return unsupported("SOS constraints");
+  if (d.num_qconstrs() > 0) return unsupported("quadratic constraints");
+  if (!d.pwlobj.empty()) return unsupported("piecewise-linear objectives");
+  if (d.objn.size() > 1) return unsupported("multiple objectives");
+  if (!d.scenarios.empty()) return unsupported("multiple scenarios");
+  bool integer = std::any_of(d.vtype.begin(), d.vtype.end(), [](char t) { return t != 'C'; });
+  if (integer && !d.qval.empty()) return unsupported("a quadratic objective with integer variables");
+  return Status::Ok();
+}
+
+struct Problem {
+  int ncol = 0, nrow = 0;
+  std::vector<double> cost, lower, upper, rlo, rup, aval;
+  std::vector<HighsInt> astart, aindex, integrality;
+  std::vector<HighsInt> qstart, qindex;
+  std::vector<double> qval;
+  bool mip = false;
+};
+
+// Semi-continuous and semi-integer variables that HiGHS would reinterpret (negative lower
+// bound, or upper bound above its 1e5 cap) become x = 0 or lb <= x <= ub through a binary z:
+// lb z <= x <= ub z.
+bool needs_own_semi(double lb, double ub) { return lb < 0.0 || ub > 1e5; }
+
+Status build(const ModelData& d, Problem& p) {
+  p.ncol = d.num_vars();
+  p.nrow = d.num_constrs();
+  p.cost = d.obj;
+  p.lower.resize(p.ncol);
+  p.upper.resize(p.ncol);
+  p.integrality.assign(p.ncol, 0);
+  std::vector<std::pair<int, double>> extra_rows;  // (var, bound) pairs of own semi variables
+  for (int j = 0; j < p.ncol; ++j) {
+    double lb = d.lb[j], ub = d.ub[j];
+    switch (d.vtype[j]) {
+      case 'B':
+        lb = std::max(lb, 0.0);
+        ub = std::min(ub, 1.0);
+        p.integrality[j] = 1;
+        break;
+      case 'I':
+        p.integrality[j] = 1;
+        break;
+      case 'S':
+      case 'N':
+        if (needs_own_semi(lb, ub)) {
+          if (ub >= VLM_INFINITY || lb <= -VLM_INFINITY) {
+            return Status(VLM_ERROR_INVALID_ARGUMENT,
+                          "Semi-continuous variable '" + d.varname[j] +
+                              "' needs finite bounds to be solved (its bounds are [" +
+                              std::to_string(lb) + ", " + std::to_string(ub) + "])");
+          }
+          p.integrality[j] = d.vtype[j] == 'N' ? 1 : 0;
+          extra_rows.push_back({j, 0.0});
+        } else {
+          p.integrality[j] = d.vtype[j] == 'S' ? 2 : 3;
+        }
+        break;
+      default:
+        break;
+    }
+    p.lower[j] = to_highs(lb);
+    p.upper[j] = to_highs(ub);
+  }
+  p.astart.reserve(p.nrow + 2 * extra_rows.size());
+  for (int i = 0; i < p.nrow; ++i) {
+    p.astart.push_back(static_cast<HighsInt>(p.aindex.size()));
+    const Row& r = d.rows[i];
+    for (std::size_t k = 0; k < r.ind.size(); ++k) {
+      p.aindex.push_back(r.ind[k]);
+      p.aval.push_back(r.val[k]);
+    }
+    double rhs = to_highs(d.rhs[i]);
+    switch (d.csense[i]) {
+      case '<':
+        p.rlo.push_back(-INFINITY);
+        p.rup.push_back(rhs);
+        break;
+      case '>':
+        p.rlo.push_back(rhs);
+        p.rup.push_back(INFINITY);
+        break;
+      default:
+        p.rlo.push_back(rhs);
+        p.rup.push_back(rhs);
+        break;
+    }
+  }
+  for (const auto& [j, unused] : extra_rows) {
+    (void)unused;
+    const double lb = d.lb[j], ub = d.ub[j];
+    const int z = p.ncol++;
+    p.cost.push_back(0.0);
+    p.lower.push_back(0.0);
+    p.upper.push_back(1.0);
+    p.integrality.push_back(1);
+    p.lower[j] = std::min(lb, 0.0);
+    p.upper[j] = std::max(ub, 0.0);
+    // x - ub z <= 0 and x - lb z >= 0.
+    for (double bound : {ub, lb}) {
+      p.astart.push_back(static_cast<HighsInt>(p.aindex.size()));
+      p.aindex.push_back(j);
+      p.aval.push_back(1.0);
+      if (bound != 0.0) {
+        p.aindex.push_back(z);
+        p.aval.push_back(-bound);
+      }
+      p.rlo.push_back(bound == ub ? -INFINITY : 0.0);
+      p.rup.push_back(bound == ub ? 0.0 : INFINITY);
+      ++p.nrow;
+    }
+  }
+  p.astart.push_back(static_cast<HighsInt>(p.aindex.size()));
+  p.mip = std::any_of(p.integrality.begin(), p.integrality.end(), [](HighsInt t) { return t != 0; });
+  // Hessian: HiGHS minimises c'x + 1/2 x'Qx with Q's lower triangle column-wise; a term
+  // v x_i x_j (i < j) puts v at (j, i); v x_i^2 puts 2v on the diagonal.
+  if (!d.qval.empty()) {
+    std::vector<std::size_t> order(d.qval.size());
+    for (std::size_t k = 0; k < order.size(); ++k) order[k] = k;
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+      return d.qrow[a] != d.qrow[b] ? d.qrow[a] < d.qrow[b] : d.qcol[a] < d.qcol[b];
+    });
+    p.qstart.assign(p.ncol + 1, 0);
+    std::vector<HighsInt> count(p.ncol, 0);
+    for (std::size_t k : order) count[d.qrow[k]]++;
+    for (int j = 0; j < p.ncol; ++j) p.qstart[j + 1] = p.qstart[j] + count[j];
+    for (std::size_t k : order) {
+      p.qindex.push_back(d.qcol[k]);
+      p.qval.push_back(d.qrow[k] == d.qcol[k] ? 2.0 * d.qval[k] : d.qval[k]);
+    }
+    p.qstart.pop_back();
+  }
+  return Status::Ok();
+}
+
+// ---- options ----------------------------------------------------------------------------------
+
+void set_options(void* h, const ParamSet& ps, bool mip) {
+  // HiGHS logs only through our callback; with OutputFlag 0 it need not format lines at all.
+  Highs_setBoolOptionValue(h, "output_flag", ps.int_param("OutputFlag") != 0);
+  Highs_setBoolOptionValue(h, "log_to_console", 0);
+  double tl = ps.dbl_param("TimeLimit");
+  if (tl < VLM_INFINITY) Highs_setDoubleOptionValue(h, "time_limit", tl);
+  Highs_setDoubleOptionValue(h, "mip_rel_gap", ps.dbl_param("MIPGap"));
+  Highs_setDoubleOptionValue(h, "mip_abs_gap", ps.dbl_param("MIPGapAbs"));
+  Highs_setDoubleOptionValue(h, "primal_feasibility_tolerance", ps.dbl_param("FeasibilityTol"));
+  Highs_setDoubleOptionValue(h, "dual_feasibility_tolerance", ps.dbl_param("OptimalityTol"));
+  Highs_setDoubleOptionValue(h, "mip_feasibility_tolerance", ps.dbl_param("IntFeasTol"));
+  Highs_setIntOptionValue(h, "random_seed", ps.int_param("Seed"));
+  int presolve = ps.int_param("Presolve");
+  Highs_setStringOptionValue(h, "presolve", presolve == 0 ? "off" : presolve < 0 ? "choose" : "on");
+  int method = ps.int_param("Method");
+  if (!mip) {
+    if (method == 0) {
+      Highs_setStringOptionValue(h, "solver", "simplex");
+      Highs_setIntOptionValue(h, "simplex_strategy", 4);
+    } else if (method == 1) {
+      Highs_setStringOptionValue(h, "solver", "simplex");
+      Highs_setIntOptionValue(h, "simplex_strategy", 1);
+    } else if (method == 2) {
+      Highs_setStringOptionValue(h, "solver", "ipm");
+    }
+  }
+  double iters = ps.dbl_param("IterationLimit");
+  if (iters < 2e9) Highs_setIntOptionValue(h, "simplex_iteration_limit", static_cast<HighsInt>(iters));
+  int bariters = ps.int_param("BarIterLimit");
+  Highs_setIntOptionValue(h, "ipm_iteration_limit", bariters);
+  double nodes = ps.dbl_param("NodeLimit");
+  if (nodes < 2e9) Highs_setIntOptionValue(h, "mip_max_nodes", static_cast<HighsInt>(nodes));
+  int sols = ps.int_param("SolutionLimit");
+  if (sols < VLM_MAXINT) Highs_setIntOptionValue(h, "mip_max_improving_sols", sols);
+  Highs_setDoubleOptionValue(h, "mip_heuristic_effort", ps.dbl_param("Heuristics"));
+}
+
+// ---- statuses ---------------------------------------------------------------------------------
+
+int map_status(HighsInt ms, bool mip, bool node_limit_set, double nodes, double node_limit,
+               bool has_primal) {
+  switch (ms) {
+    case kHighsModelStatusOptimal:
+      return VLM_OPTIMAL;
+    case kHighsModelStatusInfeasible:
+      return VLM_INFEASIBLE;
+    case kHighsModelStatusUnboundedOrInfeasible:
+      return VLM_INF_OR_UNBD;
+    case kHighsModelStatusUnbounded:
+      return VLM_UNBOUNDED;
+    case kHighsModelStatusObjectiveBound:
+      return VLM_CUTOFF;
+    case kHighsModelStatusObjectiveTarget:
+      return VLM_USER_OBJ_LIMIT;
+    case kHighsModelStatusTimeLimit:
+      return VLM_TIME_LIMIT;
+    case kHighsModelStatusIterationLimit:
+      return VLM_ITERATION_LIMIT;
+    case kHighsModelStatusSolutionLimit:
+      // One HiGHS code covers node and solution limits: the node count tells them apart.
+      return (mip && node_limit_set && nodes >= node_limit) ? VLM_NODE_LIMIT : VLM_SOLUTION_LIMIT;
+    case kHighsModelStatusInterrupt:
+    case 19:
+      return VLM_INTERRUPTED;
+    case 18:
+      return VLM_MEM_LIMIT;
+    case kHighsModelStatusUnknown:
+      return has_primal ? VLM_SUBOPTIMAL : VLM_NUMERIC;
+    default:
+      return VLM_NUMERIC;
+  }
+}
+
+}  // namespace
+
+void terminate(Model& m) {
+  std::lock_guard<std::mutex> lock(g_flags_mutex);
+  for (auto& [model, flag] : g_flags) {
+    if (model == &m) flag->store(true);
+  }
+}
+
+Status optimize(Model& m) {
+  VLM_RETURN_IF_ERROR(m.update());
+  const ModelData& d = m.data();
+  VLM_RETURN_IF_ERROR(check_supported(d));
+  Problem p;
+  VLM_RETURN_IF_ERROR(build(d, p));
+  const ParamSet& ps = m.env().params();
+  auto sol = std::make_unique<Solution>();
+  sol->is_mip = p.mip;
+  const auto t0 = std::chrono::steady_clock::now();
+
+  // An empty model needs no engine: every row reads 0.
+  if (p.ncol == 0) {
+    bool feasible = true;
+    for (int i = 0; i < p.nrow; ++i) feasible = feasible && p.rlo[i] <= 0.0 && 0.0 <= p.rup[i];
+    sol->status = feasible ? VLM_OPTIMAL : VLM_INFEASIBLE;
+    if (feasible) {
+      sol->sol_count = 1;
+      sol->objval = d.objcon;
+      sol->objbound = d.objcon;
+      sol->slack.assign(d.num_constrs(), 0.0);
+      for (int i = 0; i < d.num_constrs(); ++i) sol->slack[i] = d.rhs[i];
+      sol->pi.assign(d.num_constrs(), 0.0);
+      sol->has_duals = !p.mip;
+    }
+    m.set_solution(std::move(sol));
+    return Status::Ok();
+  }
+
+  StopFlag stop(&m);
+  ActiveSolve active;
+  HighsPtr highs;
+  void* h = highs.h;
+  if (h == nullptr) return Status(VLM_ERROR_OUT_OF_MEMORY, "Unable to create a HiGHS instance");
+  CallbackState cb{&m.env(), &stop.flag};
+  HighsInt rc = 0;
+  try {
+    // Options (the log routing first, so that nothing reaches stdout directly).
+    set_options(h, ps, p.mip);
+    Highs_setCallback(h, highs_callback, &cb);
+    Highs_startCallback(h, kHighsCallbackLogging);
+    Highs_startCallback(h, kHighsCallbackSimplexInterrupt);
+    Highs_startCallback(h, kHighsCallbackIpmInterrupt);
+    Highs_startCallback(h, kHighsCallbackMipInterrupt);
+    rc = Highs_passModel(h, p.ncol, p.nrow, static_cast<HighsInt>(p.aval.size()),
+                         static_cast<HighsInt>(p.qval.size()), kHighsMatrixFormatRowwise,
+                         kHighsHessianFormatTriangular, d.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize,
+                         d.objcon, p.cost.data(), p.lower.data(), p.upper.data(), p.rlo.data(),
+                         p.rup.data(), p.astart.data(), p.aindex.data(), p.aval.data(),
+                         p.qval.empty() ? nullptr : p.qstart.data(),
+                         p.qval.empty() ? nullptr : p.qindex.data(),
+                         p.qval.empty() ? nullptr : p.qval.data(),
+                         p.mip ? p.integrality.data() : nullptr);
+    if (rc == kHighsStatusError) return Status(VLM_ERROR_INVALID_ARGUMENT, "HiGHS rejected the model");
+    double cutoff = ps.dbl_param("Cutoff");
+    if (p.mip && d.sense == 1 && cutoff < VLM_INFINITY && cutoff > -VLM_INFINITY) {
+      // HiGHS prunes with it as an upper bound of a minimisation; maximisations are cut off
+      // after the solve below.
+      Highs_setDoubleOptionValue(h, "objective_bound", cutoff);
+    }
+    double target = ps.dbl_param("BestObjStop");
+    if (p.mip && target > -VLM_INFINITY && target < VLM_INFINITY) {
+      Highs_setDoubleOptionValue(h, "objective_target", target);
+    }
+    rc = Highs_run(h);
+  } catch (const std::exception& e) {
+    return Status(VLM_ERROR_INTERNAL, std::string("HiGHS failed: ") + e.what());
+  } catch (...) {
+    return Status(VLM_ERROR_INTERNAL, "HiGHS failed with an unknown error");
+  }
+
+  const HighsInt ms = Highs_getModelStatus(h);
+  HighsInt primal_status = 0, dual_status = 0, basis_valid = 0;
+  Highs_getIntInfoValue(h, "primal_solution_status", &primal_status);
+  Highs_getIntInfoValue(h, "dual_solution_status", &dual_status);
+  Highs_getIntInfoValue(h, "basis_validity", &basis_valid);
+  int64_t nodes = 0;
+  HighsInt simplex_iters = 0, ipm_iters = 0;
+  Highs_getInt64InfoValue(h, "mip_node_count", &nodes);
+  Highs_getIntInfoValue(h, "simplex_iteration_count", &simplex_iters);
+  Highs_getIntInfoValue(h, "ipm_iteration_count", &ipm_iters);
+  const bool has_primal = primal_status == 2;
+  const double node_limit = ps.dbl_param("NodeLimit");
+  sol->status = map_status(ms, p.mip, node_limit < 2e9, static_cast<double>(nodes), node_limit, has_primal);
+  if (rc == kHighsStatusError && sol->status == VLM_NUMERIC && !has_primal) {
+    m.env().message("HiGHS reported an error while solving");
+  }
+  sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  sol->nodecount = static_cast<double>(nodes);
+  sol->itercount = simplex_iters;
+  sol->baritercount = ipm_iters;
+
+  const int n = d.num_vars(), mrows = d.num_constrs();
+  if (has_primal) {
+    std::vector<double> cv(p.ncol), cd(p.ncol), rv(p.nrow), rd(p.nrow);
+    Highs_getSolution(h, cv.data(), cd.data(), rv.data(), rd.data());
+    sol->x.assign(cv.begin(), cv.begin() + n);
+    sol->slack.resize(mrows);
+    for (int i = 0; i < mrows; ++i) sol->slack[i] = d.rhs[i] - rv[i];
+    sol->sol_count = 1;
+    Highs_getDoubleInfoValue(h, "objective_function_value", &sol->objval);
+    if (p.mip) {
+      Highs_getDoubleInfoValue(h, "mip_dual_bound", &sol->objbound);
+      Highs_getDoubleInfoValue(h, "mip_gap", &sol->mipgap);
+      if (!std::isfinite(sol->mipgap)) sol->mipgap = VLM_INFINITY;
+    } else {
+      sol->objbound = sol->objval;
+    }
+    // Duals keep HiGHS' sign convention, which is the usual one: for a minimisation a
+    // binding '<' row has a non-positive dual.
+    if (!p.mip && dual_status == 2) {
+      sol->has_duals = true;
+      sol->rc.assign(cd.begin(), cd.begin() + n);
+      sol->pi.assign(rd.begin(), rd.begin() + mrows);
+    }
+    if (!p.mip && basis_valid) {
+      std::vector<HighsInt> cb(p.ncol), rb(p.nrow);
+      Highs_getBasis(h, cb.data(), rb.data());
+      auto conv = [](HighsInt s) {
+        switch (s) {
+          case kHighsBasisStatusBasic:
+            return 0;
+          case kHighsBasisStatusUpper:
+            return -2;
+          case kHighsBasisStatusZero:
+            return -3;
+          default:
+            return -1;
+        }
+      };
+      sol->has_basis = true;
+      sol->vbasis.resize(n);
+      sol->cbasis.resize(mrows);
+      for (int j = 0; j < n; ++j) sol->vbasis[j] = conv(cb[j]);
+      for (int i = 0; i < mrows; ++i) sol->cbasis[i] = conv(rb[i]) == 0 ? 0 : -1;
+    }
+    // A cutoff is ours to apply where HiGHS does not: it ignores it on continuous models once
+    // presolve runs, and we do not pass it for maximisations.
+    const double cutoff = ps.dbl_param("Cutoff");
+    if (sol->status == VLM_OPTIMAL && cutoff < VLM_INFINITY && cutoff > -VLM_INFINITY) {
+      bool worse = d.sense == -1 ? sol->objval < cutoff : sol->objval > cutoff;
+      if (worse) {
+        sol->status = VLM_CUTOFF;
+        sol->sol_count = 0;
+        sol->x.clear();
+        sol->slack.clear();
+        sol->rc.clear();
+        sol->pi.clear();
+        sol->has_duals = false;
+        sol->has_basis = false;
+      }
+    }
+  } else if (p.mip && sol->status == VLM_INFEASIBLE && ps.dbl_param("Cutoff") < VLM_INFINITY &&
+             ps.dbl_param("Cutoff") > -VLM_INFINITY) {
+    // HiGHS uses the cutoff as its first bound: "nothing better than the cutoff".
+    sol->status = VLM_CUTOFF;
+  }
+  m.set_solution(std::move(sol));
+  return Status::Ok();
+}
+
+}  // namespace vlm::engine

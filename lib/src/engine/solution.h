@@ -1,0 +1,28 @@
+// Solution: what the last optimize call of a model found, mapped back onto the user's
+// elements. Discarded by any update that changes the model.
+#pragma once
+
+#include <vector>
+
+#include "velmor_codes.h"
+
+namespace vlm {
+
+struct Solution {
+  int status = VLM_LOADED;
+  int sol_count = 0;       // 0 or 1 until the pool comes
+  bool is_mip = false;
+  bool has_duals = false;  // Pi and RC (continuous models solved to optimality)
+  bool has_basis = false;
+  double objval = 0.0;
+  double objbound = 0.0;
+  double mipgap = 0.0;
+  double runtime = 0.0;
+  double itercount = 0.0;
+  double baritercount = 0.0;
+  double nodecount = 0.0;
+  std::vector<double> x, rc, pi, slack;
+  std::vector<int> vbasis, cbasis;
+};
+
+}  // namespace vlm

@@ -1,0 +1,214 @@
+// Solving through VLMoptimize: LP, MIP and QP optima, duals, statuses for infeasible and
+// unbounded models, limits and cutoffs, semi-continuous variables beyond HiGHS' own cap, and
+// the refusal of elements the engine cannot solve yet.
+//
+// Not tested here: callbacks, warm starts, pools (not built yet).
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "velmor_c.h"
+
+namespace {
+
+class OptimizeTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(VLMemptyenv(&env_), VLM_OK);
+    ASSERT_EQ(VLMsetintparam(env_, "OutputFlag", 0), VLM_OK);
+    ASSERT_EQ(VLMstartenv(env_), VLM_OK);
+    ASSERT_EQ(VLMnewmodel(env_, &m_, "t", 0, nullptr, nullptr, nullptr, nullptr, nullptr), VLM_OK);
+  }
+  void TearDown() override {
+    VLMfreemodel(m_);
+    VLMfreeenv(env_);
+  }
+  void var(double obj, double lb, double ub, char type, const char* name) {
+    ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, obj, lb, ub, type, name), VLM_OK);
+  }
+  void row(std::vector<int> ind, std::vector<double> val, char sense, double rhs) {
+    ASSERT_EQ(VLMaddconstr(m_, static_cast<int>(ind.size()), ind.data(), val.data(), sense, rhs, nullptr), VLM_OK);
+  }
+  int status() {
+    int s = 0;
+    EXPECT_EQ(VLMgetintattr(m_, "Status", &s), VLM_OK);
+    return s;
+  }
+  double objval() {
+    double v = NAN;
+    EXPECT_EQ(VLMgetdblattr(m_, "ObjVal", &v), VLM_OK) << VLMgetmerrormsg(m_);
+    return v;
+  }
+  double x(int j) {
+    double v = NAN;
+    EXPECT_EQ(VLMgetdblattrelement(m_, "X", j, &v), VLM_OK) << VLMgetmerrormsg(m_);
+    return v;
+  }
+
+  VLMenv* env_ = nullptr;
+  VLMmodel* m_ = nullptr;
+};
+
+// max x + y  s.t.  x + 2y <= 4,  3x + y <= 6,  x, y >= 0: optimum (1.6, 1.2), value 2.8;
+// both rows bind with duals 0.4 and 0.2 (2.8 = 4*0.4 + 6*0.2).
+TEST_F(OptimizeTest, LpOptimumWithDualsAndSlacks) {
+  var(1, 0, 1e100, 'C', "x");
+  var(1, 0, 1e100, 'C', "y");
+  row({0, 1}, {1, 2}, '<', 4);
+  row({0, 1}, {3, 1}, '<', 6);
+  ASSERT_EQ(VLMsetintattr(m_, "ModelSense", -1), VLM_OK);
+  double v = 0;
+  EXPECT_EQ(VLMgetdblattrelement(m_, "X", 0, &v), VLM_ERROR_INDEX_OUT_OF_RANGE);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(objval(), 2.8, 1e-9);
+  EXPECT_NEAR(x(0), 1.6, 1e-9);
+  EXPECT_NEAR(x(1), 1.2, 1e-9);
+  double pi[2], slack[2], rc[2];
+  ASSERT_EQ(VLMgetdblattrarray(m_, "Pi", 0, 2, pi), VLM_OK);
+  ASSERT_EQ(VLMgetdblattrarray(m_, "Slack", 0, 2, slack), VLM_OK);
+  ASSERT_EQ(VLMgetdblattrarray(m_, "RC", 0, 2, rc), VLM_OK);
+  EXPECT_NEAR(pi[0], 0.4, 1e-9);
+  EXPECT_NEAR(pi[1], 0.2, 1e-9);
+  EXPECT_NEAR(slack[0], 0.0, 1e-9);
+  EXPECT_NEAR(rc[0], 0.0, 1e-9);
+  int sc = 0;
+  ASSERT_EQ(VLMgetintattr(m_, "SolCount", &sc), VLM_OK);
+  EXPECT_EQ(sc, 1);
+  // Any change discards the solution.
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 1.0), VLM_OK);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_LOADED);
+  EXPECT_EQ(VLMgetdblattr(m_, "ObjVal", &v), VLM_ERROR_DATA_NOT_AVAILABLE);
+  EXPECT_STREQ(VLMgetmerrormsg(m_), "Unable to retrieve attribute 'ObjVal'");
+}
+
+// Knapsack: max 5a + 4b + 3c, 2a + 3b + c <= 5, binary: best is a + c... a=1,b=1 weight 5
+// value 9; a=1,c=1 weight 3 value 8; a,b,c weight 6 too heavy: optimum 9.
+TEST_F(OptimizeTest, MipOptimumHasIntegralValuesAndNoDuals) {
+  var(5, 0, 1, 'B', "a");
+  var(4, 0, 1, 'B', "b");
+  var(3, 0, 1, 'B', "c");
+  row({0, 1, 2}, {2, 3, 1}, '<', 5);
+  ASSERT_EQ(VLMsetintattr(m_, "ModelSense", -1), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(objval(), 9.0, 1e-9);
+  EXPECT_NEAR(x(0), 1, 1e-9);
+  EXPECT_NEAR(x(1), 1, 1e-9);
+  EXPECT_NEAR(x(2), 0, 1e-9);
+  double v = 0;
+  EXPECT_EQ(VLMgetdblattrelement(m_, "Pi", 0, &v), VLM_ERROR_DATA_NOT_AVAILABLE);
+  double bound = 0;
+  ASSERT_EQ(VLMgetdblattr(m_, "ObjBound", &bound), VLM_OK);
+  EXPECT_NEAR(bound, 9.0, 1e-6);
+}
+
+// min (x-1)^2 + (y-2)^2 = x^2 + y^2 - 2x - 4y + 5, x + y <= 2: optimum (0.5, 1.5), value 0.5.
+TEST_F(OptimizeTest, ConvexQpOptimum) {
+  var(-2, -10, 10, 'C', "x");
+  var(-4, -10, 10, 'C', "y");
+  row({0, 1}, {1, 1}, '<', 2);
+  const int qi[] = {0, 1};
+  const double qv[] = {1, 1};
+  ASSERT_EQ(VLMaddqpterms(m_, 2, qi, qi, qv), VLM_OK);
+  ASSERT_EQ(VLMsetdblattr(m_, "ObjCon", 5.0), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(objval(), 0.5, 1e-6);
+  EXPECT_NEAR(x(0), 0.5, 1e-5);
+  EXPECT_NEAR(x(1), 1.5, 1e-5);
+}
+
+TEST_F(OptimizeTest, InfeasibleAndUnboundedModels) {
+  var(1, 0, 1e100, 'C', "x");
+  row({0}, {1}, '<', -1);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  int s = status();
+  EXPECT_TRUE(s == VLM_INFEASIBLE || s == VLM_INF_OR_UNBD) << s;
+  double v = 0;
+  EXPECT_EQ(VLMgetdblattrelement(m_, "X", 0, &v), VLM_ERROR_DATA_NOT_AVAILABLE);
+
+  const int del[] = {0};
+  ASSERT_EQ(VLMdelconstrs(m_, 1, del), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "Presolve", 0), VLM_OK);
+  ASSERT_EQ(VLMsetintattr(m_, "ModelSense", -1), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  s = status();
+  EXPECT_TRUE(s == VLM_UNBOUNDED || s == VLM_INF_OR_UNBD) << s;
+}
+
+// A rows-only model (no variables) is decided without the engine.
+TEST_F(OptimizeTest, EmptyModelChecksItsRows) {
+  ASSERT_EQ(VLMaddconstr(m_, 0, nullptr, nullptr, '<', 1.0, "ok"), VLM_OK);
+  ASSERT_EQ(VLMsetdblattr(m_, "ObjCon", 3.0), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_EQ(objval(), 3.0);
+  ASSERT_EQ(VLMaddconstr(m_, 0, nullptr, nullptr, '>', 1.0, "bad"), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_INFEASIBLE);
+}
+
+// min x, x semi-continuous in [2e5, 3e5] with x >= 1: HiGHS would cap the upper bound at 1e5,
+// so the library models it itself; the optimum is x = 2e5.
+TEST_F(OptimizeTest, SemiContinuousBeyondTheEngineCapKeepsItsMeaning) {
+  var(1, 2e5, 3e5, 'S', "x");
+  row({0}, {1}, '>', 1);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(x(0), 2e5, 1e-6);
+  // Without the row, 0 is allowed and best.
+  const int del[] = {0};
+  ASSERT_EQ(VLMdelconstrs(m_, 1, del), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_NEAR(x(0), 0.0, 1e-9);
+}
+
+// min x + y, x + y >= 3.5, integers: optimum 4. A cutoff of 3.8 (better than anything
+// feasible) gives CUTOFF for the MIP and for its relaxation (3.5 > 3.4).
+TEST_F(OptimizeTest, CutoffOnMipAndLp) {
+  var(1, 0, 10, 'I', "x");
+  var(1, 0, 10, 'I', "y");
+  row({0, 1}, {1, 1}, '>', 3.5);
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "Cutoff", 3.8), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_CUTOFF);
+  ASSERT_EQ(VLMsetcharattrelement(m_, "VType", 0, 'C'), VLM_OK);
+  ASSERT_EQ(VLMsetcharattrelement(m_, "VType", 1, 'C'), VLM_OK);
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "Cutoff", 3.4), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_CUTOFF);
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "Cutoff", 3.6), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(objval(), 3.5, 1e-9);
+}
+
+TEST_F(OptimizeTest, ElementsTheEngineCannotSolveAreNamed) {
+  var(1, 0, 1, 'C', "x");
+  var(1, 0, 1, 'C', "y");
+  const int ops[] = {0};
+  ASSERT_EQ(VLMaddgenconstrMax(m_, "m", 1, 1, ops, 0.0), VLM_OK);
+  EXPECT_EQ(VLMoptimize(m_), VLM_ERROR_NOT_SUPPORTED);
+  EXPECT_NE(std::string(VLMgetmerrormsg(m_)).find("general constraints"), std::string::npos);
+}
+
+TEST_F(OptimizeTest, LogLinesReachTheModelLogWhenOutputIsOn) {
+  std::vector<std::string> lines;
+  ASSERT_EQ(VLMsetlogcallbackfunc(m_, [](const char* msg, void* usr) {
+              static_cast<std::vector<std::string>*>(usr)->emplace_back(msg);
+            }, &lines), VLM_OK);
+  var(1, 0, 1, 'C', "x");
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_TRUE(lines.empty());
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "OutputFlag", 1), VLM_OK);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "Obj", 0, -1.0), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_FALSE(lines.empty());
+  EXPECT_NEAR(x(0), 1.0, 1e-9);
+}
+
+}  // namespace
