@@ -3,7 +3,9 @@
 //
 // The class is made with PyErr_NewExceptionWithDoc from a dict of C functions wrapped as
 // instance methods, so it is an ordinary exception class (picklable by args, subclassable).
+#include "attrutil.h"
 #include "env.h"
+#include "model.h"
 #include "py_convert.h"
 #include "py_error.h"
 #include "registry.h"
@@ -20,7 +22,8 @@ const char velmorerror_doc[] =
     "       module such as -1 for module-level failures).\n"
     "message: the text describing the failure. str(error) returns it.\n\n"
     "The argument is either the message itself or the object whose library call failed: an\n"
-    "Env (its last error message is used) or a model object.";
+    "Env (its last error message is used), a Model or one of its elements (the model's last\n"
+    "error message is used).";
 
 // The library's last error text for the object a failed call used; an empty Ref with no error
 // set when the object carries no library handle.
@@ -31,7 +34,9 @@ py::Ref message_of(PyObject* argument) {
     if (cenv == nullptr) return py::str("Failed to create environment");
     return py::str(VLMgeterrormsg(cenv));
   }
-  // TODO(#3): models and element handles report VLMgetmerrormsg of their model.
+  bool is_model_object = false;
+  VLMmodel* model = model_handle_of(argument, &is_model_object);
+  if (is_model_object) return py::str(model_error_text(model));
   return py::Ref();
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "env.h"
+#include "model.h"
 #include "py_convert.h"
 #include "py_error.h"
 #include "registry.h"
@@ -120,10 +121,13 @@ PyObject* velmor_read(PyObject*, PyObject* const* args, Py_ssize_t nargs, PyObje
     env = velmor_default_env(true);
     if (env == nullptr) return nullptr;
   }
-  // TODO(#3): VLMreadmodel and Model(cmodel=..., env=env) once the model store exists.
-  std::string msg = std::string("Reading models is not available in this build (file '") +
-                    PyUnicode_AsUTF8(chosen.get()) + "')";
-  return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, msg.c_str());
+  if (!env_check(env)) return PyErr_Format(PyExc_TypeError, "env must be an Env, not %.200s", Py_TYPE(env)->tp_name);
+  const char* path = PyUnicode_AsUTF8(chosen.get());
+  if (path == nullptr) return nullptr;
+  VLMmodel* model = nullptr;
+  int rc = VLMreadmodel(env_handle(env), path, &model);
+  if (rc != 0) return raise_velmor(rc, env);
+  return model_adopt(model, env).release();
 }
 
 PyObject* velmor_version(PyObject*, PyObject*) {
@@ -249,7 +253,7 @@ PyObject* velmor_default_env(bool create) {
 
 bool velmor_exiting() { return g_velmor != nullptr && g_velmor->exiting; }
 
-PyObject* g_model_type = nullptr;  // set by the model family once it registers
+PyObject* g_model_type = nullptr;  // the Model type, set at registration
 
 py::Ref velmor_live_models() {
   py::Ref result = py::Ref::steal(PyList_New(0));
@@ -275,6 +279,7 @@ py::Ref velmor_live_models() {
 }
 
 int register_velmor(PyObject* m) {
+  g_model_type = reinterpret_cast<PyObject*>(model_type_object());
   VelmorType.tp_basicsize = sizeof(VelmorObject);
   VelmorType.tp_flags = Py_TPFLAGS_DEFAULT;
   VelmorType.tp_doc =

@@ -20,7 +20,10 @@ PyMODINIT_FUNC PyInit_velmorpy(void) {
   py::Ref m = py::Ref::steal(PyModule_Create(&velmorpy_module));
   if (!m) return nullptr;
   for (auto reg : {register_exception, register_env, register_param, register_constants,
-                   register_velmor}) {
+                   register_linexpr, register_quadexpr, register_tempconstr, register_genexpr,
+                   register_tuplelist, register_tupledict, register_multidict,
+                   register_var, register_constr, register_qconstr, register_sos, register_genconstr,
+                   register_column, register_model, register_velmor}) {
     if (reg(m.get()) < 0) return nullptr;
   }
   return m.release();

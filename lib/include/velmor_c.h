@@ -251,7 +251,9 @@ VLM_API int VLMaddconstrs(VLMmodel *model, int numconstrs, int numnz, const int 
 
 /* lower <= sum(cval[k] x[cind[k]]) <= upper, stored as the equality
  * sum(...) - s = lower with a new slack variable s in [0, upper - lower] named "Rg" + the
- * constraint's name. The slack is one more variable after the update. */
+ * constraint's name. After the update the slack is a variable numbered after all variables
+ * added in the same batch (slacks in the order of their ranges); it cannot be referred to by
+ * index before the update. */
 VLM_API int VLMaddrangeconstr(VLMmodel *model, int numnz, const int *cind, const double *cval,
                               double lower, double upper, const char *constrname);
 

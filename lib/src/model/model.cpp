@@ -199,7 +199,7 @@ double clamp_inf(double v) {
 }
 
 bool Model::Pending::empty() const {
-  if (add.num_vars() || add.num_constrs() || add.num_qconstrs() || add.num_sos() ||
+  if (add.num_vars() || add.num_constrs() || add.num_qconstrs() || add.num_sos() || !slacks.empty() ||
       add.num_genconstrs() || !col_entries.empty() || !changes.empty()) {
     return false;
   }
@@ -383,22 +383,14 @@ Status Model::add_range_constr(int numnz, const int* ind, const double* val, dou
   }
   const int row_index = data_.num_constrs() + pending_.add.num_constrs();
   std::string cname = name ? std::string(name) : "R" + std::to_string(row_index);
-  const int slack = data_.num_vars() + pending_.add.num_vars();
-  // Validate the row before adding anything, against a limit that includes the slack.
   for (int k = 0; k < numnz; ++k) {
     VLM_RETURN_IF_ERROR(check_var(ind[k], "Variable"));
     VLM_RETURN_IF_ERROR(check_coef(val[k], "Coefficient"));
   }
-  std::string sname = "Rg" + cname;
-  const char* snames[] = {sname.c_str()};
-  const char stype = 'C';
-  VLM_RETURN_IF_ERROR(add_vars(1, 0, nullptr, nullptr, nullptr, nullptr, &slb, &sub, &stype, snames));
-  // The row names the slack by its future index, which is valid in either update mode.
+  pending_.slacks.push_back({pending_.add.num_constrs(), "Rg" + cname, slb, sub});
   Row row;
   row.ind.assign(ind, ind + numnz);
   row.val.assign(val, val + numnz);
-  row.ind.push_back(slack);
-  row.val.push_back(-1.0);
   merge_terms(row.ind, row.val);
   pending_.add.rows.push_back(std::move(row));
   pending_.add.csense.push_back('=');
@@ -756,6 +748,19 @@ Status Model::update() {
   append(d.obj, a.obj);
   append(d.vtype, a.vtype);
   append(d.varname, a.varname);
+  for (const auto& sl : pending_.slacks) {
+    d.lb.push_back(sl.lb);
+    d.ub.push_back(sl.ub);
+    d.obj.push_back(0.0);
+    d.vtype.push_back('C');
+    d.varname.push_back(sl.name);
+  }
+  for (std::size_t k = 0; k < pending_.slacks.size(); ++k) {
+    Row& r = a.rows[pending_.slacks[k].row];
+    r.ind.push_back(d.num_vars() - static_cast<int>(pending_.slacks.size()) + static_cast<int>(k));
+    r.val.push_back(-1.0);
+  }
+  pending_.slacks.clear();
   append(d.rows, a.rows);
   append(d.csense, a.csense);
   append(d.rhs, a.rhs);

@@ -92,6 +92,15 @@ class Model {
       double val;
     };
     std::vector<ColEntry> col_entries;
+    // The slack of each queued range constraint: it becomes a variable after all variables of
+    // the batch, in the order the ranges were added, and enters its row (an index into
+    // add.rows) with coefficient -1.
+    struct RangeSlack {
+      int row;
+      std::string name;
+      double lb, ub;
+    };
+    std::vector<RangeSlack> slacks;
     std::vector<std::function<void(ModelData&)>> changes;
     std::vector<int> del[6];
     bool empty() const;

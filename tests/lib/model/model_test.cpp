@@ -238,6 +238,20 @@ TEST_F(ModelTest, RangeConstraintAddsANamedSlack) {
   ASSERT_EQ(VLMgetcoeff(m_, 0, 2, &coef), VLM_OK);
   EXPECT_EQ(coef, -1.0);
   EXPECT_EQ(VLMaddrangeconstr(m_, 2, ind, val, 5.0, 4.0, "bad"), VLM_ERROR_INVALID_ARGUMENT);
+
+  // Slacks follow every variable of their batch: a, range r2, b gives a, b, Rgr2.
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, 0, 0, 1, 'C', "a"), VLM_OK);
+  ASSERT_EQ(VLMaddrangeconstr(m_, 2, ind, val, -1e100, 2.0, "r2"), VLM_OK);
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, 0, 0, 1, 'C', "b"), VLM_OK);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  EXPECT_EQ(strelem("VarName", 3), "a");
+  EXPECT_EQ(strelem("VarName", 4), "b");
+  EXPECT_EQ(strelem("VarName", 5), "Rgr2");
+  EXPECT_EQ(dblelem("LB", 5), -VLM_INFINITY);
+  EXPECT_EQ(dblelem("UB", 5), 0.0);
+  EXPECT_EQ(dblelem("RHS", 1), 2.0);
+  ASSERT_EQ(VLMgetcoeff(m_, 1, 5, &coef), VLM_OK);
+  EXPECT_EQ(coef, -1.0);
 }
 
 TEST_F(ModelTest, CoefficientChangesAndTheColumnView) {

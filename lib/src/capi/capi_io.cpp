@@ -1,0 +1,77 @@
+// Model files: reading a model, writing a model, its attribute values or its parameters by
+// suffix, and the suffix queries. The formats themselves live in io/.
+#include <memory>
+#include <string>
+
+#include "capi/capi_guard.h"
+#include "capi/capi_model.h"
+#include "io/attr_file.h"
+#include "io/file_format.h"
+#include "io/prm_file.h"
+#include "velmor_c.h"
+
+using vlm::Env;
+using vlm::Model;
+using vlm::Status;
+using vlm::capi::env_call;
+using vlm::capi::model_call;
+using vlm::capi::require;
+
+extern "C" {
+
+VLM_API int VLMreadmodel(VLMenv* env, const char* filename, VLMmodel** modelP) {
+  if (modelP != nullptr) *modelP = nullptr;
+  return env_call(env, [&](Env& e) -> Status {
+    VLM_RETURN_IF_ERROR(require(filename, "filename"));
+    VLM_RETURN_IF_ERROR(require(modelP, "modelP"));
+    if (!e.started()) {
+      return Status(VLM_ERROR_INVALID_ARGUMENT, "The environment has not been started");
+    }
+    VLM_ASSIGN_OR_RETURN(std::unique_ptr<Model> m, vlm::io::read_model_file(e, filename));
+    *modelP = vlm::capi::wrap_model(std::move(m));
+    return Status::Ok();
+  });
+}
+
+VLM_API int VLMwrite(VLMmodel* model, const char* filename) {
+  return model_call(model, [&](Model& m) -> Status {
+    VLM_RETURN_IF_ERROR(require(filename, "filename"));
+    const std::string name = filename;
+    if (vlm::io::is_model_file(name)) {
+      VLM_RETURN_IF_ERROR(m.update());
+      return vlm::io::write_model_file(m.data(), name);
+    }
+    const std::string suffix = vlm::io::file_suffix(name);
+    const bool gz = name.size() > suffix.size() + 1 && name.substr(name.size() - 3) == ".gz";
+    if (suffix == "prm" && !gz) return vlm::io::write_params(name, m.env().params());
+    if (suffix == "attr" && !gz) {
+      VLM_RETURN_IF_ERROR(m.update());
+      return vlm::io::write_attr_file(name, m);
+    }
+    if (suffix == "prm" || vlm::io::is_attr_file(name)) {
+      return Status(VLM_ERROR_NOT_SUPPORTED,
+                    "Writing ." + suffix + (gz ? ".gz" : "") + " files is not supported (file '" + name + "')");
+    }
+    return Status(VLM_ERROR_INVALID_ARGUMENT, "Unknown file type for file '" + name + "'");
+  });
+}
+
+VLM_API int VLMismodelfile(const char* filename) {
+  if (filename == nullptr) return 0;
+  try {
+    return vlm::io::is_model_file(filename) ? 1 : 0;
+  } catch (...) {
+    return 0;
+  }
+}
+
+VLM_API int VLMisattrfile(const char* filename) {
+  if (filename == nullptr) return 0;
+  try {
+    return vlm::io::is_attr_file(filename) ? 1 : 0;
+  } catch (...) {
+    return 0;
+  }
+}
+
+}  // extern "C"
