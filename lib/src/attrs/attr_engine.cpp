@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "core/text.h"
+#include "engine/solution_quality.h"
 
 namespace vlm {
 
@@ -278,6 +279,43 @@ const Binding kBindings[] = {
     {"Pi", S(sol->has_duals, o.num = sol->pi[e]), nullptr},
     {"Slack", S(has_x(sol), o.num = sol->slack[e]), nullptr},
     {"VBasis", S(sol->has_basis, o.num = sol->vbasis[e]), nullptr},
+    // ---- solution quality against the user's model
+    {"BoundVio", S(has_x(sol), o.num = solution_quality(D, *sol).bound.max), nullptr},
+    {"BoundVioIndex", S(has_x(sol), o.num = solution_quality(D, *sol).bound.index), nullptr},
+    {"BoundVioSum", S(has_x(sol), o.num = solution_quality(D, *sol).bound.sum), nullptr},
+    {"BoundSVio", S(has_x(sol), o.num = solution_quality(D, *sol).bound.max), nullptr},
+    {"BoundSVioIndex", S(has_x(sol), o.num = solution_quality(D, *sol).bound.index), nullptr},
+    {"BoundSVioSum", S(has_x(sol), o.num = solution_quality(D, *sol).bound.sum), nullptr},
+    {"ConstrVio", S(has_x(sol), o.num = solution_quality(D, *sol).constr.max), nullptr},
+    {"ConstrVioIndex", S(has_x(sol), o.num = solution_quality(D, *sol).constr.index), nullptr},
+    {"ConstrVioSum", S(has_x(sol), o.num = solution_quality(D, *sol).constr.sum), nullptr},
+    {"ConstrSVio", S(has_x(sol), o.num = solution_quality(D, *sol).constr.max), nullptr},
+    {"ConstrSVioIndex", S(has_x(sol), o.num = solution_quality(D, *sol).constr.index), nullptr},
+    {"ConstrSVioSum", S(has_x(sol), o.num = solution_quality(D, *sol).constr.sum), nullptr},
+    {"ConstrResidual", S(has_x(sol), o.num = solution_quality(D, *sol).residual.max), nullptr},
+    {"ConstrResidualIndex", S(has_x(sol), o.num = solution_quality(D, *sol).residual.index), nullptr},
+    {"ConstrResidualSum", S(has_x(sol), o.num = solution_quality(D, *sol).residual.sum), nullptr},
+    {"ConstrSResidual", S(has_x(sol), o.num = solution_quality(D, *sol).residual.max), nullptr},
+    {"ConstrSResidualIndex", S(has_x(sol), o.num = solution_quality(D, *sol).residual.index), nullptr},
+    {"ConstrSResidualSum", S(has_x(sol), o.num = solution_quality(D, *sol).residual.sum), nullptr},
+    {"IntVio", S(has_x(sol), o.num = solution_quality(D, *sol).integrality.max), nullptr},
+    {"IntVioIndex", S(has_x(sol), o.num = solution_quality(D, *sol).integrality.index), nullptr},
+    {"IntVioSum", S(has_x(sol), o.num = solution_quality(D, *sol).integrality.sum), nullptr},
+    {"DualVio", S(sol->has_duals, o.num = solution_quality(D, *sol).dual.max), nullptr},
+    {"DualVioIndex", S(sol->has_duals, o.num = solution_quality(D, *sol).dual.index), nullptr},
+    {"DualVioSum", S(sol->has_duals, o.num = solution_quality(D, *sol).dual.sum), nullptr},
+    {"DualSVio", S(sol->has_duals, o.num = solution_quality(D, *sol).dual.max), nullptr},
+    {"DualSVioIndex", S(sol->has_duals, o.num = solution_quality(D, *sol).dual.index), nullptr},
+    {"DualSVioSum", S(sol->has_duals, o.num = solution_quality(D, *sol).dual.sum), nullptr},
+    {"DualResidual", S(sol->has_duals, o.num = solution_quality(D, *sol).dual_residual.max), nullptr},
+    {"DualResidualIndex", S(sol->has_duals, o.num = solution_quality(D, *sol).dual_residual.index), nullptr},
+    {"DualResidualSum", S(sol->has_duals, o.num = solution_quality(D, *sol).dual_residual.sum), nullptr},
+    {"DualSResidual", S(sol->has_duals, o.num = solution_quality(D, *sol).dual_residual.max), nullptr},
+    {"DualSResidualIndex", S(sol->has_duals, o.num = solution_quality(D, *sol).dual_residual.index), nullptr},
+    {"DualSResidualSum", S(sol->has_duals, o.num = solution_quality(D, *sol).dual_residual.sum), nullptr},
+    {"ComplVio", S(sol->has_duals, o.num = solution_quality(D, *sol).compl_.max), nullptr},
+    {"ComplVioIndex", S(sol->has_duals, o.num = solution_quality(D, *sol).compl_.index), nullptr},
+    {"ComplVioSum", S(sol->has_duals, o.num = solution_quality(D, *sol).compl_.sum), nullptr},
     {"CBasis", S(sol->has_basis, o.num = sol->cbasis[e]), nullptr},
     {"NumStart", G(o.num = 1),
      [](Model&, int, const AttrValue& v) -> Status {

@@ -2,11 +2,32 @@
 // elements. Discarded by any update that changes the model.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "velmor_codes.h"
 
 namespace vlm {
+
+// One measure of solution quality: the largest value, where it occurs, and the sum.
+struct QualityMeasure {
+  double max = 0.0;
+  double sum = 0.0;
+  int index = -1;
+  void add(double v, int i) {
+    if (v > max) {
+      max = v;
+      index = i;
+    }
+    sum += v;
+  }
+};
+
+// The violations and residuals of a solution against the user's model (computed on first
+// read). Velmor does not scale models, so the scaled measures equal these.
+struct Quality {
+  QualityMeasure bound, constr, residual, integrality, dual, dual_residual, compl_;
+};
 
 struct Solution {
   int status = VLM_LOADED;
@@ -23,6 +44,7 @@ struct Solution {
   double nodecount = 0.0;
   std::vector<double> x, rc, pi, slack;
   std::vector<int> vbasis, cbasis;
+  mutable std::optional<Quality> quality;
 };
 
 }  // namespace vlm

@@ -505,7 +505,9 @@ Status LpParser::parse(std::string_view text) {
     switch (s.kind) {
       case Section::kObjective:
       case Section::kMultiObjective:
-        if (seen_objective_) return parse_error(filename_, s.line, "a second objective section");
+        if (seen_objective_) {
+          return parse_error(filename_, s.line, "expected one objective section, found a second");
+        }
         seen_objective_ = true;
         d_.sense = s.sense;
         st = s.kind == Section::kObjective ? parse_objective(s) : parse_multi_objective(s);
@@ -692,7 +694,8 @@ Status LpParser::parse_indicator(const std::string& label) {
   double binval = 0.0;
   parse_number(binval, false);
   if (binval != 0.0 && binval != 1.0) {
-    return parse_error(filename_, current_line(), "expected 0 or 1 as the indicator value in '" + since(from) + "'");
+    return parse_error(filename_, current_line(),
+                       "expected 0 or 1 as the indicator value in '" + since(from) + "'");
   }
   g.binval = static_cast<int>(binval);
   ++pos_;  // '->'

@@ -247,7 +247,9 @@ Status MpsParser::record(std::string_view line, bool has_code, int n_names, Reco
   } else {
     Words w = split(line);
     std::size_t need = static_cast<std::size_t>(n_names) + (has_code ? 1 : 0);
-    if (w.w.size() < need) return error("expected " + std::to_string(need) + " fields, found " + std::to_string(w.w.size()));
+    if (w.w.size() < need) {
+      return error("expected " + std::to_string(need) + " fields, found " + std::to_string(w.w.size()));
+    }
     std::size_t k = 0;
     if (has_code) r.code = std::string(w.w[k++]);
     for (int n = 0; n < n_names; ++n) r.names.emplace_back(w.w[k++]);
@@ -384,7 +386,9 @@ Status MpsParser::rows_line(std::string_view line) {
   VLM_RETURN_IF_ERROR(fields(line, f));
   if (!fixed_) {
     Words w = split(line);
-    if (w.w.size() != 2) return error("expected a row type and a row name, found '" + std::string(trim(line)) + "'");
+    if (w.w.size() != 2) {
+      return error("expected a row type and a row name, found '" + std::string(trim(line)) + "'");
+    }
     f[0] = std::string(w.w[0]);
     f[1] = std::string(w.w[1]);
   }

@@ -147,7 +147,9 @@ Status MpsWriter::check_names() {
     return n;
   };
   obj_row_ = fresh_row("OBJ");
-  for (int k = 0; k < static_cast<int>(d_.objn.size()); ++k) objn_rows_.push_back(fresh_row(indexed_name("OBJ", k)));
+  for (int k = 0; k < static_cast<int>(d_.objn.size()); ++k) {
+    objn_rows_.push_back(fresh_row(indexed_name("OBJ", k)));
+  }
 
   if (layout_ == MpsLayout::kAuto) layout_ = blanks ? MpsLayout::kFixed : MpsLayout::kFree;
   fixed_ = layout_ == MpsLayout::kFixed;

@@ -77,6 +77,13 @@ TEST_F(OptimizeTest, LpOptimumWithDualsAndSlacks) {
   int sc = 0;
   ASSERT_EQ(VLMgetintattr(m_, "SolCount", &sc), VLM_OK);
   EXPECT_EQ(sc, 1);
+  // The reported solution satisfies the model, and duals and reduced costs are consistent
+  // with the objective (c - A'pi - rc = 0) and complementary.
+  for (const char* q : {"BoundVio", "ConstrVio", "DualVio", "DualResidual", "ComplVio", "ConstrResidualSum"}) {
+    double qv = -1;
+    ASSERT_EQ(VLMgetdblattr(m_, q, &qv), VLM_OK) << q;
+    EXPECT_NEAR(qv, 0.0, 1e-9) << q;
+  }
   // Any change discards the solution.
   ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 1.0), VLM_OK);
   ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
@@ -104,6 +111,12 @@ TEST_F(OptimizeTest, MipOptimumHasIntegralValuesAndNoDuals) {
   double bound = 0;
   ASSERT_EQ(VLMgetdblattr(m_, "ObjBound", &bound), VLM_OK);
   EXPECT_NEAR(bound, 9.0, 1e-6);
+  double intvio = -1, constrvio = -1;
+  ASSERT_EQ(VLMgetdblattr(m_, "IntVio", &intvio), VLM_OK);
+  ASSERT_EQ(VLMgetdblattr(m_, "ConstrVio", &constrvio), VLM_OK);
+  EXPECT_LE(intvio, 1e-6);
+  EXPECT_LE(constrvio, 1e-6);
+  EXPECT_EQ(VLMgetdblattr(m_, "DualVio", &v), VLM_ERROR_DATA_NOT_AVAILABLE);
 }
 
 // min (x-1)^2 + (y-2)^2 = x^2 + y^2 - 2x - 4y + 5, x + y <= 2: optimum (0.5, 1.5), value 0.5.
@@ -120,6 +133,9 @@ TEST_F(OptimizeTest, ConvexQpOptimum) {
   EXPECT_NEAR(objval(), 0.5, 1e-6);
   EXPECT_NEAR(x(0), 0.5, 1e-5);
   EXPECT_NEAR(x(1), 1.5, 1e-5);
+  double res = -1;
+  ASSERT_EQ(VLMgetdblattr(m_, "DualResidual", &res), VLM_OK);
+  EXPECT_LE(res, 1e-5) << "the objective gradient c + Qx must equal A'pi + rc";
 }
 
 TEST_F(OptimizeTest, InfeasibleAndUnboundedModels) {

@@ -289,7 +289,7 @@ TEST(LpReaderErrorTest, ParseErrorsNameFileLineAndToken) {
        "'1 <= x + y >= 3'"},
       {"Minimize\n obj: x\nSOS\n s: S3 :: x:1\n",
        "File 'm.lp', line 4: expected an SOS set 'name: S1 :: x:1 y:2', found 's'"},
-      {"Minimize\n obj: x\nMaximize\n obj: x\n", "File 'm.lp', line 3: a second objective section"},
+      {"Minimize\n obj: x\nMaximize\n obj: x\n", "File 'm.lp', line 3: expected one objective section, found a second"},
       {"Minimize\n obj: x\nSubject To\n b = 2 -> x <= 1\n",
        "File 'm.lp', line 4: expected 0 or 1 as the indicator value in 'b = 2'"},
       {"Minimize\n obj: x\nPWLObj\n x: (0, 0) (1 2)\n",
