@@ -420,6 +420,13 @@ VLM_API int VLMsetpwlobj(VLMmodel *model, int var, int npoints, const double *x,
 /* The PWL objective of `var`: *npointsP points (0 when it has none). */
 VLM_API int VLMgetpwlobj(VLMmodel *model, int var, int *npointsP, double *x, double *y);
 
+/* Replaces the whole objective: sense (1 minimise, -1 maximise, 0 keeps the current one),
+ * constant, the linear coefficients of the listed variables (all others become 0) and the
+ * quadratic terms (sum qval[k] x[qrow[k]] x[qcol[k]]). */
+VLM_API int VLMsetobjective(VLMmodel *model, int sense, double constant, int lnz,
+                            const int *lind, const double *lval, int qnz, const int *qrow,
+                            const int *qcol, const double *qval);
+
 /* Objective number `index` (0 .. NumObj-1, NumObj grows as needed) of a multi-objective
  * model: priority, weight, tolerances, constant, name and sparse linear coefficients. */
 VLM_API int VLMsetobjectiven(VLMmodel *model, int index, int priority, double weight,
@@ -509,6 +516,10 @@ VLM_API int VLMprefetchattr(VLMmodel *model, const char *attrname);
  * attributes (X, ObjVal, Pi, ...) become available when a solution was found. Fails with
  * VLM_ERROR_NOT_SUPPORTED for elements the engine cannot solve yet, naming them. */
 VLM_API int VLMoptimize(VLMmodel *model);
+
+/* Makes the next VLMoptimize of `model` stop cleanly (status INTERRUPTED) on SIGINT; the
+ * previous handler is restored when that solve ends. */
+VLM_API int VLMsetsignal(VLMmodel *model);
 
 /* Asks a running VLMoptimize of `model` to stop soon (status INTERRUPTED). Safe from any
  * thread; does nothing when no solve is running. */

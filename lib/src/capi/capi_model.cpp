@@ -269,6 +269,28 @@ VLM_API int VLMsetpwlobj(VLMmodel* model, int var, int npoints, const double* x,
   return model_call(model, [&](Model& m) { return m.set_pwlobj(var, npoints, x, y); });
 }
 
+VLM_API int VLMsetobjective(VLMmodel* model, int sense, double constant, int lnz, const int* lind,
+                            const double* lval, int qnz, const int* qrow, const int* qcol,
+                            const double* qval) {
+  return model_call(model, [&](Model& m) {
+    return m.set_objective(sense, constant, lnz, lind, lval, qnz, qrow, qcol, qval);
+  });
+}
+
+VLM_API int VLMgetpwlobj(VLMmodel* model, int var, int* npointsP, double* x, double* y) {
+  return model_call(model, [&](Model& m) {
+    VLM_RETURN_IF_ERROR(require(npointsP, "npointsP"));
+    VLM_RETURN_IF_ERROR(check_index(var, m.data().num_vars(), "Variable"));
+    auto it = m.data().pwlobj.find(var);
+    *npointsP = it == m.data().pwlobj.end() ? 0 : static_cast<int>(it->second.x.size());
+    if (it != m.data().pwlobj.end()) {
+      if (x) std::copy(it->second.x.begin(), it->second.x.end(), x);
+      if (y) std::copy(it->second.y.begin(), it->second.y.end(), y);
+    }
+    return Status::Ok();
+  });
+}
+
 VLM_API int VLMsetobjectiven(VLMmodel* model, int index, int priority, double weight,
                              double abstol, double reltol, const char* name, double constant,
                              int lnz, const int* lind, const double* lval) {

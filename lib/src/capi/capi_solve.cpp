@@ -13,6 +13,13 @@ VLM_API int VLMoptimize(VLMmodel* model) {
   return model_call(model, [](Model& m) { return vlm::engine::optimize(m); });
 }
 
+VLM_API int VLMsetsignal(VLMmodel* model) {
+  return model_call(model, [](Model& m) {
+    m.request_signal();
+    return Status::Ok();
+  });
+}
+
 VLM_API void VLMterminate(VLMmodel* model) {
   if (model == nullptr) return;
   try {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cmath>
 #include <cstdio>
 #include <mutex>
@@ -103,6 +104,37 @@ struct StopFlag {
                                  [this](const auto& p) { return p.second == &flag; }),
                   g_flags.end());
   }
+};
+
+// ---- SIGINT during a solve ---------------------------------------------------------------------
+
+// The flag of the solve that asked for SIGINT handling; the handler only stores into it.
+std::atomic<std::atomic<bool>*> g_sigint_flag{nullptr};
+
+extern "C" void on_sigint(int) {
+  std::atomic<bool>* f = g_sigint_flag.load();
+  if (f != nullptr) f->store(true);
+}
+
+// Installs the handler for one solve and restores the previous one afterwards.
+class SigintScope {
+ public:
+  SigintScope(bool wanted, std::atomic<bool>* flag) : active_(wanted) {
+    if (!active_) return;
+    g_sigint_flag.store(flag);
+    previous_ = std::signal(SIGINT, on_sigint);
+  }
+  ~SigintScope() {
+    if (!active_) return;
+    std::signal(SIGINT, previous_ == SIG_ERR ? SIG_DFL : previous_);
+    g_sigint_flag.store(nullptr);
+  }
+  SigintScope(const SigintScope&) = delete;
+  SigintScope& operator=(const SigintScope&) = delete;
+
+ private:
+  bool active_;
+  void (*previous_)(int) = SIG_DFL;
 };
 
 // ---- problem construction ---------------------------------------------------------------------
@@ -369,6 +401,7 @@ Status optimize(Model& m) {
   }
 
   StopFlag stop(&m);
+  SigintScope sigint(m.take_signal_request(), &stop.flag);
   ActiveSolve active;
   HighsPtr highs;
   void* h = highs.h;

@@ -21,6 +21,10 @@
 // than blanks and the operators + - * ^ / [ ] : < > = (also ( ) , inside General Constraints
 // and PWLObj); a name cannot start with a digit or '.', and "inf"/"infinity" read as numbers
 // where a number may stand (bounds, right-hand sides, constant lists).
+//
+// Not supported: "\* ... *\" comments spanning lines (only their first line is a comment),
+// objective headers with a colon ("max:"), "/ 2" outside a bracket, products of more than
+// two variables, and a finite bound of magnitude 1e30 or more.
 #pragma once
 
 #include <string>

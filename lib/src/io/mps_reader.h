@@ -27,6 +27,9 @@
 //   QCMATRIX <row> (all of Q for x'Qx) turns a row of ROWS into a quadratic constraint;
 // - SOS, PWLOBJ, OBJECTIVES, GENCONS as documented in mps_writer.h; ENDATA ends the file.
 // Any value of magnitude 1e30 or more in RHS, RANGES, BOUNDS and GENCONS is infinite.
+//
+// Not supported: Fortran exponents ("1.5D+03"), QSECTION, CSECTION and other conic sections;
+// a finite value of 1e30 or more cannot be written or read.
 #pragma once
 
 #include <string>

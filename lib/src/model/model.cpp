@@ -679,6 +679,41 @@ Status Model::set_pwlobj(int var, int n, const double* x, const double* y) {
   return Status::Ok();
 }
 
+Status Model::set_objective(int sense, double constant, int lnz, const int* lind,
+                            const double* lval, int qnz, const int* qrow, const int* qcol,
+                            const double* qval) {
+  if (sense != 0 && sense != 1 && sense != -1) {
+    return invalid("Objective sense " + std::to_string(sense) + " must be 1 (minimize), -1 (maximize) or 0");
+  }
+  VLM_RETURN_IF_ERROR(check_coef(constant, "Objective constant"));
+  if (lnz < 0 || (lnz > 0 && (lind == nullptr || lval == nullptr))) return invalid("Invalid linear objective arrays");
+  for (int k = 0; k < lnz; ++k) {
+    VLM_RETURN_IF_ERROR(check_var(lind[k], "Variable"));
+    VLM_RETURN_IF_ERROR(check_coef(lval[k], "Objective coefficient"));
+  }
+  if (qnz < 0 || (qnz > 0 && (qrow == nullptr || qcol == nullptr || qval == nullptr))) {
+    return invalid("Invalid quadratic objective arrays");
+  }
+  for (int k = 0; k < qnz; ++k) {
+    VLM_RETURN_IF_ERROR(check_var(qrow[k], "Variable"));
+    VLM_RETURN_IF_ERROR(check_var(qcol[k], "Variable"));
+    VLM_RETURN_IF_ERROR(check_coef(qval[k], "Quadratic coefficient"));
+  }
+  std::vector<int> li(lind, lind + lnz), qi(qrow, qrow + qnz), qj(qcol, qcol + qnz);
+  std::vector<double> lv(lval, lval + lnz), qv(qval, qval + qnz);
+  queue_change([=](ModelData& d) mutable {
+    if (sense != 0) d.sense = sense;
+    d.objcon = constant;
+    std::fill(d.obj.begin(), d.obj.end(), 0.0);
+    for (std::size_t k = 0; k < li.size(); ++k) d.obj[li[k]] += lv[k];
+    merge_quad(qi, qj, qv);
+    d.qrow = std::move(qi);
+    d.qcol = std::move(qj);
+    d.qval = std::move(qv);
+  });
+  return Status::Ok();
+}
+
 Status Model::set_objectiven(int index, int priority, double weight, double abstol, double reltol,
                              const char* name, double constant, int lnz, const int* lind,
                              const double* lval) {

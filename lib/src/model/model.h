@@ -54,9 +54,20 @@ class Model {
   // kind: VLM_KIND_VAR, _CONSTR, _QCONSTR, _SOS or _GENCONSTR.
   Status del_elements(int kind, int n, const int* ind);
   Status set_pwlobj(int var, int n, const double* x, const double* y);
+  // Replaces the objective (sense 0 keeps the current sense).
+  Status set_objective(int sense, double constant, int lnz, const int* lind, const double* lval,
+                       int qnz, const int* qrow, const int* qcol, const double* qval);
   Status set_objectiven(int index, int priority, double weight, double abstol, double reltol,
                         const char* name, double constant, int lnz, const int* lind,
                         const double* lval);
+
+  // Whether the next solve stops on SIGINT (set by VLMsetsignal, consumed by the solve).
+  bool take_signal_request() {
+    bool r = catch_signal_;
+    catch_signal_ = false;
+    return r;
+  }
+  void request_signal() { catch_signal_ = true; }
 
   // Queues a change made through the attribute layer (already validated by it).
   void queue_change(std::function<void(ModelData&)> change);
@@ -116,6 +127,7 @@ class Model {
   ModelData data_;
   Pending pending_;
   std::unique_ptr<Solution> solution_;
+  bool catch_signal_ = false;
   std::unordered_map<std::string, int> names_[6];
   bool names_built_[6] = {false, false, false, false, false, false};
 };

@@ -5,7 +5,11 @@
 // Not tested here: callbacks, warm starts, pools (not built yet).
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
+#include <csignal>
+#include <thread>
 #include <string>
 #include <vector>
 
@@ -228,3 +232,63 @@ TEST_F(OptimizeTest, LogLinesReachTheModelLogWhenOutputIsOn) {
 }
 
 }  // namespace
+
+namespace {
+
+// A market-split instance: 4 equality rows over 40 binaries with coefficients in [0, 99] and
+// right-hand sides of half the row sums. Branch-and-bound needs far longer than the tests
+// wait, so a stop request is what ends the solve.
+void build_market_split(VLMmodel* m) {
+  unsigned seed = 12345;
+  auto next = [&seed] {
+    seed = seed * 1103515245u + 12345u;
+    return static_cast<int>((seed >> 16) % 100);
+  };
+  const int n = 40, rows = 4;
+  for (int j = 0; j < n; ++j) ASSERT_EQ(VLMaddvar(m, 0, nullptr, nullptr, 0, 0, 1, 'B', nullptr), VLM_OK);
+  for (int i = 0; i < rows; ++i) {
+    std::vector<int> ind(n);
+    std::vector<double> val(n);
+    double sum = 0;
+    for (int j = 0; j < n; ++j) {
+      ind[j] = j;
+      val[j] = next();
+      sum += val[j];
+    }
+    ASSERT_EQ(VLMaddconstr(m, n, ind.data(), val.data(), '=', std::floor(sum / 2), nullptr), VLM_OK);
+  }
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m), "TimeLimit", 60), VLM_OK);
+}
+
+}  // namespace
+
+TEST_F(OptimizeTest, TerminateFromAnotherThreadInterrupts) {
+  build_market_split(m_);
+  std::thread stopper([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    VLMterminate(m_);
+  });
+  auto t0 = std::chrono::steady_clock::now();
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  stopper.join();
+  EXPECT_EQ(status(), VLM_INTERRUPTED);
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 10.0);
+}
+
+TEST_F(OptimizeTest, SigintStopsTheSolveAndTheHandlerIsRestored) {
+  static std::atomic<int> own_calls{0};
+  auto previous = std::signal(SIGINT, [](int) { own_calls++; });
+  build_market_split(m_);
+  ASSERT_EQ(VLMsetsignal(m_), VLM_OK);
+  std::thread interrupter([] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::raise(SIGINT);
+  });
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  interrupter.join();
+  EXPECT_EQ(status(), VLM_INTERRUPTED);
+  EXPECT_EQ(own_calls.load(), 0) << "the solve's handler took the signal";
+  std::raise(SIGINT);
+  EXPECT_EQ(own_calls.load(), 1) << "the program's handler is back after the solve";
+  std::signal(SIGINT, previous);
+}

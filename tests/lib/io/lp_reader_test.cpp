@@ -85,8 +85,14 @@ TEST(LpReaderTest, GlpsolMixedModelReadsAsWritten) {
   EXPECT_EQ(row(d, 4), (Terms{{"y", -1}, {"w", -1}}));
 }
 
-// glpsol's names for indexed MathProg variables and constraints hold ( , ): ordinary name
-// characters outside General Constraints and PWLObj.
+// glpk_transport.lp, written by `glpsol --check -m tr.mod --wlp` from:
+//   set I := {'sea', 'sf'};  set J := {'ny', 'chi', 'top'};  var x{I,J} >= 0;
+//   minimize cost: sum{i in I, j in J} c[i,j] * x[i,j];
+//   s.t. supply{i in I}: sum{j in J} x[i,j] <= a[i];
+//   s.t. demand{j in J}: sum{i in I} x[i,j] >= b[j];
+//   a = (350, 600), b = (325, 300, 275), c = ((2.5, 1.7, 1.8), (2.5, 1.8, 1.4)).
+// glpsol's names for indexed variables and constraints hold ( , ): ordinary name characters
+// outside General Constraints and PWLObj.
 TEST(LpReaderTest, GlpsolTransportNamesKeepTheirParentheses) {
   Env env;
   auto m = vlm::io::read_model_file(env, data_file("glpk_transport.lp"));
