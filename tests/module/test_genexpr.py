@@ -67,12 +67,13 @@ class TestFunctions:
         assert norm(argvars=[], which=1).which == 1
 
     def test_docstrings(self):
-        assert abs_.__doc__.splitlines()[0] == "Return expression for the absolute value of argvar"
-        assert and_.__doc__.splitlines()[0] == "Return expression for logical 'and'"
-        assert or_.__doc__.splitlines()[0] == "Return expression for logical 'or'"
-        assert max_.__doc__.splitlines()[0] == "Return expression for maximum"
-        assert min_.__doc__.splitlines()[0] == "Return expression for minimum"
-        assert norm.__doc__.splitlines()[0] == "Return expression for norm of a vector"
+        assert abs_.__doc__ == "Return expression for the absolute value of argvar"
+        assert and_.__doc__ == "Return expression for logical 'and'"
+        assert or_.__doc__ == "Return expression for logical 'or'"
+        assert max_.__doc__ == "Return expression for maximum"
+        assert min_.__doc__ == "Return expression for minimum"
+        assert norm.__doc__ == "Return expression for norm of a vector"
+        assert vp.quicksum.__doc__.startswith("A quicker version of the Python built-in 'sum' function for building")
         assert GenExpr.__doc__ == "General expression class.  Used by General constraints."
 
 

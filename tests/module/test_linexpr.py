@@ -273,7 +273,7 @@ class TestText:
 
     def test_pending_variable_shows_awaiting_update(self, model, xyz):
         v = lib.add_var(model, "w")
-        assert str(xyz[0] + v) in ("x + *Awaiting Model Update*",)
+        assert str(xyz[0] + v) == "x + *Awaiting Model Update*"
 
 
 # ---- operators -----------------------------------------------------------------------------

@@ -51,9 +51,13 @@ int env_call(VLMenv* env, Body&& body) noexcept {
 }
 
 // Runs `body(vlm::Model&) -> Status` for a model handle; failures are recorded on the model.
+// While the model is being solved on another thread the call is refused with
+// VLM_ERROR_OPTIMIZATION_IN_PROGRESS, and nothing is recorded (the solving thread owns the
+// model's state until it returns).
 template <class Body>
 int model_call(VLMmodel* model, Body&& body) noexcept {
   if (model == nullptr) return VLM_ERROR_NULL_ARGUMENT;
+  if (model->model->solving()) return VLM_ERROR_OPTIMIZATION_IN_PROGRESS;
   return run_guarded(model->model->errors(), [&] { return body(*model->model); });
 }
 

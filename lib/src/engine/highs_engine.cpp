@@ -371,8 +371,17 @@ void terminate(Model& m) {
   }
 }
 
+namespace {
+struct SolvingScope {
+  Model& m;
+  explicit SolvingScope(Model& model) : m(model) { m.set_solving(true); }
+  ~SolvingScope() { m.set_solving(false); }
+};
+}  // namespace
+
 Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
+  SolvingScope solving(m);
   const ModelData& d = m.data();
   VLM_RETURN_IF_ERROR(check_supported(d));
   Problem p;

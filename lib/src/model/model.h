@@ -9,6 +9,7 @@
 // index given in one batch refers to the numbering before that batch's deletions.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -60,6 +61,10 @@ class Model {
   Status set_objectiven(int index, int priority, double weight, double abstol, double reltol,
                         const char* name, double constant, int lnz, const int* lind,
                         const double* lval);
+
+  // True while a solve of this model runs (on any thread): other calls are refused then.
+  bool solving() const { return solving_.load(std::memory_order_acquire); }
+  void set_solving(bool on) { solving_.store(on, std::memory_order_release); }
 
   // Whether the next solve stops on SIGINT (set by VLMsetsignal, consumed by the solve).
   bool take_signal_request() {
@@ -128,6 +133,7 @@ class Model {
   Pending pending_;
   std::unique_ptr<Solution> solution_;
   bool catch_signal_ = false;
+  std::atomic<bool> solving_{false};
   std::unordered_map<std::string, int> names_[6];
   bool names_built_[6] = {false, false, false, false, false, false};
 };
