@@ -318,6 +318,10 @@ int model_init(PyObject* self, PyObject* args, PyObject* kwds) {
 PyObject* model_dispose(PyObject* self, PyObject*) {
   ModelObject* m = as_model(self);
   if (m->handle == nullptr) return py::none();
+  if (m->solving) {
+    return raise_velmor_msg(VLM_ERROR_OPTIMIZATION_IN_PROGRESS,
+                            "Cannot dispose a model while it is being optimized");
+  }
   for (PyObject*& list : m->lists) {
     if (list == nullptr) continue;
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(list); ++i) {
@@ -1532,6 +1536,9 @@ PyMethodDef model_methods[] = {
      "removal takes effect at the next update; elements already removed are ignored."},
     {"_removeone", py::guarded<&model_removeone>, METH_O,
      "_removeone(item)\n\nMarks one element for removal at the next update."},
+    {"optimize", (PyCFunction)(void (*)(void))py::guarded<&model_optimize>,
+     METH_FASTCALL | METH_KEYWORDS, model_optimize_doc},
+    {"terminate", py::guarded<&model_terminate>, METH_NOARGS, model_terminate_doc},
     {"update", py::guarded<&model_update_method>, METH_NOARGS,
      "update()\n\nApplies pending changes: removals, then additions and modifications. Elements\n"
      "added since the last update appear in getVars() and getConstrs() afterwards."},

@@ -27,6 +27,7 @@ struct ModelObject {
   int updatemode;  // cached UpdateMode parameter; -1 = read again
   int newranges;   // range constraints added in immediate mode since the last update
   long modcnt;
+  int solving;  // non-zero while optimize() runs with the interpreter lock released
   PyObject* dict;
   PyObject* weakreflist;
 };
@@ -67,3 +68,9 @@ py::Ref model_adopt(VLMmodel* handle, PyObject* env);
 
 // model.update(); 0, or -1 with an exception set.
 int model_update(PyObject* model);
+
+// Solving (model_solve.cpp): optimize(callback=None) and terminate().
+PyObject* model_optimize(PyObject* self, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames);
+PyObject* model_terminate(PyObject* self, PyObject*);
+extern const char model_optimize_doc[];
+extern const char model_terminate_doc[];

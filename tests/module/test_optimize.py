@@ -1,0 +1,149 @@
+"""Solving from Python: optimum values read as attributes, statuses of infeasible models,
+terminate() from another thread, and the interpreter lock released during the solve."""
+import pathlib
+import random
+import threading
+import time
+
+import pytest
+
+import velmorpy as vp
+from velmorpy import VLM, VelmorError
+
+
+def read_lp(tmp_path, text, name="m.lp"):
+    path = tmp_path / name
+    path.write_text(text)
+    m = vp.read(str(path))
+    m.Params.OutputFlag = 0
+    return m
+
+
+# max 3x + 2y  s.t.  x + y <= 4,  x + 3y <= 9,  x <= 3:  optimum x = 3, y = 1, value 11.
+PRODUCTION = """Maximize
+ obj: 3 x + 2 y
+Subject To
+ c1: x + y <= 4
+ c2: x + 3 y <= 9
+Bounds
+ x <= 3
+End
+"""
+
+
+def test_lp_optimum_and_duals(tmp_path):
+    m = read_lp(tmp_path, PRODUCTION)
+    m.optimize()
+    assert m.Status == VLM.OPTIMAL
+    assert m.ObjVal == pytest.approx(11.0)
+    x, y = m.getVars()
+    assert (x.X, y.X) == (pytest.approx(3.0), pytest.approx(1.0))
+    c1, c2 = m.getConstrs()
+    # c1 binds (dual 2 = y's profit); x's reduced cost is 3 - 2 = 1 at its upper bound.
+    assert c1.Pi == pytest.approx(2.0)
+    assert c2.Slack == pytest.approx(3.0)
+    assert x.RC == pytest.approx(1.0)
+    assert m.getAttr("X", m.getVars()) == [pytest.approx(3.0), pytest.approx(1.0)]
+    assert m.ConstrVio <= 1e-9 and m.BoundVio <= 1e-9
+
+
+def test_mip_from_a_file_written_by_another_program(tmp_path):
+    # glpsol's transportation model: its optimum is 1707.5.
+    m = vp.read(str(pathlib.Path(__file__).parents[1] / "data" / "glpk_transport.lp"))
+    m.Params.OutputFlag = 0
+    m.optimize()
+    assert m.Status == VLM.OPTIMAL
+    assert m.ObjVal == pytest.approx(1707.5)
+
+
+def test_infeasible_model_has_no_values(tmp_path):
+    m = read_lp(tmp_path, "Minimize\n obj: x\nSubject To\n c: x >= 5\nBounds\n x <= 1\nEnd\n")
+    m.optimize()
+    assert m.Status in (VLM.INFEASIBLE, VLM.INF_OR_UNBD)
+    with pytest.raises(AttributeError, match="Unable to retrieve attribute 'X'"):
+        m.getVars()[0].X
+    with pytest.raises(AttributeError, match="ObjVal"):
+        m.ObjVal
+
+
+def test_unsupported_elements_are_refused_with_their_name(tmp_path):
+    m = read_lp(tmp_path, "Minimize\n obj: x + y\nSubject To\n c: x + y >= 1\n"
+                          "SOS\n s1: S1 :: x:1 y:2\nEnd\n")
+    with pytest.raises(VelmorError) as info:
+        m.optimize()
+    assert info.value.errno == VLM.ERROR_NOT_SUPPORTED
+    assert "SOS" in str(info.value)
+
+
+def test_callback_must_be_a_plain_function(tmp_path):
+    m = read_lp(tmp_path, PRODUCTION)
+
+    class Holder:
+        def cb(self, model, where):
+            pass
+
+    with pytest.raises(VelmorError, match="Callback argument must be a function"):
+        m.optimize(Holder().cb)
+
+
+def market_split_lp(n=40, rows=4, seed=7):
+    rnd = random.Random(seed)
+    lines = ["Minimize", " obj: 0 x0", "Subject To"]
+    for i in range(rows):
+        coefs = [rnd.randrange(100) for _ in range(n)]
+        terms = " + ".join(f"{c} x{j}" for j, c in enumerate(coefs))
+        lines.append(f" r{i}: {terms} = {sum(coefs) // 2}")
+    lines += ["Binaries", " " + " ".join(f"x{j}" for j in range(n)), "End", ""]
+    return "\n".join(lines)
+
+
+def test_terminate_from_another_thread_and_threads_keep_running(tmp_path):
+    m = read_lp(tmp_path, market_split_lp())
+    m.Params.TimeLimit = 60
+    ticks = []
+    stop_ticking = threading.Event()
+
+    def ticker():
+        while not stop_ticking.is_set():
+            ticks.append(time.perf_counter())
+            time.sleep(0.01)
+
+    def stopper():
+        time.sleep(0.5)
+        m.terminate()
+
+    threads = [threading.Thread(target=ticker), threading.Thread(target=stopper)]
+    for t in threads:
+        t.start()
+    start = time.perf_counter()
+    m.optimize()
+    elapsed = time.perf_counter() - start
+    stop_ticking.set()
+    for t in threads:
+        t.join()
+    assert m.Status == VLM.INTERRUPTED
+    assert elapsed < 1.5
+    # The ticker ran while the solve held no interpreter lock.
+    assert sum(1 for t in ticks if start < t < start + elapsed) > 10
+
+
+def test_a_solving_model_cannot_be_disposed(tmp_path):
+    m = read_lp(tmp_path, market_split_lp(seed=3))
+    m.Params.TimeLimit = 60
+    errors = []
+
+    def disposer():
+        time.sleep(0.3)
+        try:
+            m.dispose()
+        except VelmorError as e:
+            errors.append(e.errno)
+        m.terminate()
+
+    t = threading.Thread(target=disposer)
+    t.start()
+    m.optimize()
+    t.join()
+    assert errors == [VLM.ERROR_OPTIMIZATION_IN_PROGRESS]
+    assert m.Status == VLM.INTERRUPTED
+    m.dispose()
