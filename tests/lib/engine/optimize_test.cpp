@@ -13,22 +13,13 @@
 #include <string>
 #include <vector>
 
+#include "model_fixture.h"
 #include "velmor_c.h"
 
 namespace {
 
-class OptimizeTest : public ::testing::Test {
+class OptimizeTest : public ModelFixture {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(VLMemptyenv(&env_), VLM_OK);
-    ASSERT_EQ(VLMsetintparam(env_, "OutputFlag", 0), VLM_OK);
-    ASSERT_EQ(VLMstartenv(env_), VLM_OK);
-    ASSERT_EQ(VLMnewmodel(env_, &m_, "t", 0, nullptr, nullptr, nullptr, nullptr, nullptr), VLM_OK);
-  }
-  void TearDown() override {
-    VLMfreemodel(m_);
-    VLMfreeenv(env_);
-  }
   void var(double obj, double lb, double ub, char type, const char* name) {
     ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, obj, lb, ub, type, name), VLM_OK);
   }
@@ -51,8 +42,6 @@ class OptimizeTest : public ::testing::Test {
     return v;
   }
 
-  VLMenv* env_ = nullptr;
-  VLMmodel* m_ = nullptr;
 };
 
 // max x + y  s.t.  x + 2y <= 4,  3x + y <= 6,  x, y >= 0: optimum (1.6, 1.2), value 2.8;

@@ -6,22 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "model_fixture.h"
 #include "velmor_c.h"
 
 namespace {
 
-class ModelTest : public ::testing::Test {
+class ModelTest : public ModelFixture {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(VLMemptyenv(&env_), VLM_OK);
-    ASSERT_EQ(VLMsetintparam(env_, "OutputFlag", 0), VLM_OK);
-    ASSERT_EQ(VLMstartenv(env_), VLM_OK);
-    ASSERT_EQ(VLMnewmodel(env_, &m_, "test", 0, nullptr, nullptr, nullptr, nullptr, nullptr), VLM_OK);
-  }
-  void TearDown() override {
-    VLMfreemodel(m_);
-    VLMfreeenv(env_);
-  }
   int intattr(const char* name) {
     int v = -1;
     EXPECT_EQ(VLMgetintattr(m_, name, &v), VLM_OK) << VLMgetmerrormsg(m_);
@@ -46,8 +37,6 @@ class ModelTest : public ::testing::Test {
     ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
   }
 
-  VLMenv* env_ = nullptr;
-  VLMmodel* m_ = nullptr;
 };
 
 TEST_F(ModelTest, AdditionsWaitForTheUpdate) {
