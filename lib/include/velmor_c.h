@@ -286,6 +286,15 @@ VLM_API int VLMdelqconstrs(VLMmodel *model, int numdel, const int *ind);
 VLM_API int VLMdelsos(VLMmodel *model, int numdel, const int *ind);
 VLM_API int VLMdelgenconstrs(VLMmodel *model, int numdel, const int *ind);
 
+/* Cleans a list of linear terms in place: sums the values of duplicate indices, drops zero
+ * values, and leaves the terms sorted by index; *lenP receives the new length. Cannot fail
+ * but for NULL arguments (a negative length counts as 0). */
+VLM_API int VLMclean2(int *lenP, int *ind, double *val);
+
+/* The same for quadratic terms (ind0[k], ind1[k], val[k]): pairs are taken unordered (i, j and
+ * j, i are one pair, written with ind0 <= ind1). */
+VLM_API int VLMclean3(int *lenP, int *ind0, int *ind1, double *val);
+
 /* ---------------------------------------------------------------------------------------
  * Reading the model back (as of the last update)
  *
