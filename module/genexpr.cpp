@@ -216,16 +216,16 @@ PyObject* norm_fn(PyObject*, PyObject* args, PyObject* kwds) {
 
 PyMethodDef module_functions[] = {
     {"abs_", (PyCFunction)(void (*)(void))py::guarded<&abs_fn>, METH_VARARGS | METH_KEYWORDS,
-     "Return expression for the absolute value of argvar\n\n    m.addConstr(r == abs_(x))"},
+     "Return expression for the absolute value of argvar"},
     {"and_", py::guarded<&and_fn>, METH_VARARGS,
-     "Return expression for logical 'and'\n\n    m.addConstr(r == and_(b1, b2, b3))"},
-    {"or_", py::guarded<&or_fn>, METH_VARARGS, "Return expression for logical 'or'\n\n    m.addConstr(r == or_(b1, b2))"},
+     "Return expression for logical 'and'"},
+    {"or_", py::guarded<&or_fn>, METH_VARARGS, "Return expression for logical 'or'"},
     {"max_", (PyCFunction)(void (*)(void))py::guarded<&max_fn>, METH_VARARGS | METH_KEYWORDS,
-     "Return expression for maximum\n\n    m.addConstr(z == max_(x, y, constant=1))"},
+     "Return expression for maximum"},
     {"min_", (PyCFunction)(void (*)(void))py::guarded<&min_fn>, METH_VARARGS | METH_KEYWORDS,
-     "Return expression for minimum\n\n    m.addConstr(z == min_(x, y, constant=1))"},
+     "Return expression for minimum"},
     {"norm", (PyCFunction)(void (*)(void))py::guarded<&norm_fn>, METH_VARARGS | METH_KEYWORDS,
-     "Return expression for norm of a vector\n\n    m.addConstr(r == norm([x, y, z], 2))"},
+     "Return expression for norm of a vector"},
     {"_special_gcargs_concat", py::guarded<&concat_fn>, METH_O,
      "_special_gcargs_concat(args)\n\nThe arguments as one list; a tupledict contributes its values."},
     {nullptr, nullptr, 0, nullptr}};

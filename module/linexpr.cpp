@@ -826,9 +826,8 @@ PyGetSetDef lin_getset[] = {
 
 PyMethodDef module_functions[] = {
     {"quicksum", py::guarded<&quicksum_fn>, METH_O,
-     "quicksum(iterable)\n\n"
      "A quicker version of the Python built-in 'sum' function for building expressions:\n"
-     "the items are added into one new expression without intermediate results.\n\n"
+     "quicksum(iterable) adds the items into one new expression without intermediate results.\n\n"
      "    expr = quicksum(c[i] * x[i] for i in range(n))\n\n"
      "The result is a LinExpr, or a QuadExpr once a quadratic item is met. A tupledict is\n"
      "summed over its values; matrix objects are summed with their own sum()."},

@@ -311,15 +311,15 @@ def pool():
 linear = st.tuples(st.integers(-3, 3), st.lists(st.tuples(st.integers(-3, 3), st.integers(0, NVARS - 1)), max_size=5))
 
 
-def build(spec, vs):
-    const, ts = spec
+def build(lin, vs):
+    const, ts = lin
     e = LinExpr([c for c, _ in ts], [vs[i] for _, i in ts])
     e.addConstant(const)
     return e
 
 
-def as_dict(spec):
-    const, ts = spec
+def as_dict(lin):
+    const, ts = lin
     d = {}
     for c, i in ts:
         d[i] = d.get(i, 0) + c
