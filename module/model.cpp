@@ -1539,6 +1539,11 @@ PyMethodDef model_methods[] = {
     {"optimize", (PyCFunction)(void (*)(void))py::guarded<&model_optimize>,
      METH_FASTCALL | METH_KEYWORDS, model_optimize_doc},
     {"terminate", py::guarded<&model_terminate>, METH_NOARGS, model_terminate_doc},
+    {"setObjective", VARARGS_KW(model_setobjective), model_setobjective_doc},
+    {"setObjectiveN", VARARGS_KW(model_setobjectiven), model_setobjectiven_doc},
+    {"getObjective", VARARGS_KW(model_getobjective), model_getobjective_doc},
+    {"setPWLObj", VARARGS_KW(model_setpwlobj), model_setpwlobj_doc},
+    {"getPWLObj", py::guarded<&model_getpwlobj>, METH_O, model_getpwlobj_doc},
     {"update", py::guarded<&model_update_method>, METH_NOARGS,
      "update()\n\nApplies pending changes: removals, then additions and modifications. Elements\n"
      "added since the last update appear in getVars() and getConstrs() afterwards."},
@@ -1602,6 +1607,17 @@ const char model_doc[] =
 bool model_check(PyObject* o) { return PyObject_TypeCheck(o, &ModelType); }
 
 PyTypeObject* model_type_object() { return &ModelType; }
+
+int model_var_column(PyObject* model, PyObject* var) {
+  if (handle_kind(var) == VLM_KIND_VAR) {
+    HandleObject* h = as_handle(var);
+    if (h->model == model && h->index != kIndexPending && h->index != kIndexRemoved) {
+      return handle_position(h->index);
+    }
+  }
+  raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, "Variable not in model");
+  return -1;
+}
 
 VLMmodel* model_handle_of(PyObject* obj, bool* found) {
   *found = true;

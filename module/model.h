@@ -66,11 +66,26 @@ int model_append_handles(PyObject* model, int kind, Py_ssize_t count, PyObject* 
 // when the construction fails.
 py::Ref model_adopt(VLMmodel* handle, PyObject* env);
 
+// The library column of `var` for a term of an expression given to `model`: -1 with
+// VelmorError(ERROR_NOT_IN_MODEL, "Variable not in model") when `var` is not a variable of
+// this model that exists (or, in immediate update mode, is being added).
+int model_var_column(PyObject* model, PyObject* var);
+
 // model.update(); 0, or -1 with an exception set.
 int model_update(PyObject* model);
 
-// Solving (model_solve.cpp): optimize(callback=None) and terminate().
+// Objective and solving (model_solve.cpp).
 PyObject* model_optimize(PyObject* self, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames);
 PyObject* model_terminate(PyObject* self, PyObject*);
+PyObject* model_setobjective(PyObject* self, PyObject* args, PyObject* kwds);
+PyObject* model_setobjectiven(PyObject* self, PyObject* args, PyObject* kwds);
+PyObject* model_getobjective(PyObject* self, PyObject* args, PyObject* kwds);
+PyObject* model_setpwlobj(PyObject* self, PyObject* args, PyObject* kwds);
+PyObject* model_getpwlobj(PyObject* self, PyObject* var);
 extern const char model_optimize_doc[];
 extern const char model_terminate_doc[];
+extern const char model_setobjective_doc[];
+extern const char model_setobjectiven_doc[];
+extern const char model_getobjective_doc[];
+extern const char model_setpwlobj_doc[];
+extern const char model_getpwlobj_doc[];

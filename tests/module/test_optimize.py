@@ -147,3 +147,55 @@ def test_a_solving_model_cannot_be_disposed(tmp_path):
     assert errors == [VLM.ERROR_OPTIMIZATION_IN_PROGRESS]
     assert m.Status == VLM.INTERRUPTED
     m.dispose()
+
+
+def test_objective_round_trip_and_quadratic_solve(tmp_path):
+    m = read_lp(tmp_path, PRODUCTION)
+    x, y = m.getVars()
+    assert str(m.getObjective()) == "3.0 x + 2.0 y"
+    # min (x-2)^2 + (y-3)^2 - 12 = x^2 + y^2 - 4x - 6y + 1 with x + y <= 4: the projection of
+    # (2, 3) onto x + y = 4 is (1.5, 2.5), value 0.5 - 12 = -11.5.
+    m.setObjective(x * x + y * y - 4 * x - 6 * y + 1, VLM.MINIMIZE)
+    m.update()
+    obj = m.getObjective()
+    assert isinstance(obj, vp.QuadExpr)
+    assert str(obj) == "1.0 + -4.0 x + -6.0 y + [ x ^ 2 + y ^ 2 ]"
+    assert m.ModelSense == VLM.MINIMIZE
+    m.optimize()
+    assert m.ObjVal == pytest.approx(-11.5, abs=1e-6)
+    assert (x.X, y.X) == (pytest.approx(1.5, abs=1e-5), pytest.approx(2.5, abs=1e-5))
+
+
+def test_objective_errors_leave_the_objective(tmp_path):
+    m = read_lp(tmp_path, PRODUCTION)
+    other = read_lp(tmp_path, PRODUCTION, "other.lp")
+    ox = other.getVars()[0]
+    with pytest.raises(VelmorError) as info:
+        m.setObjective(2 * ox)
+    assert info.value.errno == VLM.ERROR_NOT_IN_MODEL and str(info.value) == "Variable not in model"
+    with pytest.raises(VelmorError, match="sense"):
+        m.setObjective(m.getVars()[0], 7)
+    x, y = m.getVars()
+    with pytest.raises(VelmorError, match="linear"):
+        m.setObjectiveN(x * y, 0)
+    m.update()
+    assert str(m.getObjective()) == "3.0 x + 2.0 y"
+
+
+def test_multiple_objectives_and_pwl_objectives_are_stored(tmp_path):
+    m = read_lp(tmp_path, PRODUCTION)
+    x, y = m.getVars()
+    m.setObjectiveN(x + 2 * y + 1, 0, priority=2, name="first")
+    m.setObjectiveN(-y, 1, weight=0.5)
+    m.setPWLObj(x, [0, 1, 3], [0, 2, 3])
+    m.update()
+    assert m.NumObj == 2
+    first = m.getObjective(0)
+    assert str(first) == "1.0 + x + 2.0 y"
+    assert m.ObjNPriority == 2 and m.ObjNName == "first"
+    assert str(m.getObjective(1)) == "-1.0 y"
+    assert m.getPWLObj(x) == [(0.0, 0.0), (1.0, 2.0), (3.0, 3.0)]
+    assert m.getPWLObj(y) == []
+    with pytest.raises(VelmorError) as info:
+        m.optimize()
+    assert info.value.errno == VLM.ERROR_NOT_SUPPORTED
