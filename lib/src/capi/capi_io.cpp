@@ -7,6 +7,7 @@
 #include "capi/capi_model.h"
 #include "io/attr_file.h"
 #include "io/file_format.h"
+#include "io/solution_files.h"
 #include "io/prm_file.h"
 #include "velmor_c.h"
 
@@ -47,6 +48,11 @@ VLM_API int VLMwrite(VLMmodel* model, const char* filename) {
     if (suffix == "attr" && !gz) {
       VLM_RETURN_IF_ERROR(m.update());
       return vlm::io::write_attr_file(name, m);
+    }
+    vlm::io::VarFileKind kind;
+    if (vlm::io::var_file_kind(suffix, &kind)) {
+      VLM_RETURN_IF_ERROR(m.update());
+      return vlm::io::write_var_file(name, kind, m);
     }
     if (suffix == "prm" || vlm::io::is_attr_file(name)) {
       return Status(VLM_ERROR_NOT_SUPPORTED,

@@ -4,6 +4,8 @@
 #include "capi/capi_guard.h"
 #include "core/text.h"
 #include "io/attr_file.h"
+#include "io/file_format.h"
+#include "io/solution_files.h"
 #include "io/prm_file.h"
 #include "velmor_c.h"
 
@@ -34,9 +36,11 @@ VLM_API int VLMread(VLMmodel* model, const char* filename) {
       VLM_RETURN_IF_ERROR(vlm::io::read_params(f, scratch));
       return m.env().assign_params(scratch);
     }
-    for (const char* kind : {".mst", ".sol", ".hnt", ".bas", ".ord", ".json"}) {
+    vlm::io::VarFileKind kind;
+    if (vlm::io::var_file_kind(vlm::io::file_suffix(f), &kind)) return vlm::io::read_var_file(f, kind, m);
+    for (const char* kind : {".bas", ".ord", ".json"}) {
       if (ends_with(f, kind) || ends_with(f, (std::string(kind) + ".gz").c_str())) {
-        // TODO(#6): starts, hints, bases, solutions and branching orders with the engine.
+        // TODO(#6): bases, branching orders and JSON solutions.
         return Status(VLM_ERROR_NOT_SUPPORTED, "Reading '" + f + "' into a model is not supported yet");
       }
     }

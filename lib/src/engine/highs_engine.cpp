@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "attrs/attr_table.h"
 #include "engine/engine.h"
 #include "interfaces/highs_c_api.h"
 
@@ -326,6 +327,24 @@ void set_options(void* h, const ParamSet& ps, bool mip) {
   Highs_setDoubleOptionValue(h, "mip_heuristic_effort", ps.dbl_param("Heuristics"));
 }
 
+// ---- MIP start --------------------------------------------------------------------------------
+
+// Hands the defined Start values to HiGHS as a partial solution, which it completes.
+void pass_start(void* h, const ModelData& d) {
+  int attr = find_attr("Start");
+  auto it = d.extra[VLM_KIND_VAR].num.find(attr);
+  if (it == d.extra[VLM_KIND_VAR].num.end()) return;
+  std::vector<HighsInt> idx;
+  std::vector<double> val;
+  for (int j = 0; j < d.num_vars(); ++j) {
+    double v = it->second.v[j];
+    if (v >= VLM_UNDEFINED || std::isnan(v)) continue;
+    idx.push_back(j);
+    val.push_back(v);
+  }
+  if (!idx.empty()) Highs_setSparseSolution(h, static_cast<HighsInt>(idx.size()), idx.data(), val.data());
+}
+
 // ---- statuses ---------------------------------------------------------------------------------
 
 int map_status(HighsInt ms, bool mip, bool node_limit_set, double nodes, double node_limit,
@@ -445,6 +464,7 @@ Status optimize(Model& m) {
     if (p.mip && target > -VLM_INFINITY && target < VLM_INFINITY) {
       Highs_setDoubleOptionValue(h, "objective_target", target);
     }
+    if (p.mip) pass_start(h, d);
     rc = Highs_run(h);
   } catch (const std::exception& e) {
     return Status(VLM_ERROR_INTERNAL, std::string("HiGHS failed: ") + e.what());

@@ -1,0 +1,153 @@
+#include "io/solution_files.h"
+
+#include <sstream>
+#include <vector>
+
+#include "attrs/attr_engine.h"
+#include "core/text.h"
+#include "io/file_format.h"
+#include "params/param_table.h"
+
+namespace vlm::io {
+
+namespace {
+
+std::string quoted_name(const std::string& name) {
+  if (!name.empty() && name.find_first_of(" \t\"") == std::string::npos) return name;
+  std::string out = "\"";
+  for (char c : name) {
+    if (c == '"' || c == '\\') out.push_back('\\');
+    out.push_back(c);
+  }
+  return out + "\"";
+}
+
+// Splits a line into words; double quotes group blanks, backslash escapes inside them.
+bool words_of(const std::string& line, std::vector<std::string>& words) {
+  words.clear();
+  std::size_t i = 0;
+  while (i < line.size()) {
+    while (i < line.size() && (line[i] == ' ' || line[i] == '\t' || line[i] == '\r')) ++i;
+    if (i >= line.size()) break;
+    std::string w;
+    if (line[i] == '"') {
+      ++i;
+      bool closed = false;
+      while (i < line.size()) {
+        char c = line[i++];
+        if (c == '\\' && i < line.size()) {
+          w.push_back(line[i++]);
+        } else if (c == '"') {
+          closed = true;
+          break;
+        } else {
+          w.push_back(c);
+        }
+      }
+      if (!closed) return false;
+    } else {
+      while (i < line.size() && line[i] != ' ' && line[i] != '\t' && line[i] != '\r') w.push_back(line[i++]);
+    }
+    words.push_back(std::move(w));
+  }
+  return true;
+}
+
+// The values of a per-variable attribute that are set (not the undefined default).
+bool extra_value(const ModelData& d, const char* attr, int j, double* out) {
+  int a = find_attr(attr);
+  auto it = d.extra[VLM_KIND_VAR].num.find(a);
+  if (it == d.extra[VLM_KIND_VAR].num.end()) return false;
+  double v = it->second.v[j];
+  if (v == it->second.def) return false;
+  *out = v;
+  return true;
+}
+
+}  // namespace
+
+bool var_file_kind(const std::string& suffix, VarFileKind* kind) {
+  if (suffix == "sol") *kind = VarFileKind::kSolution;
+  else if (suffix == "mst") *kind = VarFileKind::kStart;
+  else if (suffix == "hnt") *kind = VarFileKind::kHint;
+  else return false;
+  return true;
+}
+
+Status write_var_file(const std::string& filename, VarFileKind kind, Model& m) {
+  const ModelData& d = m.data();
+  const Solution* s = m.solution();
+  const bool have_solution = s != nullptr && s->sol_count > 0 && !s->x.empty();
+  std::ostringstream out;
+  switch (kind) {
+    case VarFileKind::kSolution:
+      if (!have_solution) {
+        return Status(VLM_ERROR_DATA_NOT_AVAILABLE, "No solution available to write to '" + filename + "'");
+      }
+      out << "# Solution for model " << d.name << "\n# Objective value = " << format_double(s->objval) << "\n";
+      break;
+    case VarFileKind::kStart:
+      out << "# MIP start\n";
+      break;
+    case VarFileKind::kHint:
+      out << "# Variable hints\n";
+      break;
+  }
+  for (int j = 0; j < d.num_vars(); ++j) {
+    double v = 0.0, pri = 0.0;
+    if (kind == VarFileKind::kSolution || (kind == VarFileKind::kStart && have_solution)) {
+      v = s->x[j];
+    } else if (kind == VarFileKind::kStart) {
+      if (!extra_value(d, "Start", j, &v)) continue;
+    } else {
+      if (!extra_value(d, "VarHintVal", j, &v)) continue;
+      extra_value(d, "VarHintPri", j, &pri);
+    }
+    out << quoted_name(d.varname[j]) << ' ' << format_double(v);
+    if (kind == VarFileKind::kHint && pri != 0.0) out << ' ' << format_double(pri);
+    out << '\n';
+  }
+  return write_file(filename, out.str());
+}
+
+Status read_var_file(const std::string& filename, VarFileKind kind, Model& m) {
+  VLM_ASSIGN_OR_RETURN(std::string content, read_file(filename));
+  const int value_attr = find_attr(kind == VarFileKind::kHint ? "VarHintVal" : "Start");
+  const int pri_attr = find_attr("VarHintPri");
+  const std::size_t mark = m.change_mark();
+  auto fail = [&](int lineno, const std::string& what) {
+    m.rollback_changes(mark);
+    return Status(VLM_ERROR_FILE_READ, "File '" + filename + "', line " + std::to_string(lineno) + ": " + what);
+  };
+  std::istringstream in(content);
+  std::string line;
+  std::vector<std::string> words;
+  int lineno = 0;
+  while (std::getline(in, line)) {
+    ++lineno;
+    std::string_view t = trim(line);
+    if (t.empty() || t.front() == '#') continue;
+    if (!words_of(line, words)) return fail(lineno, "unterminated quoted name");
+    const std::size_t want = kind == VarFileKind::kHint ? 3 : 2;
+    if (words.size() < 2 || words.size() > want) {
+      return fail(lineno, kind == VarFileKind::kHint ? "expected 'name value [priority]'" : "expected 'name value'");
+    }
+    int j = m.find_by_name(VLM_KIND_VAR, words[0]);
+    if (j < 0) return fail(lineno, "no variable named '" + words[0] + "'");
+    auto v = parse_double(words[1]);
+    if (!v) return fail(lineno, "expected a number, found '" + words[1] + "'");
+    AttrValue val;
+    val.num = *v;
+    Status st = set_attr(m, value_attr, j, val);
+    if (st.ok() && words.size() == 3) {
+      auto p = parse_integer(words[2]);
+      if (!p) return fail(lineno, "expected an integer priority, found '" + words[2] + "'");
+      val.num = static_cast<double>(*p);
+      st = set_attr(m, pri_attr, j, val);
+    }
+    if (!st.ok()) return fail(lineno, st.message());
+  }
+  return Status::Ok();
+}
+
+}  // namespace vlm::io
