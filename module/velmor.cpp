@@ -222,7 +222,33 @@ PyObject* mod_help(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
   return py::none();
 }
 
+// The `velmor_cl` console command: replaces this process by the command-line solver that is
+// installed beside the library, with the same arguments.
+PyObject* mod_cl_main(PyObject*, PyObject*) {
+  py::Ref os = py::Ref::steal(PyImport_ImportModule("os"));
+  py::Ref module = py::Ref::steal(PyImport_ImportModule("velmorpy"));
+  if (!os || !module) return nullptr;
+  py::Ref file = py::Ref::steal(PyObject_GetAttrString(module.get(), "__file__"));
+  if (!file) return nullptr;
+  py::Ref ospath = py::Ref::steal(PyObject_GetAttrString(os.get(), "path"));
+  if (!ospath) return nullptr;
+  py::Ref dir = py::Ref::steal(PyObject_CallMethod(ospath.get(), "dirname", "O", file.get()));
+  if (!dir) return nullptr;
+  py::Ref path = py::Ref::steal(PyObject_CallMethod(ospath.get(), "join", "Oss", dir.get(), "libvelmor", "velmor_cl"));
+  if (!path) return nullptr;
+  PyObject* argv = PySys_GetObject("argv");  // borrowed
+  py::Ref args = py::Ref::steal(PyList_New(0));
+  if (!args || PyList_Append(args.get(), path.get()) < 0) return nullptr;
+  for (Py_ssize_t i = 1; argv != nullptr && i < PyList_Size(argv); ++i) {
+    if (PyList_Append(args.get(), PyList_GET_ITEM(argv, i)) < 0) return nullptr;
+  }
+  return PyObject_CallMethod(os.get(), "execv", "OO", path.get(), args.get());
+}
+
 PyMethodDef module_functions[] = {
+    {"_cl_main", py::guarded<&mod_cl_main>, METH_NOARGS,
+     "_cl_main()\n\nRuns the velmor_cl command-line solver with this program's arguments\n"
+     "(the entry point of the installed velmor_cl command)."},
     {"read", (PyCFunction)(void (*)(void))py::guarded<&mod_read>, METH_FASTCALL | METH_KEYWORDS,
      "read(filename, env=None)\n\nReads a model from a file and returns it. The name may hold\n"
      "the wildcards '*' and '?' (the first match is used). Without env the default\n"
