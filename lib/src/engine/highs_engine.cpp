@@ -28,30 +28,40 @@ std::mutex g_lifetime_mutex;
 int g_active_solves = 0;
 std::vector<void*> g_deferred;
 
-void release_highs(void* h) {
-  std::vector<void*> now;
-  {
-    std::lock_guard<std::mutex> lock(g_lifetime_mutex);
-    g_deferred.push_back(h);
-    if (g_active_solves > 0) return;
-    now.swap(g_deferred);
-  }
-  for (void* p : now) {
+void destroy_all(std::vector<void*>& instances) {
+  for (void* p : instances) {
     try {
       Highs_destroy(p);
     } catch (...) {
     }
   }
+  instances.clear();
 }
 
+void release_highs(void* h) {
+  std::vector<void*> now;
+  {
+    std::lock_guard<std::mutex> lock(g_lifetime_mutex);
+    g_deferred.push_back(h);
+    if (g_active_solves > 0) return;  // the last solve to end destroys it
+    now.swap(g_deferred);
+  }
+  destroy_all(now);
+}
+
+// Counts a running solve; the last one to end destroys the instances released meanwhile.
 struct ActiveSolve {
   ActiveSolve() {
     std::lock_guard<std::mutex> lock(g_lifetime_mutex);
     ++g_active_solves;
   }
   ~ActiveSolve() {
-    std::lock_guard<std::mutex> lock(g_lifetime_mutex);
-    --g_active_solves;
+    std::vector<void*> now;
+    {
+      std::lock_guard<std::mutex> lock(g_lifetime_mutex);
+      if (--g_active_solves == 0) now.swap(g_deferred);
+    }
+    destroy_all(now);
   }
 };
 
