@@ -7,7 +7,13 @@ Tasks, each timed on its own:
   s += c*x                a loop of in-place additions
   s = s + x               a loop of binary additions (copies; linear cost only with a shared tail)
 and the memory per linear term of the quicksum(c*x) result (growth of the resident set while the
-expression is alive, divided by the number of terms).
+expression is alive, divided by the number of terms). With n >= 1,000,000, two index tasks over
+the keys (i, j) of a 1000 x 1000 grid of the variables:
+  select                  1000 select(i, '*') plus 1000 select('*', j)
+  sum                     1000 sum(i, '*') plus 1000 sum('*', j)
+velmorpy does them with a tupledict; the peers have no such container, so they do what their
+users write instead: group the keys by each position once (timed with the task) and sum the
+groups with their quicksum.
 
 Every interface runs in a process of its own. The peers are not project dependencies; install
 them into a separate environment and point --peer-python at it:
@@ -27,7 +33,7 @@ import sys
 import time
 
 INTERFACES = ["velmorpy", "pyoptinterface", "highspy"]
-TASKS = ["quicksum(x)", "quicksum(c*x)", "s += c*x", "s = s + x"]
+TASKS = ["quicksum(x)", "quicksum(c*x)", "s += c*x", "s = s + x", "select", "sum"]
 
 
 def rss_bytes():
@@ -147,7 +153,54 @@ def worker(name, n, budget):
         result = {"seconds": time.perf_counter() - t0, "n": k}
         del s
     out["tasks"]["s = s + x"] = result
+    if n >= 1_000_000:
+        index_tasks(name, x, quicksum, out)
     print(json.dumps(out))
+
+
+def index_tasks(name, x, quicksum, out):
+    side = 1000
+    keys = [(i, j) for i in range(side) for j in range(side)]
+    if name == "velmorpy":
+        import velmorpy as vp
+
+        td = vp.tupledict(zip(keys, x))
+        t0 = time.perf_counter()
+        for i in range(side):
+            td.select(i, "*")
+        for j in range(side):
+            td.select("*", j)
+        out["tasks"]["select"] = {"seconds": time.perf_counter() - t0, "n": len(keys)}
+        t0 = time.perf_counter()
+        for i in range(side):
+            td.sum(i, "*")
+        for j in range(side):
+            td.sum("*", j)
+        out["tasks"]["sum"] = {"seconds": time.perf_counter() - t0, "n": len(keys)}
+        return
+    d = dict(zip(keys, x))
+
+    def grouped():
+        rows, cols = {}, {}
+        for (i, j), v in d.items():
+            rows.setdefault(i, []).append(v)
+            cols.setdefault(j, []).append(v)
+        return rows, cols
+
+    t0 = time.perf_counter()
+    rows, cols = grouped()
+    for i in range(side):
+        list(rows.get(i, []))
+    for j in range(side):
+        list(cols.get(j, []))
+    out["tasks"]["select"] = {"seconds": time.perf_counter() - t0, "n": len(keys)}
+    t0 = time.perf_counter()
+    rows, cols = grouped()
+    for i in range(side):
+        quicksum(rows.get(i, []))
+    for j in range(side):
+        quicksum(cols.get(j, []))
+    out["tasks"]["sum"] = {"seconds": time.perf_counter() - t0, "n": len(keys)}
 
 
 # ---- driver ----------------------------------------------------------------------------------
