@@ -19,6 +19,8 @@
 #include "attrutil.h"
 #include "env.h"
 #include "handle.h"
+#include "model_build.h"
+#include "model_genconstr.h"
 #include "py_convert.h"
 #include "py_error.h"
 #include "registry.h"
@@ -1536,6 +1538,22 @@ PyMethodDef model_methods[] = {
      "removal takes effect at the next update; elements already removed are ignored."},
     {"_removeone", py::guarded<&model_removeone>, METH_O,
      "_removeone(item)\n\nMarks one element for removal at the next update."},
+#define FASTCALL_KW(fn) (PyCFunction)(void (*)(void))py::guarded<&fn>, METH_FASTCALL | METH_KEYWORDS
+    {"addVar", FASTCALL_KW(model_addvar), model_addvar_doc},
+    {"addVars", FASTCALL_KW(model_addvars), model_addvars_doc},
+    {"addLConstr", FASTCALL_KW(model_addlconstr), model_addlconstr_doc},
+    {"addConstr", FASTCALL_KW(model_addconstr), model_addconstr_doc},
+    {"addQConstr", FASTCALL_KW(model_addqconstr), model_addqconstr_doc},
+    {"addRange", FASTCALL_KW(model_addrange), model_addrange_doc},
+    {"addConstrs", FASTCALL_KW(model_addconstrs), model_addconstrs_doc},
+    {"addSOS", FASTCALL_KW(model_addsos), model_addsos_doc},
+    {"getCoeff", FASTCALL_KW(model_getcoeff), model_getcoeff_doc},
+    {"chgCoeff", FASTCALL_KW(model_chgcoeff), model_chgcoeff_doc},
+    {"getCol", FASTCALL_KW(model_getcol), model_getcol_doc},
+    {"getRow", FASTCALL_KW(model_getrow), model_getrow_doc},
+    {"getQCRow", FASTCALL_KW(model_getqcrow), model_getqcrow_doc},
+    {"getSOS", FASTCALL_KW(model_getsos), model_getsos_doc},
+#undef FASTCALL_KW
     {"optimize", (PyCFunction)(void (*)(void))py::guarded<&model_optimize>,
      METH_FASTCALL | METH_KEYWORDS, model_optimize_doc},
     {"terminate", py::guarded<&model_terminate>, METH_NOARGS, model_terminate_doc},
@@ -1587,6 +1605,42 @@ PyMethodDef model_methods[] = {
     {"_getConstrName", py::guarded<&model_getconstrname>, METH_O,
      "_getConstrName(index)\n\nThe name of a row index counted across linear, quadratic, SOS and\n"
      "general constraints."},
+    {"addGenConstrMax", VARARGS_KW(model_addgenconstrmax), model_addgenconstrmax_doc},
+    {"addGenConstrMin", VARARGS_KW(model_addgenconstrmin), model_addgenconstrmin_doc},
+    {"addGenConstrAbs", VARARGS_KW(model_addgenconstrabs), model_addgenconstrabs_doc},
+    {"addGenConstrAnd", VARARGS_KW(model_addgenconstrand), model_addgenconstrand_doc},
+    {"addGenConstrOr", VARARGS_KW(model_addgenconstror), model_addgenconstror_doc},
+    {"addGenConstrNorm", VARARGS_KW(model_addgenconstrnorm), model_addgenconstrnorm_doc},
+    {"addGenConstrIndicator", VARARGS_KW(model_addgenconstrindicator), model_addgenconstrindicator_doc},
+    {"addGenConstrPWL", VARARGS_KW(model_addgenconstrpwl), model_addgenconstrpwl_doc},
+    {"addGenConstrPoly", VARARGS_KW(model_addgenconstrpoly), model_addgenconstrpoly_doc},
+    {"addGenConstrExp", VARARGS_KW(model_addgenconstrexp), model_addgenconstrexp_doc},
+    {"addGenConstrExpA", VARARGS_KW(model_addgenconstrexpa), model_addgenconstrexpa_doc},
+    {"addGenConstrLog", VARARGS_KW(model_addgenconstrlog), model_addgenconstrlog_doc},
+    {"addGenConstrLogA", VARARGS_KW(model_addgenconstrloga), model_addgenconstrloga_doc},
+    {"addGenConstrPow", VARARGS_KW(model_addgenconstrpow), model_addgenconstrpow_doc},
+    {"addGenConstrLogistic", VARARGS_KW(model_addgenconstrlogistic), model_addgenconstrlogistic_doc},
+    {"addGenConstrSin", VARARGS_KW(model_addgenconstrsin), model_addgenconstrsin_doc},
+    {"addGenConstrCos", VARARGS_KW(model_addgenconstrcos), model_addgenconstrcos_doc},
+    {"addGenConstrTan", VARARGS_KW(model_addgenconstrtan), model_addgenconstrtan_doc},
+    {"getGenConstrMax", py::guarded<&model_getgenconstrmax>, METH_O, model_getgenconstrmax_doc},
+    {"getGenConstrMin", py::guarded<&model_getgenconstrmin>, METH_O, model_getgenconstrmin_doc},
+    {"getGenConstrAbs", py::guarded<&model_getgenconstrabs>, METH_O, model_getgenconstrabs_doc},
+    {"getGenConstrAnd", py::guarded<&model_getgenconstrand>, METH_O, model_getgenconstrand_doc},
+    {"getGenConstrOr", py::guarded<&model_getgenconstror>, METH_O, model_getgenconstror_doc},
+    {"getGenConstrNorm", py::guarded<&model_getgenconstrnorm>, METH_O, model_getgenconstrnorm_doc},
+    {"getGenConstrIndicator", py::guarded<&model_getgenconstrindicator>, METH_O, model_getgenconstrindicator_doc},
+    {"getGenConstrPWL", py::guarded<&model_getgenconstrpwl>, METH_O, model_getgenconstrpwl_doc},
+    {"getGenConstrPoly", py::guarded<&model_getgenconstrpoly>, METH_O, model_getgenconstrpoly_doc},
+    {"getGenConstrExp", py::guarded<&model_getgenconstrexp>, METH_O, model_getgenconstrexp_doc},
+    {"getGenConstrExpA", py::guarded<&model_getgenconstrexpa>, METH_O, model_getgenconstrexpa_doc},
+    {"getGenConstrLog", py::guarded<&model_getgenconstrlog>, METH_O, model_getgenconstrlog_doc},
+    {"getGenConstrLogA", py::guarded<&model_getgenconstrloga>, METH_O, model_getgenconstrloga_doc},
+    {"getGenConstrPow", py::guarded<&model_getgenconstrpow>, METH_O, model_getgenconstrpow_doc},
+    {"getGenConstrLogistic", py::guarded<&model_getgenconstrlogistic>, METH_O, model_getgenconstrlogistic_doc},
+    {"getGenConstrSin", py::guarded<&model_getgenconstrsin>, METH_O, model_getgenconstrsin_doc},
+    {"getGenConstrCos", py::guarded<&model_getgenconstrcos>, METH_O, model_getgenconstrcos_doc},
+    {"getGenConstrTan", py::guarded<&model_getgenconstrtan>, METH_O, model_getgenconstrtan_doc},
     {nullptr, nullptr, 0, nullptr}};
 
 #undef VARARGS_KW
@@ -1739,6 +1793,38 @@ py::Ref model_adopt(VLMmodel* handle, PyObject* env) {
   return py::Ref::steal(PyObject_Call(reinterpret_cast<PyObject*>(&ModelType), args.get(), kwargs.get()));
 }
 
+// The library deletes a general constraint together with its result or argument variable;
+// marking those constraints for removal keeps their handles in step.
+bool mark_dependent_genconstrs(PyObject* self) {
+  ModelObject* m = as_model(self);
+  PyObject* gens = list_of(m, VLM_KIND_GENCONSTR);
+  if (gens == nullptr || PyList_GET_SIZE(gens) == 0) return true;
+  PyObject* vars = list_of(m, VLM_KIND_VAR);
+  std::vector<char> deleted;
+  for (Py_ssize_t i = 0; i < PyList_GET_SIZE(vars); ++i) {
+    int idx = as_handle(PyList_GET_ITEM(vars, i))->index;
+    if (idx <= -3) {
+      std::size_t col = static_cast<std::size_t>(handle_position(idx));
+      if (deleted.size() <= col) deleted.resize(col + 1, 0);
+      deleted[col] = 1;
+    }
+  }
+  auto gone = [&](int col) { return col >= 0 && static_cast<std::size_t>(col) < deleted.size() && deleted[col]; };
+  for (Py_ssize_t i = 0; i < PyList_GET_SIZE(gens); ++i) {
+    HandleObject* g = as_handle(PyList_GET_ITEM(gens, i));
+    if (g->index < 0) continue;
+    int res = -1, arg = -1;
+    int rc = VLMgetgenconstrvars(m->handle, g->index, &res, &arg);
+    if (rc == VLM_ERROR_INDEX_OUT_OF_RANGE) continue;  // added in this batch: not in the library yet
+    if (rc != 0) {
+      raise_velmor(rc, self);
+      return false;
+    }
+    if (gone(res) || gone(arg)) g->index = -3 - g->index;
+  }
+  return true;
+}
+
 int model_update(PyObject* self) {
   ModelObject* m = as_model(self);
   if (m->handle == nullptr) {
@@ -1753,6 +1839,7 @@ int model_update(PyObject* self) {
     py::Ref h = handle_new(VLM_KIND_VAR, self, static_cast<int>(PyList_GET_SIZE(vars)));
     if (!h || PyList_Append(vars, h.get()) < 0) return -1;
   }
+  if (m->delvars && !mark_dependent_genconstrs(self)) return -1;
   for (int kind = VLM_KIND_VAR; kind <= VLM_KIND_GENCONSTR; ++kind) {
     if (kind == VLM_KIND_VAR && !m->delvars) continue;
     if (kind == VLM_KIND_CONSTR && !m->delconstrs) continue;

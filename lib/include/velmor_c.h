@@ -391,6 +391,12 @@ VLM_API int VLMaddgenconstrCos(VLMmodel *model, const char *name, int xvar, int 
 VLM_API int VLMaddgenconstrTan(VLMmodel *model, const char *name, int xvar, int yvar,
                                const char *options);
 
+/* The variables general constraint `id` is defined by, whatever its type: the result (or,
+ * for an indicator, the binary; for function and PWL constraints, y) in *resvarP and the
+ * argument (ABS, and x of function and PWL constraints; -1 otherwise) in *argvarP. Deleting
+ * either variable deletes the constraint. */
+VLM_API int VLMgetgenconstrvars(VLMmodel *model, int id, int *resvarP, int *argvarP);
+
 /* Readers of general constraint `id`; each output may be NULL. */
 VLM_API int VLMgetgenconstrMax(VLMmodel *model, int id, int *resvarP, int *nvarsP, int *vars,
                                double *constantP);

@@ -279,6 +279,9 @@ const Binding kBindings[] = {
     {"Pi", S(sol->has_duals, o.num = sol->pi[e]), nullptr},
     {"Slack", S(has_x(sol), o.num = sol->slack[e]), nullptr},
     {"VBasis", S(sol->has_basis, o.num = sol->vbasis[e]), nullptr},
+    {"UnbdRay", S(!sol->unbd_ray.empty(), o.num = sol->unbd_ray[e]), nullptr},
+    {"FarkasDual", S(!sol->farkas_dual.empty(), o.num = sol->farkas_dual[e]), nullptr},
+    {"FarkasProof", S(!sol->farkas_dual.empty(), o.num = sol->farkas_proof), nullptr},
     // ---- solution quality against the user's model
     {"BoundVio", S(has_x(sol), o.num = solution_quality(D, *sol).bound.max), nullptr},
     {"BoundVioIndex", S(has_x(sol), o.num = solution_quality(D, *sol).bound.index), nullptr},

@@ -197,6 +197,20 @@ VLM_API int VLMaddgenconstrTan(VLMmodel* model, const char* name, int xvar, int 
   return add_func(model, GenType::kTan, name, xvar, yvar, 0.0, options);
 }
 
+VLM_API int VLMgetgenconstrvars(VLMmodel* model, int id, int* resvarP, int* argvarP) {
+  return model_call(model, [&](Model& m) {
+    const auto& gs = m.data().genconstrs;
+    if (id < 0 || id >= static_cast<int>(gs.size())) {
+      return Status(VLM_ERROR_INDEX_OUT_OF_RANGE, "General constraint index " + std::to_string(id) +
+                                                      " is out of range (the model has " +
+                                                      std::to_string(gs.size()) + ")");
+    }
+    if (resvarP) *resvarP = gs[id].res;
+    if (argvarP) *argvarP = gs[id].arg;
+    return Status::Ok();
+  });
+}
+
 VLM_API int VLMgetgenconstrMax(VLMmodel* model, int id, int* resvarP, int* nvarsP, int* vars,
                                double* constantP) {
   return get_list(model, id, GenType::kMax, resvarP, nvarsP, vars, constantP);

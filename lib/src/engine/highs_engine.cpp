@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "attrs/attr_table.h"
+#include "core/platform.h"
 #include "engine/engine.h"
 #include "interfaces/highs_c_api.h"
 
@@ -355,6 +356,97 @@ void pass_start(void* h, const ModelData& d) {
   if (!idx.empty()) Highs_setSparseSolution(h, static_cast<HighsInt>(idx.size()), idx.data(), val.data());
 }
 
+// ---- infeasibility and unboundedness certificates ------------------------------------------
+
+void certificates(void* h, const ModelData& d, const Problem& p, Solution& sol) {
+  HighsInt has = 0;
+  if (sol.status == VLM_UNBOUNDED) {
+    std::vector<double> ray(p.ncol);
+    if (Highs_getPrimalRay(h, &has, ray.data()) == kHighsStatusOk && has) {
+      sol.unbd_ray.assign(ray.begin(), ray.begin() + d.num_vars());
+    }
+    return;
+  }
+  if (sol.status != VLM_INFEASIBLE) return;
+  std::vector<double> y(p.nrow);
+  if (Highs_getDualRay(h, &has, y.data()) != kHighsStatusOk || !has) return;
+  // For any x within its bounds, z'x with z = A'y lies at least at L; the rows allow y'Ax at
+  // most U. The certificate proves infeasibility by L - U > 0 (we orient y so that it does).
+  auto proof = [&](double sign) {
+    std::vector<double> z(p.ncol, 0.0);
+    double upper = 0.0;
+    for (int i = 0; i < p.nrow; ++i) {
+      double yi = sign * y[i];
+      for (HighsInt k = p.astart[i]; k < p.astart[i + 1]; ++k) z[p.aindex[k]] += yi * p.aval[k];
+      upper += yi > 0 ? yi * p.rup[i] : yi < 0 ? yi * p.rlo[i] : 0.0;
+    }
+    double lower = 0.0;
+    for (int j = 0; j < p.ncol; ++j) {
+      lower += z[j] > 0 ? z[j] * p.lower[j] : z[j] < 0 ? z[j] * p.upper[j] : 0.0;
+    }
+    return lower - upper;
+  };
+  double plus = proof(1.0), minus = proof(-1.0);
+  const double sign = (std::isnan(plus) || plus < minus) ? -1.0 : 1.0;
+  sol.farkas_proof = std::max(plus, minus);
+  if (!std::isfinite(sol.farkas_proof)) sol.farkas_proof = VLM_INFINITY;
+  sol.farkas_dual.resize(d.num_constrs());
+  for (int i = 0; i < d.num_constrs(); ++i) sol.farkas_dual[i] = sign * y[i];
+}
+
+// ---- log --------------------------------------------------------------------------------------
+
+const char* status_text(int status) {
+  switch (status) {
+    case VLM_OPTIMAL: return "Optimal solution found";
+    case VLM_INFEASIBLE: return "Infeasible model";
+    case VLM_INF_OR_UNBD: return "Infeasible or unbounded model";
+    case VLM_UNBOUNDED: return "Unbounded model";
+    case VLM_CUTOFF: return "Objective cutoff exceeded";
+    case VLM_ITERATION_LIMIT: return "Iteration limit reached";
+    case VLM_NODE_LIMIT: return "Node limit reached";
+    case VLM_TIME_LIMIT: return "Time limit reached";
+    case VLM_SOLUTION_LIMIT: return "Solution limit reached";
+    case VLM_INTERRUPTED: return "Solve interrupted";
+    case VLM_SUBOPTIMAL: return "Sub-optimal termination";
+    case VLM_USER_OBJ_LIMIT: return "Objective target reached";
+    case VLM_MEM_LIMIT: return "Memory limit reached";
+    default: return "Numerical trouble encountered";
+  }
+}
+
+void log_banner(Env& env, const ModelData& d, const Problem& p) {
+  char line[256];
+  std::snprintf(line, sizeof line, "Velmor Optimizer version %d.%d.%d (%s), engine HiGHS %d.%d.%d",
+                VLM_VERSION_MAJOR, VLM_VERSION_MINOR, VLM_VERSION_TECHNICAL, platform_name(),
+                HIGHS_VERSION_MAJOR, HIGHS_VERSION_MINOR, HIGHS_VERSION_PATCH);
+  env.message(line);
+  std::snprintf(line, sizeof line, "Optimize a model with %d rows, %d columns and %zu nonzeros%s",
+                d.num_constrs(), d.num_vars(), p.aval.size(), p.mip ? " (MIP)" : "");
+  env.message(line);
+  env.message("");
+}
+
+void log_summary(Env& env, const Solution& s) {
+  char line[256];
+  env.message("");
+  std::snprintf(line, sizeof line, "%s in %.0f simplex iterations, %.0f barrier iterations%s and %.2f seconds",
+                s.is_mip ? "Explored" : "Solved", s.itercount, s.baritercount,
+                s.is_mip ? (", " + std::to_string(static_cast<long long>(s.nodecount)) + " nodes").c_str() : "",
+                s.runtime);
+  env.message(line);
+  env.message(status_text(s.status));
+  if (s.sol_count > 0) {
+    if (s.is_mip) {
+      std::snprintf(line, sizeof line, "Best objective %.12e, best bound %.12e, gap %.4f%%", s.objval, s.objbound,
+                    100.0 * (s.mipgap >= VLM_INFINITY ? 0.0 : s.mipgap));
+    } else {
+      std::snprintf(line, sizeof line, "Objective value %.12e", s.objval);
+    }
+    env.message(line);
+  }
+}
+
 // ---- statuses ---------------------------------------------------------------------------------
 
 int map_status(HighsInt ms, bool mip, bool node_limit_set, double nodes, double node_limit,
@@ -454,6 +546,7 @@ Status optimize(Model& m) {
     Highs_startCallback(h, kHighsCallbackSimplexInterrupt);
     Highs_startCallback(h, kHighsCallbackIpmInterrupt);
     Highs_startCallback(h, kHighsCallbackMipInterrupt);
+    log_banner(m.env(), d, p);
     rc = Highs_passModel(h, p.ncol, p.nrow, static_cast<HighsInt>(p.aval.size()),
                          static_cast<HighsInt>(p.qval.size()), kHighsMatrixFormatRowwise,
                          kHighsHessianFormatTriangular, d.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize,
@@ -482,6 +575,17 @@ Status optimize(Model& m) {
     return Status(VLM_ERROR_INTERNAL, "HiGHS failed with an unknown error");
   }
 
+  // Presolve may stop at "infeasible or unbounded"; without dual reductions, or when the user
+  // asks for rays, solve again without presolve to tell the two apart.
+  if (!p.mip && Highs_getModelStatus(h) == kHighsModelStatusUnboundedOrInfeasible &&
+      (ps.int_param("DualReductions") == 0 || ps.int_param("InfUnbdInfo") == 1)) {
+    try {
+      Highs_setStringOptionValue(h, "presolve", "off");
+      rc = Highs_run(h);
+    } catch (...) {
+      return Status(VLM_ERROR_INTERNAL, "HiGHS failed while re-solving without presolve");
+    }
+  }
   const HighsInt ms = Highs_getModelStatus(h);
   HighsInt primal_status = 0, dual_status = 0, basis_valid = 0;
   Highs_getIntInfoValue(h, "primal_solution_status", &primal_status);
@@ -568,6 +672,8 @@ Status optimize(Model& m) {
     // HiGHS uses the cutoff as its first bound: "nothing better than the cutoff".
     sol->status = VLM_CUTOFF;
   }
+  if (!p.mip && ps.int_param("InfUnbdInfo") == 1) certificates(h, d, p, *sol);
+  log_summary(m.env(), *sol);
   m.set_solution(std::move(sol));
   return Status::Ok();
 }

@@ -44,6 +44,10 @@ struct Solution {
   double nodecount = 0.0;
   std::vector<double> x, rc, pi, slack;
   std::vector<int> vbasis, cbasis;
+  // With InfUnbdInfo: a ray of an unbounded LP, or a Farkas certificate of an infeasible one
+  // (multipliers of the rows and the amount by which the combined row is violated).
+  std::vector<double> unbd_ray, farkas_dual;
+  double farkas_proof = 0.0;
   mutable std::optional<Quality> quality;
 };
 

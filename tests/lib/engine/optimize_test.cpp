@@ -149,6 +149,39 @@ TEST_F(OptimizeTest, InfeasibleAndUnboundedModels) {
   EXPECT_TRUE(s == VLM_UNBOUNDED || s == VLM_INF_OR_UNBD) << s;
 }
 
+// With InfUnbdInfo: x + y <= 1 and x + y >= 3 (x, y >= 0) are contradictory, proved by the
+// multipliers (-1, 1) up to scale: -(x + y) + (x + y) >= -1 + 3 = 2 > 0. An unbounded
+// minimisation of -x - y with x - y <= 1 has rays along which the objective decreases.
+TEST_F(OptimizeTest, InfeasibilityAndUnboundednessCertificates) {
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "InfUnbdInfo", 1), VLM_OK);
+  var(0, 0, 1e100, 'C', "x");
+  var(0, 0, 1e100, 'C', "y");
+  row({0, 1}, {1, 1}, '<', 1);
+  row({0, 1}, {1, 1}, '>', 3);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  ASSERT_EQ(status(), VLM_INFEASIBLE);
+  double y[2], proof = 0;
+  ASSERT_EQ(VLMgetdblattrarray(m_, "FarkasDual", 0, 2, y), VLM_OK) << VLMgetmerrormsg(m_);
+  ASSERT_EQ(VLMgetdblattr(m_, "FarkasProof", &proof), VLM_OK);
+  EXPECT_GT(proof, 1e-6);
+  EXPECT_NEAR(y[0], -y[1], 1e-9);
+  EXPECT_NE(y[0], 0.0);
+
+  const int both[] = {0, 1};
+  ASSERT_EQ(VLMdelconstrs(m_, 2, both), VLM_OK);
+  row({0, 1}, {1, -1}, '<', 1);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "Obj", 0, -1.0), VLM_OK);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "Obj", 1, -1.0), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  ASSERT_EQ(status(), VLM_UNBOUNDED);
+  double ray[2];
+  ASSERT_EQ(VLMgetdblattrarray(m_, "UnbdRay", 0, 2, ray), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_LT(-ray[0] - ray[1], 0.0) << "the objective decreases along the ray";
+  EXPECT_LE(ray[0] - ray[1], 1e-9) << "the row stays satisfied along the ray";
+  EXPECT_GE(ray[0], -1e-9);
+  EXPECT_GE(ray[1], -1e-9);
+}
+
 // A rows-only model (no variables) is decided without the engine.
 TEST_F(OptimizeTest, EmptyModelChecksItsRows) {
   ASSERT_EQ(VLMaddconstr(m_, 0, nullptr, nullptr, '<', 1.0, "ok"), VLM_OK);
