@@ -27,9 +27,6 @@
 #include "tempconstr.h"
 #include "tupledict.h"
 #include "var.h"
-#include <chrono>
-#include <cstdio>
-static double now_s(){return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();}
 
 namespace {
 
@@ -146,14 +143,19 @@ bool vtype_arg(PyObject* o, char* out) {
 
 // Senses as VLM gives them ("<", ">", "=") and as people write them ("<=", ">=", "==").
 bool sense_arg(PyObject* o, char* out) {
+  static const struct {
+    const char* text;
+    char sense;
+  } kSenses[] = {{"<", '<'}, {"<=", '<'}, {">", '>'}, {">=", '>'}, {"=", '='}, {"==", '='}};
   if (PyUnicode_Check(o)) {
     const char* s = PyUnicode_AsUTF8(o);
     if (s == nullptr) return false;
-    if (std::strcmp(s, "<") == 0 || std::strcmp(s, "<=") == 0) *out = '<';
-    else if (std::strcmp(s, ">") == 0 || std::strcmp(s, ">=") == 0) *out = '>';
-    else if (std::strcmp(s, "=") == 0 || std::strcmp(s, "==") == 0) *out = '=';
-    else *out = 0;
-    if (*out != 0) return true;
+    for (const auto& k : kSenses) {
+      if (std::strcmp(s, k.text) == 0) {
+        *out = k.sense;
+        return true;
+      }
+    }
   }
   py::Ref r = py::Ref::steal(PyObject_Repr(o));
   const char* s = r ? PyUnicode_AsUTF8(r.get()) : nullptr;
@@ -204,6 +206,13 @@ bool position_of(PyObject* self, PyObject* o, int kind, int* pos) {
   }
   *pos = handle_position(h->index);
   return true;
+}
+
+// Reads see the model as of the last update: an element added since is not there yet.
+bool in_library(int pos, Py_ssize_t live, int kind) {
+  if (pos < live) return true;
+  not_in_model(kind);
+  return false;
 }
 
 // The handle of a library index as of the last update, from the model's list.
@@ -333,16 +342,16 @@ int clean_quadratic(Terms& t) {
   return n;
 }
 
-// terms sense 0 as a linear constraint (or a quadratic one when a QuadExpr took part or
-// `as_quadratic` is set). Returns the new handle.
+// Adds `terms sense 0` as a linear constraint, or as a quadratic one when a QuadExpr took part
+// or `as_quadratic` is set. Returns the new handle.
 PyObject* add_collected(PyObject* self, Terms& t, char sense, const char* name, bool as_quadratic) {
   if (!fits_int(t.lind.size(), "terms") || !fits_int(t.qrow.size(), "terms")) return nullptr;
   const double rhs = -t.constant;
   const int nl = clean_linear(t);
   if (t.quadratic || as_quadratic) {
     const int nq = clean_quadratic(t);
-    int rc = VLMaddqconstr(model_handle(self), nl, t.lind.data(), t.lval.data(), nq, t.qrow.data(),
-                           t.qcol.data(), t.qval.data(), sense, rhs, name);
+    int rc = VLMaddqconstr(model_handle(self), nl, t.lind.data(), t.lval.data(), nq, t.qrow.data(), t.qcol.data(),
+                           t.qval.data(), sense, rhs, name);
     if (rc != 0) return raise_velmor(rc, self);
     return model_append_handle(self, VLM_KIND_QCONSTR).release();
   }
@@ -461,7 +470,8 @@ PyObject* add_constr_any(PyObject* self, PyObject* lhs, PyObject* sense, PyObjec
   if (genexpr_check(tc->rhs) || s == 'I') {
     return model_addgenconstr_from_tempconstr(self, lhs, is_none(name) ? Py_None : name);
   }
-  if (s == '=' && (PyList_Check(tc->rhs) || PyTuple_Check(tc->rhs))) return add_range_list(self, tc->lhs, tc->rhs, name);
+  if (s == '=' && (PyList_Check(tc->rhs) || PyTuple_Check(tc->rhs)))
+    return add_range_list(self, tc->lhs, tc->rhs, name);
   return add_sides(self, tc->lhs, s, tc->rhs, name, "constraint argument", false);
 }
 
@@ -518,7 +528,8 @@ py::Ref expand_keys(PyObject* const* args, Py_ssize_t nargs) {
     for (size_t d = 0; d < sets.size(); ++d) {
       PyObject* part = PyList_GET_ITEM(sets[d].get(), at[d]);
       if (PyTuple_Check(part)) {
-        for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(part); ++i) PyTuple_SET_ITEM(key, w++, py::new_ref(PyTuple_GET_ITEM(part, i)));
+        for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(part); ++i)
+          PyTuple_SET_ITEM(key, w++, py::new_ref(PyTuple_GET_ITEM(part, i)));
       } else {
         PyTuple_SET_ITEM(key, w++, py::new_ref(part));
       }
@@ -558,8 +569,8 @@ bool listify(PyObject* arg, const char* what, PyObject* keys, Get&& get) {
   py::Ref seq = py::Ref::steal(PySequence_Fast(arg, "addVars() values must be iterable"));
   if (!seq) return false;
   if (PySequence_Fast_GET_SIZE(seq.get()) != n) {
-    invalid(std::string("addVars() argument '") + what + "' has " + std::to_string(PySequence_Fast_GET_SIZE(seq.get())) +
-            " values for " + std::to_string(n) + " variables");
+    invalid(std::string("addVars() argument '") + what + "' has " +
+            std::to_string(PySequence_Fast_GET_SIZE(seq.get())) + " values for " + std::to_string(n) + " variables");
     return false;
   }
   PyObject** items = PySequence_Fast_ITEMS(seq.get());
@@ -737,13 +748,14 @@ bool str_in(PyObject* list, PyObject* s) {
   return false;
 }
 
-// The loop variables of a generator's code in the order its loops bind them. Every `for`
-// target is stored before the innermost loop yields, in the order of the for-clauses, by
-// STORE_FAST (STORE_DEREF when an inner generator captures it; 3.13 also fuses two stores
-// into STORE_FAST_STORE_FAST and a store with a load into STORE_FAST_LOAD_FAST). Left out:
-// names a comprehension inlined into the generator (3.12+) keeps to itself, which it saves
-// with LOAD_FAST_AND_CLEAR; names of the enclosing scope (walrus targets, free variables);
-// and the hidden iterator argument ".0". MAKE_CELL names only declare cells and are skipped.
+// The loop variables of a generator's code in the order its loops bind them: the names stored
+// by the target of each `for` before the generator first yields. A target is the run of
+// instructions right after FOR_ITER that unpacks (UNPACK_SEQUENCE, UNPACK_EX) and stores
+// (STORE_FAST, or STORE_DEREF when an inner function captures the name; 3.13 fuses two stores
+// into STORE_FAST_STORE_FAST and a store with the next load into STORE_FAST_LOAD_FAST). Left
+// out: names that a comprehension inlined into the generator (3.12+) keeps to itself, which it
+// saves with LOAD_FAST_AND_CLEAR; names of the enclosing scope (free variables); the hidden
+// iterator argument ".0". MAKE_CELL only declares a cell and never starts a target.
 py::Ref genexpr_loop_names(PyObject* code) {
   if (g_dis_get_instructions == nullptr) {
     py::Ref dis = py::Ref::steal(PyImport_ImportModule("dis"));
@@ -761,33 +773,43 @@ py::Ref genexpr_loop_names(PyObject* code) {
   py::Ref it = py::Ref::steal(PyObject_GetIter(instrs.get()));
   if (!it) return it;
   bool yielded = false;
+  bool in_target = false;
   while (py::Ref ins = py::Ref::steal(PyIter_Next(it.get()))) {
     py::Ref opname = py::Ref::steal(PyObject_GetAttrString(ins.get(), "opname"));
     py::Ref argval = opname ? py::Ref::steal(PyObject_GetAttrString(ins.get(), "argval")) : py::Ref();
     if (!argval) return py::Ref();
     const char* op = PyUnicode_AsUTF8(opname.get());
     if (op == nullptr) return py::Ref();
+    auto is = [op](const char* name) { return std::strcmp(op, name) == 0; };
     PyObject* names[2] = {nullptr, nullptr};
     PyObject* target = stored.get();
-    if (std::strcmp(op, "YIELD_VALUE") == 0) {
-      yielded = true;
-    } else if (std::strcmp(op, "LOAD_FAST_AND_CLEAR") == 0) {
+    const bool pair = PyTuple_Check(argval.get()) && PyTuple_GET_SIZE(argval.get()) == 2;
+    if (is("LOAD_FAST_AND_CLEAR")) {
       names[0] = argval.get();
       target = excluded.get();
-    } else if (yielded) {
+    } else if (is("YIELD_VALUE")) {
+      yielded = true;
+    } else if (is("FOR_ITER")) {
+      in_target = !yielded;
       continue;
-    } else if (std::strcmp(op, "STORE_FAST") == 0 || std::strcmp(op, "STORE_DEREF") == 0) {
+    } else if (!in_target) {
+      continue;
+    } else if (is("EXTENDED_ARG") || is("UNPACK_SEQUENCE") || is("UNPACK_EX")) {
+      continue;
+    } else if (is("STORE_FAST") || is("STORE_DEREF")) {
       names[0] = argval.get();
-    } else if (std::strcmp(op, "STORE_FAST_STORE_FAST") == 0 && PyTuple_Check(argval.get()) &&
-               PyTuple_GET_SIZE(argval.get()) == 2) {
+    } else if (is("STORE_FAST_STORE_FAST") && pair) {
       names[0] = PyTuple_GET_ITEM(argval.get(), 0);
       names[1] = PyTuple_GET_ITEM(argval.get(), 1);
-    } else if (std::strcmp(op, "STORE_FAST_LOAD_FAST") == 0 && PyTuple_Check(argval.get()) &&
-               PyTuple_GET_SIZE(argval.get()) == 2) {
+    } else if (is("STORE_FAST_LOAD_FAST") && pair) {
       names[0] = PyTuple_GET_ITEM(argval.get(), 0);
+      in_target = false;
+    } else {
+      in_target = false;
     }
     for (PyObject* nm : names) {
-      if (nm != nullptr && PyUnicode_Check(nm) && !str_in(target, nm) && PyList_Append(target, nm) < 0) return py::Ref();
+      if (nm != nullptr && PyUnicode_Check(nm) && !str_in(target, nm) && PyList_Append(target, nm) < 0)
+        return py::Ref();
     }
   }
   if (PyErr_Occurred()) return py::Ref();
@@ -949,17 +971,13 @@ py::Ref float_list(const double* v, size_t n) {
 }
 
 // The LinExpr terms of (ind, val) over the model's Var handles.
+// The indices are checked before any reference is taken, so a failure leaves `terms` empty.
 bool linear_terms(PyObject* vars, const int* ind, const double* val, size_t n, TermVec<LinTerm>& terms) {
-  terms.reserve(n);
   for (size_t k = 0; k < n; ++k) {
-    PyObject* v = handle_at(vars, ind[k]);
-    if (v == nullptr) {
-      for (LinTerm& t : terms) Py_DECREF(t.var);
-      terms.set_size(0);
-      return false;
-    }
-    terms.push_back({val[k], py::new_ref(v)});
+    if (handle_at(vars, ind[k]) == nullptr) return false;
   }
+  terms.reserve(n);
+  for (size_t k = 0; k < n; ++k) terms.push_back({val[k], py::new_ref(PyList_GET_ITEM(vars, ind[k]))});
   return true;
 }
 
@@ -1008,7 +1026,8 @@ PyObject* model_addvar(PyObject* self, PyObject* const* args, Py_ssize_t nargs, 
       val.push_back(v);
     }
   }
-  int rc = VLMaddvar(model_handle(self), static_cast<int>(ind.size()), ind.data(), val.data(), obj, lb, ub, vtype, cname);
+  int rc =
+      VLMaddvar(model_handle(self), static_cast<int>(ind.size()), ind.data(), val.data(), obj, lb, ub, vtype, cname);
   if (rc != 0) return raise_velmor(rc, self);
   return model_append_handle(self, VLM_KIND_VAR).release();
 }
@@ -1034,9 +1053,7 @@ PyObject* model_addvars(PyObject* self, PyObject* const* args, Py_ssize_t nargs,
   if (!unknown.empty()) return invalid("addVars() got unexpected keyword argument(s) " + unknown);
   if (nargs == 0) return invalid("addVars() needs at least one index argument (a count or a list of keys)");
   if (!model_alive(self)) return nullptr;
-  double T0=now_s();
   py::Ref keys = expand_keys(args, nargs);
-  double T1=now_s();
   if (!keys) return nullptr;
   const Py_ssize_t n = PyList_GET_SIZE(keys.get());
   if (!fits_int(static_cast<size_t>(n), "variables")) return nullptr;
@@ -1050,9 +1067,8 @@ PyObject* model_addvars(PyObject* self, PyObject* const* args, Py_ssize_t nargs,
   }
   if (!is_none(kw[3])) {
     vtype.resize(static_cast<size_t>(n));
-    bool ok = listify(kw[3], "vtype", keys.get(), [&](PyObject* v, Py_ssize_t i) {
-      return vtype_arg(v, &vtype[static_cast<size_t>(i)]);
-    });
+    bool ok = listify(kw[3], "vtype", keys.get(),
+                      [&](PyObject* v, Py_ssize_t i) { return vtype_arg(v, &vtype[static_cast<size_t>(i)]); });
     if (!ok) return nullptr;
   }
   NameTable table;
@@ -1067,15 +1083,13 @@ PyObject* model_addvars(PyObject* self, PyObject* const* args, Py_ssize_t nargs,
   auto data = [](const auto& v) { return v.empty() ? nullptr : v.data(); };
   int rc = VLMaddvars(model_handle(self), static_cast<int>(n), 0, nullptr, nullptr, nullptr, data(obj), data(lb),
                       data(ub), data(vtype), table.pointers.empty() ? nullptr : table.pointers.data());
-  double T2=now_s();
   if (rc != 0) return raise_velmor(rc, self);
   // The new handles are the tail of the model's list.
   if (model_append_handles(self, VLM_KIND_VAR, n, nullptr) < 0) return nullptr;
-  double T3=now_s();
   for (Py_ssize_t i = 0; i < n; ++i) {
-    if (PyDict_SetItem(result.get(), PyList_GET_ITEM(keys.get(), i), PyList_GET_ITEM(vars, first + i)) < 0) return nullptr;
+    if (PyDict_SetItem(result.get(), PyList_GET_ITEM(keys.get(), i), PyList_GET_ITEM(vars, first + i)) < 0)
+      return nullptr;
   }
-  double T4=now_s(); fprintf(stderr,"keys %.3f prep+lib %.3f handles %.3f dict %.3f\n",T1-T0,T2-T1,T3-T2,T4-T3);
   return result.release();
 }
 
@@ -1164,7 +1178,8 @@ PyObject* model_addconstrs(PyObject* self, PyObject* const* args, Py_ssize_t nar
   if (!parse_args("addConstrs", names, 2, 1, args, nargs, kwnames, a)) return nullptr;
   if (!model_alive(self)) return nullptr;
   PyObject* gen = a[0];
-  if (!PyGen_Check(gen)) return invalid("Model.addConstrs() takes a generator expression, such as (x[i] <= 1 for i in I)");
+  if (!PyGen_Check(gen))
+    return invalid("Model.addConstrs() takes a generator expression, such as (x[i] <= 1 for i in I)");
   py::Ref name;
   if (!is_none(a[1])) {
     name = PyUnicode_Check(a[1]) ? py::Ref::borrow(a[1]) : py::Ref::steal(PyObject_Str(a[1]));
@@ -1276,7 +1291,9 @@ PyObject* model_getcol(PyObject* self, PyObject* const* args, Py_ssize_t nargs, 
   if (!parse_args("getCol", names, 1, 1, args, nargs, kwnames, a)) return nullptr;
   if (!model_alive(self) || model_setup(self, false) < 0) return nullptr;
   int col = 0;
-  if (!position_of(self, a[0], VLM_KIND_VAR, &col)) return nullptr;
+  if (!position_of(self, a[0], VLM_KIND_VAR, &col) || !in_library(col, as_model(self)->livevars, VLM_KIND_VAR)) {
+    return nullptr;
+  }
   VLMmodel* h = model_handle(self);
   size_t nz = 0, beg = 0;
   int rc = VLMXgetvars(h, &nz, &beg, nullptr, nullptr, col, 1);
@@ -1297,7 +1314,10 @@ PyObject* model_getrow(PyObject* self, PyObject* const* args, Py_ssize_t nargs, 
   if (!parse_args("getRow", names, 1, 1, args, nargs, kwnames, a)) return nullptr;
   if (!model_alive(self) || model_setup(self, false) < 0) return nullptr;
   int row = 0;
-  if (!position_of(self, a[0], VLM_KIND_CONSTR, &row)) return nullptr;
+  if (!position_of(self, a[0], VLM_KIND_CONSTR, &row) ||
+      !in_library(row, as_model(self)->liveconstrs, VLM_KIND_CONSTR)) {
+    return nullptr;
+  }
   VLMmodel* h = model_handle(self);
   size_t nz = 0, beg = 0;
   int rc = VLMXgetconstrs(h, &nz, &beg, nullptr, nullptr, row, 1);

@@ -900,11 +900,13 @@ py::Ref tupledict_values(PyObject* td) {
 int register_tupledict(PyObject* m) {
   star = PyUnicode_InternFromString("*");
   if (star == nullptr) return -1;
-  PyObject* methods = PyDict_Type.tp_dict;
-  dict_pop = PyDict_GetItemString(methods, "pop");
-  dict_popitem = PyDict_GetItemString(methods, "popitem");
-  dict_update = PyDict_GetItemString(methods, "update");
-  dict_setdefault = PyDict_GetItemString(methods, "setdefault");
+  // Looked up through the type (its tp_dict is not filled for built-in types on 3.12+); the
+  // references are kept for the life of the process.
+  PyObject* base = reinterpret_cast<PyObject*>(&PyDict_Type);
+  dict_pop = PyObject_GetAttrString(base, "pop");
+  dict_popitem = PyObject_GetAttrString(base, "popitem");
+  dict_update = PyObject_GetAttrString(base, "update");
+  dict_setdefault = PyObject_GetAttrString(base, "setdefault");
   if (!dict_pop || !dict_popitem || !dict_update || !dict_setdefault) {
     PyErr_SetString(PyExc_SystemError, "dict methods not found");
     return -1;

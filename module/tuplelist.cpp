@@ -1157,12 +1157,14 @@ PyTypeObject TupleListType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.tuplel
 int register_tuplelist(PyObject* m) {
   default_wild = PyUnicode_InternFromString("*");
   if (default_wild == nullptr) return -1;
-  PyObject* methods = PyList_Type.tp_dict;
-  list_pop = PyDict_GetItemString(methods, "pop");
-  list_remove = PyDict_GetItemString(methods, "remove");
-  list_insert = PyDict_GetItemString(methods, "insert");
-  list_sort = PyDict_GetItemString(methods, "sort");
-  list_reverse = PyDict_GetItemString(methods, "reverse");
+  // Looked up through the type (its tp_dict is not filled for built-in types on 3.12+); the
+  // references are kept for the life of the process.
+  PyObject* base = reinterpret_cast<PyObject*>(&PyList_Type);
+  list_pop = PyObject_GetAttrString(base, "pop");
+  list_remove = PyObject_GetAttrString(base, "remove");
+  list_insert = PyObject_GetAttrString(base, "insert");
+  list_sort = PyObject_GetAttrString(base, "sort");
+  list_reverse = PyObject_GetAttrString(base, "reverse");
   if (!list_pop || !list_remove || !list_insert || !list_sort || !list_reverse) {
     PyErr_SetString(PyExc_SystemError, "list methods not found");
     return -1;

@@ -1,6 +1,7 @@
 #include "model/model.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <numeric>
 #include <set>
@@ -285,25 +286,33 @@ Status Model::add_vars(int n, int numnz, const int* beg, const int* ind, const d
   }
   ModelData& a = pending_.add;
   const int first = data_.num_vars() + a.num_vars();
+  // Columns are filled in bulk: this is the path of large addVars calls.
+  const std::size_t old = a.lb.size(), total = old + static_cast<std::size_t>(n);
+  a.lb.resize(total);
+  a.ub.resize(total);
+  a.obj.resize(total);
+  a.vtype.resize(total);
+  a.varname.resize(total);
   for (int j = 0; j < n; ++j) {
+    const std::size_t k = old + static_cast<std::size_t>(j);
     const char t = vtype ? vtype[j] : 'C';
-    double l = lb ? clamp_inf(lb[j]) : 0.0;
-    double u = ub ? clamp_inf(ub[j]) : (t == 'B' ? 1.0 : VLM_INFINITY);
-    a.lb.push_back(l);
-    a.ub.push_back(u);
-    a.obj.push_back(obj ? obj[j] : 0.0);
-    a.vtype.push_back(t);
+    a.vtype[k] = t;
+    a.lb[k] = lb ? clamp_inf(lb[j]) : 0.0;
+    a.ub[k] = ub ? clamp_inf(ub[j]) : (t == 'B' ? 1.0 : VLM_INFINITY);
+    a.obj[k] = obj ? obj[j] : 0.0;
     if (names && names[j]) {
-      a.varname.emplace_back(names[j]);
+      a.varname[k] = names[j];
     } else {
-      a.varname.push_back("C" + std::to_string(first + j));
+      char buf[16] = {'C'};
+      auto res = std::to_chars(buf + 1, buf + sizeof buf, first + j);
+      a.varname[k].assign(buf, res.ptr);
     }
     if (numnz > 0) {
       int b = beg[j], e = j + 1 < n ? beg[j + 1] : numnz;
       std::vector<int> ci(ind + b, ind + e);
       std::vector<double> cv(val + b, val + e);
       merge_terms(ci, cv);
-      for (std::size_t k = 0; k < ci.size(); ++k) pending_.col_entries.push_back({first + j, ci[k], cv[k]});
+      for (std::size_t q = 0; q < ci.size(); ++q) pending_.col_entries.push_back({first + j, ci[q], cv[q]});
     }
   }
   return Status::Ok();
