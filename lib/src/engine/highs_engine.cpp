@@ -430,10 +430,13 @@ void log_banner(Env& env, const ModelData& d, const Problem& p) {
 void log_summary(Env& env, const Solution& s) {
   char line[256];
   env.message("");
-  std::snprintf(line, sizeof line, "%s in %.0f simplex iterations, %.0f barrier iterations%s and %.2f seconds",
-                s.is_mip ? "Explored" : "Solved", s.itercount, s.baritercount,
-                s.is_mip ? (", " + std::to_string(static_cast<long long>(s.nodecount)) + " nodes").c_str() : "",
-                s.runtime);
+  if (s.is_mip) {
+    std::snprintf(line, sizeof line, "Explored %.0f nodes (%.0f LP iterations) in %.2f seconds", s.nodecount,
+                  s.itercount, s.runtime);
+  } else {
+    std::snprintf(line, sizeof line, "Solved in %.0f simplex and %.0f barrier iterations in %.2f seconds",
+                  s.itercount, s.baritercount, s.runtime);
+  }
   env.message(line);
   env.message(status_text(s.status));
   if (s.sol_count > 0) {
@@ -604,8 +607,11 @@ Status optimize(Model& m) {
   }
   sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
   sol->nodecount = static_cast<double>(nodes);
-  sol->itercount = simplex_iters;
-  sol->baritercount = ipm_iters;
+  // HiGHS reports -1 for a method that did not run; the MIP counts its LP iterations apart.
+  int64_t mip_lp_iters = 0;
+  Highs_getInt64InfoValue(h, "mip_total_lp_iterations", &mip_lp_iters);
+  sol->itercount = p.mip ? static_cast<double>(std::max<int64_t>(mip_lp_iters, 0)) : std::max<HighsInt>(simplex_iters, 0);
+  sol->baritercount = std::max<HighsInt>(ipm_iters, 0);
 
   const int n = d.num_vars(), mrows = d.num_constrs();
   if (has_primal) {
