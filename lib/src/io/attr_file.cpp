@@ -7,54 +7,12 @@
 
 #include "attrs/attr_engine.h"
 #include "core/text.h"
+#include "io/words.h"
 #include "params/param_table.h"
 
 namespace vlm::io {
 
 namespace {
-
-// Splits a line into words, honouring double quotes with \" and \\ escapes. Returns false on
-// an unterminated quote.
-bool split_words(const std::string& line, std::vector<std::string>& words) {
-  words.clear();
-  std::size_t i = 0;
-  while (i < line.size()) {
-    while (i < line.size() && (line[i] == ' ' || line[i] == '\t' || line[i] == '\r')) ++i;
-    if (i >= line.size()) break;
-    std::string w;
-    if (line[i] == '"') {
-      ++i;
-      bool closed = false;
-      while (i < line.size()) {
-        char c = line[i++];
-        if (c == '\\' && i < line.size()) {
-          w.push_back(line[i++]);
-        } else if (c == '"') {
-          closed = true;
-          break;
-        } else {
-          w.push_back(c);
-        }
-      }
-      if (!closed) return false;
-    } else {
-      while (i < line.size() && line[i] != ' ' && line[i] != '\t' && line[i] != '\r') w.push_back(line[i++]);
-    }
-    words.push_back(std::move(w));
-  }
-  return true;
-}
-
-std::string quoted(const std::string& w) {
-  bool plain = !w.empty() && w.find_first_of(" \t\"\\#") == std::string::npos;
-  if (plain) return w;
-  std::string out = "\"";
-  for (char c : w) {
-    if (c == '"' || c == '\\') out.push_back('\\');
-    out.push_back(c);
-  }
-  return out + "\"";
-}
 
 std::string element_name(const ModelData& d, AttrKind kind, int i) {
   switch (kind) {
@@ -150,8 +108,8 @@ Status write_attr_file(const std::string& filename, Model& m) {
       if (it == x.str.end()) continue;
       for (std::size_t i = 0; i < it->second.v.size(); ++i) {
         if (it->second.v[i].empty()) continue;
-        out << a.name << ' ' << quoted(element_name(d, a.kind, static_cast<int>(i))) << ' '
-            << quoted(it->second.v[i]) << '\n';
+        out << a.name << ' ' << quote_word(element_name(d, a.kind, static_cast<int>(i))) << ' '
+            << quote_word(it->second.v[i]) << '\n';
       }
     } else {
       auto it = x.num.find(attr);
@@ -159,7 +117,7 @@ Status write_attr_file(const std::string& filename, Model& m) {
       for (std::size_t i = 0; i < it->second.v.size(); ++i) {
         double v = it->second.v[i];
         if (v == it->second.def) continue;
-        out << a.name << ' ' << quoted(element_name(d, a.kind, static_cast<int>(i))) << ' '
+        out << a.name << ' ' << quote_word(element_name(d, a.kind, static_cast<int>(i))) << ' '
             << (v >= VLM_UNDEFINED ? std::string("1e101") : format_double(v)) << '\n';
       }
     }

@@ -5,53 +5,13 @@
 
 #include "attrs/attr_engine.h"
 #include "core/text.h"
+#include "io/words.h"
 #include "io/file_format.h"
 #include "params/param_table.h"
 
 namespace vlm::io {
 
 namespace {
-
-std::string quoted_name(const std::string& name) {
-  if (!name.empty() && name.find_first_of(" \t\"") == std::string::npos) return name;
-  std::string out = "\"";
-  for (char c : name) {
-    if (c == '"' || c == '\\') out.push_back('\\');
-    out.push_back(c);
-  }
-  return out + "\"";
-}
-
-// Splits a line into words; double quotes group blanks, backslash escapes inside them.
-bool words_of(const std::string& line, std::vector<std::string>& words) {
-  words.clear();
-  std::size_t i = 0;
-  while (i < line.size()) {
-    while (i < line.size() && (line[i] == ' ' || line[i] == '\t' || line[i] == '\r')) ++i;
-    if (i >= line.size()) break;
-    std::string w;
-    if (line[i] == '"') {
-      ++i;
-      bool closed = false;
-      while (i < line.size()) {
-        char c = line[i++];
-        if (c == '\\' && i < line.size()) {
-          w.push_back(line[i++]);
-        } else if (c == '"') {
-          closed = true;
-          break;
-        } else {
-          w.push_back(c);
-        }
-      }
-      if (!closed) return false;
-    } else {
-      while (i < line.size() && line[i] != ' ' && line[i] != '\t' && line[i] != '\r') w.push_back(line[i++]);
-    }
-    words.push_back(std::move(w));
-  }
-  return true;
-}
 
 // The values of a per-variable attribute that are set (not the undefined default).
 bool extra_value(const ModelData& d, const char* attr, int j, double* out) {
@@ -103,7 +63,7 @@ Status write_var_file(const std::string& filename, VarFileKind kind, Model& m) {
       if (!extra_value(d, "VarHintVal", j, &v)) continue;
       extra_value(d, "VarHintPri", j, &pri);
     }
-    out << quoted_name(d.varname[j]) << ' ' << format_double(v);
+    out << quote_word(d.varname[j]) << ' ' << format_double(v);
     if (kind == VarFileKind::kHint && pri != 0.0) out << ' ' << format_double(pri);
     out << '\n';
   }
@@ -127,7 +87,7 @@ Status read_var_file(const std::string& filename, VarFileKind kind, Model& m) {
     ++lineno;
     std::string_view t = trim(line);
     if (t.empty() || t.front() == '#') continue;
-    if (!words_of(line, words)) return fail(lineno, "unterminated quoted name");
+    if (!split_words(line, words)) return fail(lineno, "unterminated quoted name");
     const std::size_t want = kind == VarFileKind::kHint ? 3 : 2;
     if (words.size() < 2 || words.size() > want) {
       return fail(lineno, kind == VarFileKind::kHint ? "expected 'name value [priority]'" : "expected 'name value'");
