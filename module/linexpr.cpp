@@ -724,27 +724,8 @@ PyObject* quicksum_fn(PyObject*, PyObject* arg) { return quicksum_impl(arg).rele
 
 PyObject* unpickle_fn(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
   if (nargs != 3) return py::raise(PyExc_TypeError, "_unpickle_LinExpr() takes exactly 3 arguments");
-  PyObject* type = args[0];
-  unsigned long checksum = PyLong_AsUnsignedLongMask(args[1]);
-  if (checksum == static_cast<unsigned long>(-1) && PyErr_Occurred()) return nullptr;
-  bool known = false;
-  for (unsigned long c : kChecksums) known |= c == checksum;
-  if (!known) {
-    char text[160];
-    std::snprintf(text, sizeof text,
-                  "Incompatible checksums (0x%lx vs (0x48e5078, 0xdfd0361, 0xb50ec08) = "
-                  "(_coeffs, _constant, _continue, _vars))",
-                  checksum);
-    PyErr_SetString(expr_pickle_error(), text);
-    return nullptr;
-  }
-  if (!PyType_Check(type) || !PyType_IsSubtype(reinterpret_cast<PyTypeObject*>(type), &LinExprType)) {
-    return py::raise(PyExc_TypeError, "_unpickle_LinExpr() needs a LinExpr type");
-  }
-  PyTypeObject* t = reinterpret_cast<PyTypeObject*>(type);
-  py::Ref empty = py::Ref::steal(PyTuple_New(0));
-  if (!empty) return nullptr;
-  py::Ref result = py::Ref::steal(t->tp_new(t, empty.get(), nullptr));
+  py::Ref result = expr_unpickle_start("_unpickle_LinExpr", args[0], args[1], kChecksums,
+                                       "_coeffs, _constant, _continue, _vars", &LinExprType);
   if (!result) return nullptr;
   PyObject* state = args[2];
   if (state == Py_None) return result.release();
@@ -1292,6 +1273,29 @@ PyObject* expr_pickle_error() {
     }
   }
   return g_pickle_error;
+}
+
+py::Ref expr_unpickle_start(const char* fn, PyObject* type, PyObject* checksum,
+                            const unsigned long (&accepted)[3], const char* fields, PyTypeObject* base) {
+  unsigned long sum = PyLong_AsUnsignedLongMask(checksum);
+  if (sum == static_cast<unsigned long>(-1) && PyErr_Occurred()) return py::Ref();
+  bool known = false;
+  for (unsigned long c : accepted) known |= c == sum;
+  if (!known) {
+    char text[200];
+    std::snprintf(text, sizeof text, "Incompatible checksums (0x%lx vs (0x%lx, 0x%lx, 0x%lx) = (%s))", sum,
+                  accepted[0], accepted[1], accepted[2], fields);
+    PyErr_SetString(expr_pickle_error(), text);
+    return py::Ref();
+  }
+  if (!PyType_Check(type) || !PyType_IsSubtype(reinterpret_cast<PyTypeObject*>(type), base)) {
+    PyErr_Format(PyExc_TypeError, "%s() needs a %s type", fn, base->tp_name + std::strlen("velmorpy."));
+    return py::Ref();
+  }
+  PyTypeObject* t = reinterpret_cast<PyTypeObject*>(type);
+  py::Ref empty = py::Ref::steal(PyTuple_New(0));
+  if (!empty) return py::Ref();
+  return py::Ref::steal(t->tp_new(t, empty.get(), nullptr));
 }
 
 int register_linexpr(PyObject* m) {

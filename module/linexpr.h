@@ -293,4 +293,11 @@ py::Ref quicksum_impl(PyObject* iterable);
 // The pickle exception class (pickle.PickleError), borrowed after registration.
 PyObject* expr_pickle_error();
 
+// The common start of unpickling an expression: checks `checksum` against the three accepted
+// ones (PickleError "Incompatible checksums (0x.. vs (a, b, c) = (fields))" otherwise) and that
+// `type` is `base` or a subclass, and returns a new empty instance of `type`. `fn` names the
+// unpickling function in messages.
+py::Ref expr_unpickle_start(const char* fn, PyObject* type, PyObject* checksum,
+                            const unsigned long (&accepted)[3], const char* fields, PyTypeObject* base);
+
 int register_linexpr(PyObject* m);

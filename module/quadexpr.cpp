@@ -621,27 +621,8 @@ int quad_init_impl(PyObject* self, PyObject* args, PyObject* kwds) {
 
 PyObject* unpickle_fn(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
   if (nargs != 3) return py::raise(PyExc_TypeError, "_unpickle_QuadExpr() takes exactly 3 arguments");
-  PyObject* type = args[0];
-  unsigned long checksum = PyLong_AsUnsignedLongMask(args[1]);
-  if (checksum == static_cast<unsigned long>(-1) && PyErr_Occurred()) return nullptr;
-  bool known = false;
-  for (unsigned long c : kChecksums) known |= c == checksum;
-  if (!known) {
-    char text[160];
-    std::snprintf(text, sizeof text,
-                  "Incompatible checksums (0x%lx vs (0x5f8c98f, 0x9dece5a, 0xea41dcd) = "
-                  "(__linexpr, _coeffs, _continue, _vars1, _vars2))",
-                  checksum);
-    PyErr_SetString(expr_pickle_error(), text);
-    return nullptr;
-  }
-  if (!PyType_Check(type) || !PyType_IsSubtype(reinterpret_cast<PyTypeObject*>(type), &QuadExprType)) {
-    return py::raise(PyExc_TypeError, "_unpickle_QuadExpr() needs a QuadExpr type");
-  }
-  PyTypeObject* t = reinterpret_cast<PyTypeObject*>(type);
-  py::Ref empty = py::Ref::steal(PyTuple_New(0));
-  if (!empty) return nullptr;
-  py::Ref result = py::Ref::steal(t->tp_new(t, empty.get(), nullptr));
+  py::Ref result = expr_unpickle_start("_unpickle_QuadExpr", args[0], args[1], kChecksums,
+                                       "__linexpr, _coeffs, _continue, _vars1, _vars2", &QuadExprType);
   if (!result) return nullptr;
   PyObject* state = args[2];
   if (state == Py_None) return result.release();
