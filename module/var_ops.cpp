@@ -122,19 +122,10 @@ PyNumberMethods var_as_number = {
 namespace {
 
 PyObject* var_richcompare_impl(PyObject* self, PyObject* other, int op) {
-  if (expr_is_array_like(other)) return not_implemented();
-  switch (op) {
-    case Py_LE:
-      return tempconstr_new(self, '<', other).release();
-    case Py_GE:
-      return tempconstr_new(self, '>', other).release();
-    case Py_EQ:
-      return tempconstr_new(self, '=', other).release();
-    case Py_NE:
-      return raise_velmor_msg(0, "Inequality constraints not supported");
-    default:
-      return not_implemented();
-  }
+  // Strict comparisons fall back to Python's own refusal; the rest build constraints as
+  // expressions do.
+  if (op == Py_LT || op == Py_GT) return not_implemented();
+  return expr_richcompare(self, other, op);
 }
 
 }  // namespace
