@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "core/text.h"
+#include "engine/engine.h"
 #include "engine/solution_quality.h"
 
 namespace vlm {
@@ -238,6 +239,16 @@ Status func_option(Model& m, int elem, AttrValue& out, const char* key) {
   }
 #define D m.data()
 
+// A sensitivity range of the last LP solve.
+#define SA(member)                                                                       \
+  [](Model& m, int e, AttrValue& o, const AttrDef& def) -> Status {                      \
+    const Solution* sol = m.solution();                                                  \
+    const Sensitivity* sa = sol ? engine::sensitivity(m.data(), *sol) : nullptr;         \
+    if (sa == nullptr) return unavailable(def.name);                                     \
+    o.num = sa->member[e];                                                               \
+    return Status::Ok();                                                                 \
+  }
+
 // Model attribute getters and setters. A setter validates, then queues.
 const Binding kBindings[] = {
     // ---- model: counts and flags
@@ -279,6 +290,14 @@ const Binding kBindings[] = {
     {"Pi", S(sol->has_duals, o.num = sol->pi[e]), nullptr},
     {"Slack", S(has_x(sol), o.num = sol->slack[e]), nullptr},
     {"VBasis", S(sol->has_basis, o.num = sol->vbasis[e]), nullptr},
+    {"SAObjLow", SA(obj_lo), nullptr},
+    {"SAObjUp", SA(obj_up), nullptr},
+    {"SALBLow", SA(lb_lo), nullptr},
+    {"SALBUp", SA(lb_up), nullptr},
+    {"SAUBLow", SA(ub_lo), nullptr},
+    {"SAUBUp", SA(ub_up), nullptr},
+    {"SARHSLow", SA(rhs_lo), nullptr},
+    {"SARHSUp", SA(rhs_up), nullptr},
     {"UnbdRay", S(!sol->unbd_ray.empty(), o.num = sol->unbd_ray[e]), nullptr},
     {"FarkasDual", S(!sol->farkas_dual.empty(), o.num = sol->farkas_dual[e]), nullptr},
     {"FarkasProof", S(!sol->farkas_dual.empty(), o.num = sol->farkas_proof), nullptr},
@@ -525,6 +544,7 @@ const Binding kBindings[] = {
 
 #undef G
 #undef S
+#undef SA
 #undef D
 
 // Default of an attribute kept in an extra column.

@@ -15,6 +15,11 @@ namespace vlm::engine {
 // itself is returned; infeasible, unbounded and limit outcomes are statuses, not failures.
 Status optimize(Model& m);
 
+// The sensitivity ranges of a continuous model's optimal basic solution, computed once from the
+// kept engine instance; nullptr when the solution has no basis (MIP, interior solution without
+// crossover, not optimal).
+const Sensitivity* sensitivity(const ModelData& d, const Solution& s);
+
 // Asks the solve running on `m` (from another thread) to stop as soon as it can.
 void terminate(Model& m);
 

@@ -2,6 +2,7 @@
 // elements. Discarded by any update that changes the model.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -29,6 +30,14 @@ struct Quality {
   QualityMeasure bound, constr, residual, integrality, dual, dual_residual, compl_;
 };
 
+// Sensitivity ranges of an LP solution (computed on first read from the engine's basis).
+struct Sensitivity {
+  std::vector<double> obj_lo, obj_up;  // objective coefficient ranges per variable
+  std::vector<double> lb_lo, lb_up;    // lower bound ranges
+  std::vector<double> ub_lo, ub_up;    // upper bound ranges
+  std::vector<double> rhs_lo, rhs_up;  // right-hand side ranges per linear constraint
+};
+
 struct Solution {
   int status = VLM_LOADED;
   int sol_count = 0;       // 0 or 1 until the pool comes
@@ -49,6 +58,10 @@ struct Solution {
   std::vector<double> unbd_ray, farkas_dual;
   double farkas_proof = 0.0;
   mutable std::optional<Quality> quality;
+  mutable std::optional<Sensitivity> sensitivity;
+  // The engine's solved instance, kept for queries after the solve (ranging); released with
+  // the solution.
+  std::shared_ptr<void> engine;
 };
 
 }  // namespace vlm

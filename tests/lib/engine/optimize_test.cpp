@@ -85,6 +85,35 @@ TEST_F(OptimizeTest, LpOptimumWithDualsAndSlacks) {
   EXPECT_STREQ(VLMgetmerrormsg(m_), "Unable to retrieve attribute 'ObjVal'");
 }
 
+// max 3x + 2y, c1: x + y <= 4, c2: x + 3y <= 9, x <= 3: optimum x = 3 (at its bound), y = 1
+// (basic). The basis stays optimal while y's cost lies in [0, 3] (x at its upper bound needs
+// 3 - c_y >= 0) and x's cost in [2, inf); c1's right-hand side may range over [3, 5] (y = rhs - 3
+// stays within [0, 2], where c2 binds).
+TEST_F(OptimizeTest, SensitivityRangesOfAnLp) {
+  var(3, 0, 3, 'C', "x");
+  var(2, 0, 1e100, 'C', "y");
+  row({0, 1}, {1, 1}, '<', 4);
+  row({0, 1}, {1, 3}, '<', 9);
+  ASSERT_EQ(VLMsetintattr(m_, "ModelSense", -1), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  double lo[2], up[2], rlo[2], rup[2];
+  ASSERT_EQ(VLMgetdblattrarray(m_, "SAObjLow", 0, 2, lo), VLM_OK) << VLMgetmerrormsg(m_);
+  ASSERT_EQ(VLMgetdblattrarray(m_, "SAObjUp", 0, 2, up), VLM_OK);
+  ASSERT_EQ(VLMgetdblattrarray(m_, "SARHSLow", 0, 2, rlo), VLM_OK);
+  ASSERT_EQ(VLMgetdblattrarray(m_, "SARHSUp", 0, 2, rup), VLM_OK);
+  EXPECT_NEAR(lo[0], 2.0, 1e-9);
+  EXPECT_GE(up[0], VLM_INFINITY);
+  EXPECT_NEAR(lo[1], 0.0, 1e-9);
+  EXPECT_NEAR(up[1], 3.0, 1e-9);
+  EXPECT_NEAR(rlo[0], 3.0, 1e-9);
+  EXPECT_NEAR(rup[0], 5.0, 1e-9);
+  // A MIP has no sensitivity ranges.
+  ASSERT_EQ(VLMsetcharattrelement(m_, "VType", 1, 'I'), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  double v = 0;
+  EXPECT_EQ(VLMgetdblattrelement(m_, "SAObjLow", 0, &v), VLM_ERROR_DATA_NOT_AVAILABLE);
+}
+
 // Knapsack: max 5a + 4b + 3c, 2a + 3b + c <= 5, binary: best is a + c... a=1,b=1 weight 5
 // value 9; a=1,c=1 weight 3 value 8; a,b,c weight 6 too heavy: optimum 9.
 TEST_F(OptimizeTest, MipOptimumHasIntegralValuesAndNoDuals) {
