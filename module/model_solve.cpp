@@ -355,3 +355,51 @@ PyObject* model_getpwlobj(PyObject* self, PyObject* var) {
   }
   return out.release();
 }
+
+// ---- tuning and batch requests ---------------------------------------------------------------
+
+const char model_tune_doc[] =
+    "tune()\n\nApplies pending changes and tunes the parameters of this model; results are\n"
+    "loaded with getTuneResult(). Raises VelmorError (ERROR_NOT_SUPPORTED) while tuning is not\n"
+    "available in the library.";
+
+PyObject* model_tune(PyObject* self, PyObject*) {
+  VLMmodel* h = model_handle(self);
+  if (h == nullptr) return raise_velmor(VLM_ERROR_NULL_ARGUMENT, self);
+  if (model_update(self) < 0) return nullptr;
+  int rc = VLMsetsignal(h);
+  if (rc == 0) {
+    WithoutGil released;
+    rc = VLMtunemodel(h);
+  }
+  if (rc != 0) return raise_velmor(rc, self);
+  return py::none();
+}
+
+const char model_gettuneresult_doc[] =
+    "getTuneResult(i)\n\nLoads the parameter settings of tuning result i into the model.";
+
+PyObject* model_gettuneresult(PyObject* self, PyObject* arg) {
+  VLMmodel* h = model_handle(self);
+  if (h == nullptr) return raise_velmor(VLM_ERROR_NULL_ARGUMENT, self);
+  long i = PyLong_AsLong(arg);
+  if (i == -1 && PyErr_Occurred()) return nullptr;
+  int rc = VLMgettuneresult(h, static_cast<int>(i));
+  if (rc != 0) return raise_velmor(rc, self);
+  return py::none();
+}
+
+const char model_optimizebatch_doc[] =
+    "optimizeBatch()\n\nApplies pending changes and submits the model as a batch request;\n"
+    "returns the batch id. Raises VelmorError (ERROR_NOT_SUPPORTED) without a batch service.";
+
+PyObject* model_optimizebatch(PyObject* self, PyObject*) {
+  VLMmodel* h = model_handle(self);
+  if (h == nullptr) return raise_velmor(VLM_ERROR_NULL_ARGUMENT, self);
+  if (model_update(self) < 0) return nullptr;
+  char batchid[VLM_MAX_STRLEN];
+  int rc = VLMsetsignal(h);
+  if (rc == 0) rc = VLMoptimizebatch(h, batchid);
+  if (rc != 0) return raise_velmor(rc, self);
+  return PyUnicode_FromString(batchid);
+}

@@ -536,6 +536,16 @@ VLM_API int VLMoptimize(VLMmodel *model);
  * previous handler is restored when that solve ends. */
 VLM_API int VLMsetsignal(VLMmodel *model);
 
+/* Automatic parameter tuning of the model; results are loaded with VLMgettuneresult.
+ * Not available yet: fails with VLM_ERROR_NOT_SUPPORTED. */
+VLM_API int VLMtunemodel(VLMmodel *model);
+VLM_API int VLMgettuneresult(VLMmodel *model, int i);
+
+/* Submits the model as a batch request to a batch service and writes its id (at most
+ * VLM_MAX_STRLEN bytes) to `batchid`. No batch service exists yet: fails with
+ * VLM_ERROR_NOT_SUPPORTED. */
+VLM_API int VLMoptimizebatch(VLMmodel *model, char *batchid);
+
 /* Asks a running VLMoptimize of `model` to stop soon (status INTERRUPTED). Safe from any
  * thread; does nothing when no solve is running. */
 VLM_API void VLMterminate(VLMmodel *model);

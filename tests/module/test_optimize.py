@@ -199,3 +199,16 @@ def test_multiple_objectives_and_pwl_objectives_are_stored(tmp_path):
     with pytest.raises(VelmorError) as info:
         m.optimize()
     assert info.value.errno == VLM.ERROR_NOT_SUPPORTED
+
+
+def test_tuning_and_batches_report_that_they_are_not_available(tmp_path):
+    m = read_lp(tmp_path, PRODUCTION)
+    with pytest.raises(VelmorError) as info:
+        m.tune()
+    assert info.value.errno == VLM.ERROR_NOT_SUPPORTED and "tuning" in str(info.value)
+    with pytest.raises(VelmorError) as info:
+        m.getTuneResult(0)
+    assert info.value.errno == VLM.ERROR_DATA_NOT_AVAILABLE
+    with pytest.raises(VelmorError) as info:
+        m.optimizeBatch()
+    assert info.value.errno == VLM.ERROR_NOT_SUPPORTED and "batch" in str(info.value)

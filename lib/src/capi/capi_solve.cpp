@@ -1,4 +1,6 @@
 // Solving: VLMoptimize and VLMterminate.
+#include <string>
+
 #include "capi/capi_guard.h"
 #include "engine/engine.h"
 #include "velmor_c.h"
@@ -11,6 +13,28 @@ extern "C" {
 
 VLM_API int VLMoptimize(VLMmodel* model) {
   return model_call(model, [](Model& m) { return vlm::engine::optimize(m); });
+}
+
+VLM_API int VLMtunemodel(VLMmodel* model) {
+  return model_call(model, [](Model& m) {
+    VLM_RETURN_IF_ERROR(m.update());
+    return Status(VLM_ERROR_NOT_SUPPORTED, "Parameter tuning is not available in this version of Velmor");
+  });
+}
+
+VLM_API int VLMgettuneresult(VLMmodel* model, int i) {
+  return model_call(model, [&](Model&) {
+    return Status(VLM_ERROR_DATA_NOT_AVAILABLE,
+                  "No tuning result " + std::to_string(i) + ": no tuning run has completed");
+  });
+}
+
+VLM_API int VLMoptimizebatch(VLMmodel* model, char* batchid) {
+  return model_call(model, [&](Model& m) {
+    if (batchid != nullptr) batchid[0] = '\0';
+    VLM_RETURN_IF_ERROR(m.update());
+    return Status(VLM_ERROR_NOT_SUPPORTED, "Batch optimization needs a batch service, which this installation does not have");
+  });
 }
 
 VLM_API int VLMsetsignal(VLMmodel* model) {
