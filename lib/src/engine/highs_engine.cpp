@@ -456,6 +456,65 @@ void log_summary(Env& env, const Solution& s) {
   }
 }
 
+// ---- LP warm starts ---------------------------------------------------------------------------
+
+HighsInt to_highs_basis(int vlm) {
+  switch (vlm) {
+    case 0: return kHighsBasisStatusBasic;
+    case -2: return kHighsBasisStatusUpper;
+    case -3: return kHighsBasisStatusZero;
+    default: return kHighsBasisStatusLower;
+  }
+}
+
+// A basis set through VBasis/CBasis wins; else the basis kept from the previous solve; else
+// primal/dual start values (PStart/DStart). Columns and rows the library added for its own
+// modelling start nonbasic at lower / basic.
+void pass_warm_start(void* h, Model& m, const Problem& p) {
+  const ModelData& d = m.data();
+  const auto& vx = d.extra[VLM_KIND_VAR].num;
+  const auto& cx = d.extra[VLM_KIND_CONSTR].num;
+  auto vb = vx.find(find_attr("VBasis"));
+  auto cb = cx.find(find_attr("CBasis"));
+  std::vector<int> vbasis, cbasis;
+  if (vb != vx.end() && cb != cx.end()) {
+    vbasis.assign(vb->second.v.begin(), vb->second.v.end());
+    cbasis.assign(cb->second.v.begin(), cb->second.v.end());
+  } else if (const Model::WarmBasis* w = m.warm_basis()) {
+    vbasis = w->vbasis;
+    cbasis = w->cbasis;
+  }
+  if (static_cast<int>(vbasis.size()) == d.num_vars() && static_cast<int>(cbasis.size()) == d.num_constrs()) {
+    std::vector<HighsInt> col(p.ncol, kHighsBasisStatusLower), row(p.nrow, kHighsBasisStatusBasic);
+    // "Nonbasic" means at the bound that exists: a status naming a missing bound is moved to
+    // the other one.
+    auto fix = [](HighsInt st, double lo, double up) {
+      if (st == kHighsBasisStatusLower && lo == -INFINITY && up != INFINITY) return kHighsBasisStatusUpper;
+      if (st == kHighsBasisStatusUpper && up == INFINITY && lo != -INFINITY) return kHighsBasisStatusLower;
+      return st;
+    };
+    for (int j = 0; j < d.num_vars(); ++j) col[j] = fix(to_highs_basis(vbasis[j]), p.lower[j], p.upper[j]);
+    for (int i = 0; i < d.num_constrs(); ++i) row[i] = fix(to_highs_basis(cbasis[i]), p.rlo[i], p.rup[i]);
+    // HiGHS refuses an invalid basis and then starts cold, which is the right fallback.
+    Highs_setBasis(h, col.data(), row.data());
+    return;
+  }
+  auto ps = vx.find(find_attr("PStart"));
+  if (ps == vx.end()) return;
+  std::vector<double> x(p.ncol, 0.0);
+  for (int j = 0; j < d.num_vars(); ++j) {
+    double v = ps->second.v[j];
+    x[j] = v >= VLM_UNDEFINED ? std::max(p.lower[j], std::min(0.0, p.upper[j])) : v;
+  }
+  auto ds = cx.find(find_attr("DStart"));
+  std::vector<double> y;
+  if (ds != cx.end()) {
+    y.assign(p.nrow, 0.0);
+    for (int i = 0; i < d.num_constrs(); ++i) y[i] = ds->second.v[i] >= VLM_UNDEFINED ? 0.0 : ds->second.v[i];
+  }
+  Highs_setSolution(h, x.data(), nullptr, nullptr, y.empty() ? nullptr : y.data());
+}
+
 // ---- statuses ---------------------------------------------------------------------------------
 
 int map_status(HighsInt ms, bool mip, bool node_limit_set, double nodes, double node_limit,
@@ -632,7 +691,11 @@ Status optimize(Model& m) {
     if (p.mip && target > -VLM_INFINITY && target < VLM_INFINITY) {
       Highs_setDoubleOptionValue(h, "objective_target", target);
     }
-    if (p.mip) pass_start(h, d);
+    if (p.mip) {
+      pass_start(h, d);
+    } else {
+      pass_warm_start(h, m, p);
+    }
     rc = Highs_run(h);
   } catch (const std::exception& e) {
     return Status(VLM_ERROR_INTERNAL, std::string("HiGHS failed: ") + e.what());
@@ -676,6 +739,8 @@ Status optimize(Model& m) {
   sol->baritercount = std::max<HighsInt>(ipm_iters, 0);
 
   const int n = d.num_vars(), mrows = d.num_constrs();
+  bool kept_basis = false;
+  std::vector<int> warm_rows;  // row statuses with the bound they sit at, for the next solve
   if (has_primal) {
     std::vector<double> cv(p.ncol), cd(p.ncol), rv(p.nrow), rd(p.nrow);
     Highs_getSolution(h, cv.data(), cd.data(), rv.data(), rd.data());
@@ -715,10 +780,15 @@ Status optimize(Model& m) {
         }
       };
       sol->has_basis = true;
+      kept_basis = true;
       sol->vbasis.resize(n);
       sol->cbasis.resize(mrows);
       for (int j = 0; j < n; ++j) sol->vbasis[j] = conv(cb[j]);
-      for (int i = 0; i < mrows; ++i) sol->cbasis[i] = conv(rb[i]) == 0 ? 0 : -1;
+      warm_rows.resize(mrows);
+      for (int i = 0; i < mrows; ++i) {
+        warm_rows[i] = conv(rb[i]);
+        sol->cbasis[i] = warm_rows[i] == 0 ? 0 : -1;
+      }
     }
     // A cutoff is ours to apply where HiGHS does not: it ignores it on continuous models once
     // presolve runs, and we do not pass it for maximisations.
@@ -741,6 +811,7 @@ Status optimize(Model& m) {
     // HiGHS uses the cutoff as its first bound: "nothing better than the cutoff".
     sol->status = VLM_CUTOFF;
   }
+  if (kept_basis) m.set_warm_basis({sol->vbasis, warm_rows});
   if (!p.mip && ps.int_param("InfUnbdInfo") == 1) certificates(h, d, p, *sol);
   log_summary(m.env(), *sol);
   m.set_solution(std::move(sol));

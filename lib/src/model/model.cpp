@@ -826,9 +826,19 @@ Status Model::update() {
   for (auto& change : pending_.changes) change(d);
   pending_.changes.clear();
 
+  // The kept basis follows the additions: new variables start nonbasic at a finite bound (or
+  // free), new rows basic.
+  if (warm_) {
+    for (int j = static_cast<int>(warm_->vbasis.size()); j < d.num_vars(); ++j) {
+      warm_->vbasis.push_back(d.lb[j] > -VLM_INFINITY ? -1 : d.ub[j] < VLM_INFINITY ? -2 : -3);
+    }
+    warm_->cbasis.resize(d.num_constrs(), 0);
+  }
+
   // 3. Deletions, variables first: a general constraint whose result or argument variable
   // goes is deleted with it.
   std::vector<int>* del = pending_.del;
+  if (!del[VLM_KIND_VAR].empty() || !del[VLM_KIND_CONSTR].empty()) warm_.reset();
   if (!del[VLM_KIND_VAR].empty()) {
     std::vector<char> keep(d.num_vars(), 1);
     for (int v : del[VLM_KIND_VAR]) keep[v] = 0;
@@ -940,8 +950,9 @@ Status Model::update() {
 }
 
 void Model::reset(bool clearall) {
-  (void)clearall;  // the guiding inputs are the attribute layer's (clear_guidance)
+  // The guiding inputs are the attribute layer's (clear_guidance); the kept basis is one too.
   solution_.reset();
+  if (clearall) warm_.reset();
 }
 
 void Model::drop_name_index(int kind) {

@@ -91,6 +91,14 @@ class Model {
   // Discards solution information; with clearall also the inputs that only guide solving.
   void reset(bool clearall);
 
+  // The basis of the last continuous solve, kept across updates (extended for added elements,
+  // dropped when elements are deleted) so that a re-solve after a small change starts from it.
+  struct WarmBasis {
+    std::vector<int> vbasis, cbasis;
+  };
+  const WarmBasis* warm_basis() const { return warm_ ? &*warm_ : nullptr; }
+  void set_warm_basis(WarmBasis b) { warm_ = std::move(b); }
+
   // The result of the last optimize call, or nullptr (none yet, or discarded by an update).
   const Solution* solution() const { return solution_.get(); }
   void set_solution(std::unique_ptr<Solution> s) { solution_ = std::move(s); }
@@ -132,6 +140,7 @@ class Model {
   ModelData data_;
   Pending pending_;
   std::unique_ptr<Solution> solution_;
+  std::optional<WarmBasis> warm_;
   bool catch_signal_ = false;
   std::atomic<bool> solving_{false};
   std::unordered_map<std::string, int> names_[6];
