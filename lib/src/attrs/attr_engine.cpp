@@ -286,6 +286,32 @@ const Binding kBindings[] = {
     {"BarIterCount", S(true, o.num = sol->baritercount), nullptr},
     {"NodeCount", S(sol->is_mip, o.num = sol->nodecount), nullptr},
     {"X", S(has_x(sol), o.num = sol->x[e]), nullptr},
+    {"Xn", [](Model& m, int e, AttrValue& o, const AttrDef& def) -> Status {
+       const Solution* sol = m.solution();
+       const int k = m.env().params().int_param("SolutionNumber");
+       if (sol == nullptr || !has_x(sol)) return unavailable(def.name);
+       if (sol->pool_x.empty() && k == 0) {
+         o.num = sol->x[e];  // a continuous model's one solution
+       } else if (k < static_cast<int>(sol->pool_x.size())) {
+         o.num = sol->pool_x[k][e];
+       } else {
+         return unavailable(def.name);
+       }
+       return Status::Ok();
+     }, nullptr},
+    {"PoolObjVal", [](Model& m, int, AttrValue& o, const AttrDef& def) -> Status {
+       const Solution* sol = m.solution();
+       const int k = m.env().params().int_param("SolutionNumber");
+       if (sol == nullptr || !has_x(sol)) return unavailable(def.name);
+       if (sol->pool_obj.empty() && k == 0) {
+         o.num = sol->objval;
+       } else if (k < static_cast<int>(sol->pool_obj.size())) {
+         o.num = sol->pool_obj[k];
+       } else {
+         return unavailable(def.name);
+       }
+       return Status::Ok();
+     }, nullptr},
     {"RC", S(sol->has_duals, o.num = sol->rc[e]), nullptr},
     {"Pi", S(sol->has_duals, o.num = sol->pi[e]), nullptr},
     {"Slack", S(has_x(sol), o.num = sol->slack[e]), nullptr},

@@ -87,9 +87,11 @@ struct HighsPtr {
 struct CallbackState {
   Env* env = nullptr;
   std::atomic<bool>* stop = nullptr;
+  int user_cols = 0;  // the user's variables come first among the engine's columns
+  std::vector<std::pair<double, std::vector<double>>> found;  // every MIP solution reported
 };
 
-void highs_callback(int type, const char* message, const HighsCallbackDataOut*,
+void highs_callback(int type, const char* message, const HighsCallbackDataOut* data_out,
                     HighsCallbackDataIn* data_in, void* user) {
   auto* st = static_cast<CallbackState*>(user);
   if (type == kHighsCallbackLogging) {
@@ -98,6 +100,13 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut*,
       std::string line(message);
       while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
       st->env->message(line);
+    }
+    return;
+  }
+  if (type == kHighsCallbackMipSolution) {
+    if (data_out != nullptr && data_out->mip_solution != nullptr && data_out->mip_solution_size >= st->user_cols) {
+      st->found.emplace_back(data_out->objective_function_value,
+                             std::vector<double>(data_out->mip_solution, data_out->mip_solution + st->user_cols));
     }
     return;
   }
@@ -456,6 +465,31 @@ void log_summary(Env& env, const Solution& s) {
   }
 }
 
+// ---- solution pool ----------------------------------------------------------------------------
+
+// The distinct solutions the MIP reported, best first, the incumbent leading, at most `limit`.
+void fill_pool(Solution& sol, std::vector<std::pair<double, std::vector<double>>>& found, int sense, int limit) {
+  std::stable_sort(found.begin(), found.end(), [sense](const auto& a, const auto& b) {
+    return sense == -1 ? a.first > b.first : a.first < b.first;
+  });
+  sol.pool_x.assign(1, sol.x);
+  sol.pool_obj.assign(1, sol.objval);
+  for (auto& [obj, x] : found) {
+    if (static_cast<int>(sol.pool_x.size()) >= limit) break;
+    bool seen = std::any_of(sol.pool_x.begin(), sol.pool_x.end(), [&](const std::vector<double>& y) {
+      for (std::size_t k = 0; k < x.size(); ++k) {
+        if (std::fabs(x[k] - y[k]) > 1e-6) return false;
+      }
+      return true;
+    });
+    if (!seen) {
+      sol.pool_x.push_back(std::move(x));
+      sol.pool_obj.push_back(obj);
+    }
+  }
+  sol.sol_count = static_cast<int>(sol.pool_x.size());
+}
+
 // ---- LP warm starts ---------------------------------------------------------------------------
 
 HighsInt to_highs_basis(int vlm) {
@@ -660,7 +694,7 @@ Status optimize(Model& m) {
   HighsPtr highs;
   void* h = highs.h;
   if (h == nullptr) return Status(VLM_ERROR_OUT_OF_MEMORY, "Unable to create a HiGHS instance");
-  CallbackState cb{&m.env(), &stop.flag};
+  CallbackState cb{&m.env(), &stop.flag, d.num_vars(), {}};
   HighsInt rc = 0;
   try {
     // Options (the log routing first, so that nothing reaches stdout directly).
@@ -670,6 +704,7 @@ Status optimize(Model& m) {
     Highs_startCallback(h, kHighsCallbackSimplexInterrupt);
     Highs_startCallback(h, kHighsCallbackIpmInterrupt);
     Highs_startCallback(h, kHighsCallbackMipInterrupt);
+    if (p.mip) Highs_startCallback(h, kHighsCallbackMipSolution);
     log_banner(m.env(), d, p);
     rc = Highs_passModel(h, p.ncol, p.nrow, static_cast<HighsInt>(p.aval.size()),
                          static_cast<HighsInt>(p.qval.size()), kHighsMatrixFormatRowwise,
@@ -812,6 +847,7 @@ Status optimize(Model& m) {
     sol->status = VLM_CUTOFF;
   }
   if (kept_basis) m.set_warm_basis({sol->vbasis, warm_rows});
+  if (p.mip && sol->sol_count > 0) fill_pool(*sol, cb.found, d.sense, ps.int_param("PoolSolutions"));
   if (!p.mip && ps.int_param("InfUnbdInfo") == 1) certificates(h, d, p, *sol);
   log_summary(m.env(), *sol);
   m.set_solution(std::move(sol));

@@ -55,6 +55,9 @@ struct Solution {
   std::vector<int> vbasis, cbasis;
   // With InfUnbdInfo: a ray of an unbounded LP, or a Farkas certificate of an infeasible one
   // (multipliers of the rows and the amount by which the combined row is violated).
+  // Solutions found by a MIP solve, best first (pool_x[0] is x); at most PoolSolutions.
+  std::vector<std::vector<double>> pool_x;
+  std::vector<double> pool_obj;
   std::vector<double> unbd_ray, farkas_dual;
   double farkas_proof = 0.0;
   mutable std::optional<Quality> quality;

@@ -388,3 +388,46 @@ TEST_F(OptimizeTest, ReSolveAfterASmallChangeStartsFromTheKeptBasis) {
   EXPECT_NEAR(a, b, 1e-9);
   VLMfreemodel(fresh);
 }
+
+// A 30-item knapsack (weights 3 + (7j mod 13), values 5 + (11j mod 17), capacity 60): the MIP
+// reports its solutions; the pool holds distinct feasible ones, best first, the incumbent
+// leading, and no more than PoolSolutions.
+TEST_F(OptimizeTest, SolutionPoolHoldsFeasibleSolutionsBestFirst) {
+  const int n = 30;
+  std::vector<int> ind(n);
+  std::vector<double> w(n);
+  for (int j = 0; j < n; ++j) {
+    var(5 + (11 * j) % 17, 0, 1, 'B', nullptr);
+    ind[j] = j;
+    w[j] = 3 + (7 * j) % 13;
+  }
+  ASSERT_EQ(VLMaddconstr(m_, n, ind.data(), w.data(), '<', 60, "cap"), VLM_OK);
+  ASSERT_EQ(VLMsetintattr(m_, "ModelSense", -1), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "PoolSolutions", 4), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  ASSERT_EQ(status(), VLM_OPTIMAL);
+  int count = 0;
+  ASSERT_EQ(VLMgetintattr(m_, "SolCount", &count), VLM_OK);
+  ASSERT_GE(count, 1);
+  ASSERT_LE(count, 4);
+  double prev = INFINITY;
+  for (int k = 0; k < count; ++k) {
+    ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "SolutionNumber", k), VLM_OK);
+    double obj = 0, weight = 0, value = 0;
+    std::vector<double> xn(n);
+    ASSERT_EQ(VLMgetdblattr(m_, "PoolObjVal", &obj), VLM_OK);
+    ASSERT_EQ(VLMgetdblattrarray(m_, "Xn", 0, n, xn.data()), VLM_OK);
+    for (int j = 0; j < n; ++j) {
+      weight += w[j] * xn[j];
+      value += (5 + (11 * j) % 17) * xn[j];
+    }
+    EXPECT_LE(weight, 60 + 1e-6);
+    EXPECT_NEAR(value, obj, 1e-6);
+    EXPECT_LE(obj, prev + 1e-9);
+    if (k == 0) EXPECT_NEAR(obj, objval(), 1e-9);
+    prev = obj;
+  }
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "SolutionNumber", count), VLM_OK);
+  double v = 0;
+  EXPECT_EQ(VLMgetdblattr(m_, "PoolObjVal", &v), VLM_ERROR_DATA_NOT_AVAILABLE);
+}
