@@ -566,6 +566,13 @@ VLM_API int VLMread(VLMmodel *model, const char *filename);
  * its attribute file (.attr) or its parameters (.prm), chosen by the suffix. */
 VLM_API int VLMwrite(VLMmodel *model, const char *filename);
 
+/* The model's solution as JSON text (status, objective, values, slacks and duals); `*bufferP`
+ * receives a string the caller frees with VLMfree. */
+VLM_API int VLMgetjsonsolution(VLMmodel *model, char **bufferP);
+
+/* Frees memory the library allocated for the caller (VLMgetjsonsolution). NULL is ignored. */
+VLM_API void VLMfree(void *ptr);
+
 /* 1 when the name's suffix is a model file format (.mps, .lp, .rew, .rlp, with .gz), else 0. */
 VLM_API int VLMismodelfile(const char *filename);
 /* 1 when the suffix is an attribute-style file (.attr, .sol, .mst, .hnt, .bas, .ord, .json). */

@@ -1,12 +1,16 @@
 // Model files: reading a model, writing a model, its attribute values or its parameters by
 // suffix, and the suffix queries. The formats themselves live in io/.
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 
 #include "capi/capi_guard.h"
 #include "capi/capi_model.h"
 #include "io/attr_file.h"
+#include "io/basis_file.h"
 #include "io/file_format.h"
+#include "io/json_solution.h"
 #include "io/solution_files.h"
 #include "io/prm_file.h"
 #include "velmor_c.h"
@@ -49,6 +53,14 @@ VLM_API int VLMwrite(VLMmodel* model, const char* filename) {
       VLM_RETURN_IF_ERROR(m.update());
       return vlm::io::write_attr_file(name, m);
     }
+    if (suffix == "bas") {
+      VLM_RETURN_IF_ERROR(m.update());
+      return vlm::io::write_basis_file(name, m);
+    }
+    if (suffix == "json") {
+      VLM_RETURN_IF_ERROR(m.update());
+      return vlm::io::write_file(name, vlm::io::json_solution(m));
+    }
     vlm::io::VarFileKind kind;
     if (vlm::io::var_file_kind(suffix, &kind)) {
       VLM_RETURN_IF_ERROR(m.update());
@@ -61,6 +73,20 @@ VLM_API int VLMwrite(VLMmodel* model, const char* filename) {
     return Status(VLM_ERROR_INVALID_ARGUMENT, "Unknown file type for file '" + name + "'");
   });
 }
+
+VLM_API int VLMgetjsonsolution(VLMmodel* model, char** bufferP) {
+  return vlm::capi::model_call(model, [&](vlm::Model& m) {
+    VLM_RETURN_IF_ERROR(vlm::capi::require(bufferP, "bufferP"));
+    std::string text = vlm::io::json_solution(m);
+    char* out = static_cast<char*>(std::malloc(text.size() + 1));
+    if (out == nullptr) return Status(VLM_ERROR_OUT_OF_MEMORY, "Out of memory");
+    std::memcpy(out, text.c_str(), text.size() + 1);
+    *bufferP = out;
+    return Status::Ok();
+  });
+}
+
+VLM_API void VLMfree(void* ptr) { std::free(ptr); }
 
 VLM_API int VLMismodelfile(const char* filename) {
   if (filename == nullptr) return 0;

@@ -4,6 +4,7 @@
 #include "capi/capi_guard.h"
 #include "core/text.h"
 #include "io/attr_file.h"
+#include "io/basis_file.h"
 #include "io/file_format.h"
 #include "io/solution_files.h"
 #include "io/prm_file.h"
@@ -38,9 +39,10 @@ VLM_API int VLMread(VLMmodel* model, const char* filename) {
     }
     vlm::io::VarFileKind kind;
     if (vlm::io::var_file_kind(vlm::io::file_suffix(f), &kind)) return vlm::io::read_var_file(f, kind, m);
-    for (const char* kind : {".bas", ".ord", ".json"}) {
+    if (vlm::io::file_suffix(f) == "bas") return vlm::io::read_basis_file(f, m);
+    for (const char* kind : {".ord", ".json"}) {
       if (ends_with(f, kind) || ends_with(f, (std::string(kind) + ".gz").c_str())) {
-        // TODO(#6): bases, branching orders and JSON solutions.
+        // TODO(#6): branching orders; a JSON solution is output only.
         return Status(VLM_ERROR_NOT_SUPPORTED, "Reading '" + f + "' into a model is not supported yet");
       }
     }
