@@ -282,6 +282,7 @@ const Binding kBindings[] = {
     {"ObjBoundC", S(sol->is_mip && sol->status != VLM_LOADED, o.num = sol->objbound), nullptr},
     {"MIPGap", S(sol->is_mip && has_x(sol), o.num = sol->mipgap), nullptr},
     {"Runtime", S(true, o.num = sol->runtime), nullptr},
+    {"Work", S(true, o.num = sol->work), nullptr},
     {"IterCount", S(true, o.num = sol->itercount), nullptr},
     {"BarIterCount", S(true, o.num = sol->baritercount), nullptr},
     {"NodeCount", S(sol->is_mip, o.num = sol->nodecount), nullptr},

@@ -1,6 +1,7 @@
 #include "core/platform.h"
 
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <string>
 
@@ -43,6 +44,21 @@ bool running_in_container() {
   static const bool in_container = detect_container();
   return in_container;
 }
+
+double resident_memory_gb() {
+#if defined(__linux__)
+  std::FILE* f = std::fopen("/proc/self/statm", "r");
+  if (f == nullptr) return 0.0;
+  long pages = 0, resident = 0;
+  int n = std::fscanf(f, "%ld %ld", &pages, &resident);
+  std::fclose(f);
+  return n == 2 ? static_cast<double>(resident) * 4096.0 / 1e9 : 0.0;
+#else
+  return 0.0;
+#endif
+}
+
+double process_cpu_seconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 
 std::FILE* open_for_append(const std::string& path) {
   return std::fopen(path.c_str(), "a");

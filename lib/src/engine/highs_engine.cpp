@@ -16,6 +16,7 @@
 
 #include "attrs/attr_table.h"
 #include "core/platform.h"
+#include "params/param_table.h"
 #include "engine/engine.h"
 #include "interfaces/highs_c_api.h"
 
@@ -29,7 +30,13 @@ std::mutex g_lifetime_mutex;
 int g_active_solves = 0;
 std::vector<void*> g_deferred;
 
+// The size of the HiGHS thread pool of the calling thread (0: none yet, or HiGHS' default).
+// HiGHS keeps one pool per calling thread and refuses a run that asks for another size.
+thread_local int t_pool_threads = 0;
+
 void destroy_all(std::vector<void*>& instances) {
+  // Highs_destroy tears down the calling thread's pool.
+  if (!instances.empty()) t_pool_threads = 0;
   for (void* p : instances) {
     try {
       Highs_destroy(p);
@@ -84,12 +91,56 @@ struct HighsPtr {
 
 // ---- callbacks --------------------------------------------------------------------------------
 
+// Why the library (not HiGHS) stopped a solve.
+enum class StopReason { kNone, kUser, kBound, kWork, kSoftMemory, kHardMemory };
+
 struct CallbackState {
   Env* env = nullptr;
   std::atomic<bool>* stop = nullptr;
   int user_cols = 0;  // the user's variables come first among the engine's columns
   std::vector<std::pair<double, std::vector<double>>> found;  // every MIP solution reported
+  // Limits HiGHS has no option for, checked in the interrupt callbacks.
+  int sense = 1;
+  double best_bd_stop = VLM_INFINITY;  // in the model's sense; infinite: off
+  double work_limit = VLM_INFINITY;    // processor seconds
+  double soft_mem_gb = VLM_INFINITY, hard_mem_gb = VLM_INFINITY;
+  double cpu_start = 0.0;
+  unsigned calls = 0;
+  StopReason reason = StopReason::kNone;
 };
+
+// True when a limit of ours says stop; records why.
+bool should_stop(CallbackState& st, const HighsCallbackDataOut* out, int type) {
+  if (st.stop && st.stop->load(std::memory_order_relaxed)) {
+    st.reason = StopReason::kUser;
+    return true;
+  }
+  if (type == kHighsCallbackMipInterrupt && out != nullptr && st.best_bd_stop < VLM_INFINITY) {
+    const double bound = out->mip_dual_bound;
+    if (std::isfinite(bound) && (st.sense == 1 ? bound >= st.best_bd_stop : bound <= st.best_bd_stop)) {
+      st.reason = StopReason::kBound;
+      return true;
+    }
+  }
+  // Reading the clock and the memory costs a system call: every 64th call is often enough.
+  if ((++st.calls & 63u) != 0) return false;
+  if (st.work_limit < VLM_INFINITY && process_cpu_seconds() - st.cpu_start >= st.work_limit) {
+    st.reason = StopReason::kWork;
+    return true;
+  }
+  if (st.soft_mem_gb < VLM_INFINITY || st.hard_mem_gb < VLM_INFINITY) {
+    const double gb = resident_memory_gb();
+    if (gb >= st.hard_mem_gb) {
+      st.reason = StopReason::kHardMemory;
+      return true;
+    }
+    if (gb >= st.soft_mem_gb) {
+      st.reason = StopReason::kSoftMemory;
+      return true;
+    }
+  }
+  return false;
+}
 
 void highs_callback(int type, const char* message, const HighsCallbackDataOut* data_out,
                     HighsCallbackDataIn* data_in, void* user) {
@@ -110,7 +161,7 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut* d
     }
     return;
   }
-  if (data_in && st->stop && st->stop->load(std::memory_order_relaxed)) data_in->user_interrupt = 1;
+  if (data_in && should_stop(*st, data_out, type)) data_in->user_interrupt = 1;
 }
 
 // ---- the terminate flag per model -------------------------------------------------------------
@@ -351,6 +402,35 @@ void set_options(void* h, const ParamSet& ps, bool mip) {
   int sols = ps.int_param("SolutionLimit");
   if (sols < VLM_MAXINT) Highs_setIntOptionValue(h, "mip_max_improving_sols", sols);
   Highs_setDoubleOptionValue(h, "mip_heuristic_effort", ps.dbl_param("Heuristics"));
+  Highs_setDoubleOptionValue(h, "mip_min_logging_interval", ps.int_param("DisplayInterval"));
+}
+
+// ---- threads ----------------------------------------------------------------------------------
+
+// Honours Threads within HiGHS' rule of one pool size per calling thread: a different size
+// rebuilds the pool when no other solve is running; otherwise the solve keeps the pool it has
+// and says so in the log.
+void choose_threads(void* h, Env& env) {
+  int want = env.params().int_param("Threads");
+  if (want > 0 && t_pool_threads != 0 && want != t_pool_threads) {
+    bool alone;
+    {
+      std::lock_guard<std::mutex> lock(g_lifetime_mutex);
+      alone = g_active_solves == 1;
+    }
+    if (alone) {
+      Highs_resetGlobalScheduler(1);
+    } else {
+      env.message("Threads=" + std::to_string(want) + " cannot take effect while other solves run on " +
+                  std::to_string(t_pool_threads) + " threads; keeping " + std::to_string(t_pool_threads));
+      want = t_pool_threads;
+    }
+  }
+  if (want == 0) want = t_pool_threads;
+  if (want > 0) {
+    Highs_setIntOptionValue(h, "threads", want);
+    t_pool_threads = want;
+  }
 }
 
 // ---- MIP start --------------------------------------------------------------------------------
@@ -694,7 +774,19 @@ Status optimize(Model& m) {
   HighsPtr highs;
   void* h = highs.h;
   if (h == nullptr) return Status(VLM_ERROR_OUT_OF_MEMORY, "Unable to create a HiGHS instance");
-  CallbackState cb{&m.env(), &stop.flag, d.num_vars(), {}};
+  CallbackState cb;
+  cb.env = &m.env();
+  cb.stop = &stop.flag;
+  cb.user_cols = d.num_vars();
+  cb.sense = d.sense;
+  // An infinite BestBdStop, in either direction, is off (the default +inf would otherwise stop
+  // every maximisation at once).
+  cb.best_bd_stop = ps.dbl_param("BestBdStop");
+  if (std::fabs(cb.best_bd_stop) >= VLM_INFINITY) cb.best_bd_stop = VLM_INFINITY;
+  cb.work_limit = ps.dbl_param("WorkLimit");
+  cb.soft_mem_gb = ps.dbl_param("SoftMemLimit");
+  cb.hard_mem_gb = ps.dbl_param("MemLimit");
+  cb.cpu_start = process_cpu_seconds();
   HighsInt rc = 0;
   try {
     // Options (the log routing first, so that nothing reaches stdout directly).
@@ -726,6 +818,7 @@ Status optimize(Model& m) {
     if (p.mip && target > -VLM_INFINITY && target < VLM_INFINITY) {
       Highs_setDoubleOptionValue(h, "objective_target", target);
     }
+    choose_threads(h, m.env());
     if (p.mip) {
       pass_start(h, d);
     } else {
@@ -762,6 +855,18 @@ Status optimize(Model& m) {
   const bool has_primal = primal_status == 2;
   const double node_limit = ps.dbl_param("NodeLimit");
   sol->status = map_status(ms, p.mip, node_limit < 2e9, static_cast<double>(nodes), node_limit, has_primal);
+  sol->work = process_cpu_seconds() - cb.cpu_start;
+  if (sol->status == VLM_INTERRUPTED) {
+    switch (cb.reason) {
+      case StopReason::kBound: sol->status = VLM_USER_OBJ_LIMIT; break;
+      case StopReason::kWork: sol->status = VLM_WORK_LIMIT; break;
+      case StopReason::kSoftMemory: sol->status = VLM_MEM_LIMIT; break;
+      case StopReason::kHardMemory:
+        return Status(VLM_ERROR_OUT_OF_MEMORY, "The optimization exceeded MemLimit (" +
+                                                   format_double(ps.dbl_param("MemLimit")) + " GB)");
+      default: break;
+    }
+  }
   if (rc == kHighsStatusError && sol->status == VLM_NUMERIC && !has_primal) {
     m.env().message("HiGHS reported an error while solving");
   }

@@ -48,6 +48,7 @@ struct Solution {
   double objbound = 0.0;
   double mipgap = 0.0;
   double runtime = 0.0;
+  double work = 0.0;  // processor seconds of the solve (the unit of WorkLimit)
   double itercount = 0.0;
   double baritercount = 0.0;
   double nodecount = 0.0;

@@ -431,3 +431,58 @@ TEST_F(OptimizeTest, SolutionPoolHoldsFeasibleSolutionsBestFirst) {
   double v = 0;
   EXPECT_EQ(VLMgetdblattr(m_, "PoolObjVal", &v), VLM_ERROR_DATA_NOT_AVAILABLE);
 }
+
+// The market-split search never closes its gap quickly: a work limit of 0.2 processor seconds
+// stops it with WORK_LIMIT; BestBdStop below the first bound stops it at once with
+// USER_OBJ_LIMIT (minimising 0: the bound starts at 0 >= -1); a soft memory limit below the
+// process' size gives MEM_LIMIT and a hard one fails with OUT_OF_MEMORY.
+TEST_F(OptimizeTest, LimitsTheLibraryEnforces) {
+  build_market_split(m_);
+  VLMenv* e = VLMgetenv(m_);
+  ASSERT_EQ(VLMsetdblparam(e, "WorkLimit", 0.2), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_WORK_LIMIT);
+  double work = 0;
+  ASSERT_EQ(VLMgetdblattr(m_, "Work", &work), VLM_OK);
+  EXPECT_GE(work, 0.2);
+  ASSERT_EQ(VLMsetdblparam(e, "WorkLimit", 1e100), VLM_OK);
+
+  ASSERT_EQ(VLMsetdblparam(e, "BestBdStop", -1.0), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_USER_OBJ_LIMIT);
+  ASSERT_EQ(VLMsetdblparam(e, "BestBdStop", 1e100), VLM_OK);
+
+  ASSERT_EQ(VLMsetdblparam(e, "SoftMemLimit", 1e-6), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_MEM_LIMIT);
+  ASSERT_EQ(VLMsetdblparam(e, "SoftMemLimit", 1e100), VLM_OK);
+  ASSERT_EQ(VLMsetdblparam(e, "MemLimit", 1e-6), VLM_OK);
+  EXPECT_EQ(VLMoptimize(m_), VLM_ERROR_OUT_OF_MEMORY);
+  EXPECT_NE(std::string(VLMgetmerrormsg(m_)).find("MemLimit"), std::string::npos);
+}
+
+// Different Threads settings on one calling thread: HiGHS keeps one pool per calling thread and
+// refuses a run that asks for another size while the pool lives. Model A's solved LP keeps its
+// engine instance (and so the pool) alive; model B then asks for another size on the same
+// thread, and both must solve.
+TEST_F(OptimizeTest, ThreadsMayDifferBetweenModelsOnOneThread) {
+  var(-1, 0, 10, 'C', "x");
+  row({0}, {1}, '<', 4);
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "Threads", 2), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  ASSERT_EQ(status(), VLM_OPTIMAL);
+
+  VLMmodel* b = nullptr;
+  ASSERT_EQ(VLMnewmodel(env_, &b, "b", 0, nullptr, nullptr, nullptr, nullptr, nullptr), VLM_OK);
+  ASSERT_EQ(VLMaddvar(b, 0, nullptr, nullptr, -1, 0, 5, 'C', "y"), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(b), "Threads", 1), VLM_OK);
+  ASSERT_EQ(VLMoptimize(b), VLM_OK) << VLMgetmerrormsg(b);
+  int st = 0;
+  double obj = 0;
+  ASSERT_EQ(VLMgetintattr(b, "Status", &st), VLM_OK);
+  ASSERT_EQ(VLMgetdblattr(b, "ObjVal", &obj), VLM_OK);
+  EXPECT_EQ(st, VLM_OPTIMAL);
+  EXPECT_NEAR(obj, -5.0, 1e-9);
+  EXPECT_NEAR(objval(), -4.0, 1e-9);
+  VLMfreemodel(b);
+}
