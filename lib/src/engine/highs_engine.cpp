@@ -403,6 +403,41 @@ void set_options(void* h, const ParamSet& ps, bool mip) {
   if (sols < VLM_MAXINT) Highs_setIntOptionValue(h, "mip_max_improving_sols", sols);
   Highs_setDoubleOptionValue(h, "mip_heuristic_effort", ps.dbl_param("Heuristics"));
   Highs_setDoubleOptionValue(h, "mip_min_logging_interval", ps.int_param("DisplayInterval"));
+
+  // Strategy switches with a HiGHS counterpart (their help texts say how the values map).
+  const double perturb = ps.dbl_param("PerturbValue");
+  Highs_setDoubleOptionValue(h, "dual_simplex_cost_perturbation_multiplier", perturb / 0.0002);
+  static const int pricing[] = {-1, 0, 2, 1, 2};  // SimplexPricing -1..3 -> edge weights
+  Highs_setIntOptionValue(h, "simplex_dual_edge_weight_strategy", pricing[ps.int_param("SimplexPricing") + 1]);
+  static const int scaling[] = {1, 0, 2, 3, 4};  // ScaleFlag -1..3 -> scale strategy
+  Highs_setIntOptionValue(h, "simplex_scale_strategy", scaling[ps.int_param("ScaleFlag") + 1]);
+  Highs_setDoubleOptionValue(h, "factor_pivot_threshold", ps.dbl_param("MarkowitzTol"));
+  const int aggfill = ps.int_param("AggFill");
+  if (aggfill >= 0) Highs_setIntOptionValue(h, "presolve_substitution_maxfillin", aggfill);
+  const int predual = ps.int_param("PreDual");
+  Highs_setIntOptionValue(h, "simplex_dualize_strategy", predual == 2 ? -1 : predual);
+  Highs_setStringOptionValue(h, "run_crossover", ps.int_param("Crossover") == 0 ? "off" : "on");
+  if (mip) {
+    const int node_method = ps.int_param("NodeMethod");
+    Highs_setStringOptionValue(h, "mip_lp_solver", node_method < 0 ? "choose" : node_method == 2 ? "ipm" : "simplex");
+    if (ps.int_param("Symmetry") == 0) Highs_setBoolOptionValue(h, "mip_detect_symmetry", 0);
+    if (ps.int_param("Cuts") == 0) Highs_setBoolOptionValue(h, "mip_allow_cut_separation_at_nodes", 0);
+    // MIPFocus trades heuristic effort against bound work.
+    switch (ps.int_param("MIPFocus")) {
+      case 1: Highs_setDoubleOptionValue(h, "mip_heuristic_effort", std::max(0.3, ps.dbl_param("Heuristics"))); break;
+      case 2:
+      case 3: Highs_setDoubleOptionValue(h, "mip_heuristic_effort", std::min(0.01, ps.dbl_param("Heuristics"))); break;
+      default: break;
+    }
+    const std::pair<const char*, const char*> switches[] = {
+        {"HeuFeasJump", "mip_heuristic_run_feasibility_jump"}, {"HeuRENS", "mip_heuristic_run_rens"},
+        {"HeuRootRedCost", "mip_heuristic_run_root_reduced_cost"}, {"HeuShifting", "mip_heuristic_run_shifting"},
+        {"HeuZIRound", "mip_heuristic_run_zi_round"}, {"RINS", "mip_heuristic_run_rins"}};
+    for (const auto& [param, option] : switches) {
+      const int v = ps.int_param(param);
+      if (v >= 0) Highs_setBoolOptionValue(h, option, v > 0);
+    }
+  }
 }
 
 // ---- threads ----------------------------------------------------------------------------------
@@ -586,6 +621,7 @@ HighsInt to_highs_basis(int vlm) {
 // modelling start nonbasic at lower / basic.
 void pass_warm_start(void* h, Model& m, const Problem& p) {
   const ModelData& d = m.data();
+  if (m.env().params().int_param("LPWarmStart") == 0) return;
   const auto& vx = d.extra[VLM_KIND_VAR].num;
   const auto& cx = d.extra[VLM_KIND_CONSTR].num;
   auto vb = vx.find(find_attr("VBasis"));
