@@ -486,3 +486,65 @@ TEST_F(OptimizeTest, ThreadsMayDifferBetweenModelsOnOneThread) {
   EXPECT_NEAR(objval(), -4.0, 1e-9);
   VLMfreemodel(b);
 }
+
+// Each HiGHS limit maps to its status on the market-split search, which none of them lets
+// finish: time, nodes, solutions (the first solution of "min 0" stops it), and an objective
+// target any solution meets (BestObjStop 1 with objective 0). An LP with an iteration limit
+// of 1 that needs more iterations stops with ITERATION_LIMIT.
+TEST_F(OptimizeTest, EngineLimitsGiveTheirStatuses) {
+  build_market_split(m_);
+  VLMenv* e = VLMgetenv(m_);
+  struct Case {
+    const char* param;
+    double value;
+    int status;
+  };
+  for (const Case& c : {Case{"TimeLimit", 0.2, VLM_TIME_LIMIT}, Case{"NodeLimit", 20, VLM_NODE_LIMIT}}) {
+    ASSERT_EQ(VLMresetparams(e), VLM_OK);
+    ASSERT_EQ(VLMsetintparam(e, "OutputFlag", 0), VLM_OK);
+    ASSERT_EQ(VLMsetdblparam(e, c.param, c.value), VLM_OK);
+    ASSERT_EQ(VLMoptimize(m_), VLM_OK) << c.param;
+    EXPECT_EQ(status(), c.status) << c.param;
+  }
+  // Solution-based limits need a search that finds solutions before it can prove optimality:
+  // a market split whose right-hand sides come from a planted solution, with random costs.
+  // Finding its first solution takes HiGHS a few seconds, which is the point of the instance.
+  VLMmodel* k = nullptr;
+  ASSERT_EQ(VLMnewmodel(env_, &k, "k", 0, nullptr, nullptr, nullptr, nullptr, nullptr), VLM_OK);
+  unsigned seed = 99;
+  auto next = [&seed] {
+    seed = seed * 1103515245u + 12345u;
+    return static_cast<int>((seed >> 16) % 100);
+  };
+  const int n = 26;
+  std::vector<int> planted(n), ind(n);
+  for (int j = 0; j < n; ++j) {
+    planted[j] = next() % 2;
+    ind[j] = j;
+    ASSERT_EQ(VLMaddvar(k, 0, nullptr, nullptr, 1 + next() % 10, 0, 1, 'B', nullptr), VLM_OK);
+  }
+  for (int i = 0; i < 3; ++i) {
+    std::vector<double> a(n);
+    double rhs = 0;
+    for (int j = 0; j < n; ++j) {
+      a[j] = next();
+      rhs += a[j] * planted[j];
+    }
+    ASSERT_EQ(VLMaddconstr(k, n, ind.data(), a.data(), '=', rhs, nullptr), VLM_OK);
+  }
+  VLMenv* ke = VLMgetenv(k);
+  ASSERT_EQ(VLMsetdblparam(ke, "TimeLimit", 60), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(ke, "SolutionLimit", 1), VLM_OK);
+  ASSERT_EQ(VLMoptimize(k), VLM_OK);
+  int st = 0, count = 0;
+  ASSERT_EQ(VLMgetintattr(k, "Status", &st), VLM_OK);
+  ASSERT_EQ(VLMgetintattr(k, "SolCount", &count), VLM_OK);
+  EXPECT_EQ(st, VLM_SOLUTION_LIMIT);
+  EXPECT_GE(count, 1);
+  ASSERT_EQ(VLMsetintparam(ke, "SolutionLimit", VLM_MAXINT), VLM_OK);
+  ASSERT_EQ(VLMsetdblparam(ke, "BestObjStop", 1e9), VLM_OK);
+  ASSERT_EQ(VLMoptimize(k), VLM_OK);
+  ASSERT_EQ(VLMgetintattr(k, "Status", &st), VLM_OK);
+  EXPECT_EQ(st, VLM_USER_OBJ_LIMIT);
+  VLMfreemodel(k);
+}
