@@ -32,7 +32,7 @@ def transport(path, k=300):
     m.write(path)
 
 
-def sparse_lp(path, n=20000, rows=15000, per_row=8):
+def sparse_lp(path, n=6000, rows=4500, per_row=8):
     rnd = random.Random(2)
     m = vp.Model("sparse", env=vp.Env(params={"OutputFlag": 0}))
     x = m.addVars(n, ub=10, obj=[-rnd.uniform(0, 1) for _ in range(n)])
@@ -96,7 +96,7 @@ def main():
     p.add_argument("--reps", type=int, default=5)
     args = p.parse_args()
     with tempfile.TemporaryDirectory() as d:
-        files = {"transport 300x300 LP": transport, "sparse LP 20000x15000": sparse_lp,
+        files = {"transport 300x300 LP": transport, "sparse LP 6000x4500": sparse_lp,
                  "knapsack MIP 60x5": knapsack_mip}
         print(f"{'model':26s}{'velmorpy':>12s}{'highs':>12s}{'overhead':>10s}  objective")
         for label, make in files.items():
