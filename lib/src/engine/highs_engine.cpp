@@ -374,10 +374,16 @@ void set_options(void* h, const ParamSet& ps, bool mip) {
   double tl = ps.dbl_param("TimeLimit");
   if (tl < VLM_INFINITY) Highs_setDoubleOptionValue(h, "time_limit", tl);
   Highs_setDoubleOptionValue(h, "mip_rel_gap", ps.dbl_param("MIPGap"));
-  Highs_setDoubleOptionValue(h, "mip_abs_gap", ps.dbl_param("MIPGapAbs"));
-  Highs_setDoubleOptionValue(h, "primal_feasibility_tolerance", ps.dbl_param("FeasibilityTol"));
-  Highs_setDoubleOptionValue(h, "dual_feasibility_tolerance", ps.dbl_param("OptimalityTol"));
-  Highs_setDoubleOptionValue(h, "mip_feasibility_tolerance", ps.dbl_param("IntFeasTol"));
+  // Tolerances left at their defaults keep HiGHS' own tuned values (the help texts give them);
+  // a value the user sets is passed as it is.
+  const std::pair<const char*, const char*> tolerances[] = {
+      {"MIPGapAbs", "mip_abs_gap"},
+      {"FeasibilityTol", "primal_feasibility_tolerance"},
+      {"OptimalityTol", "dual_feasibility_tolerance"},
+      {"IntFeasTol", "mip_feasibility_tolerance"}};
+  for (const auto& [param, option] : tolerances) {
+    if (!ps.is_default(find_param(param))) Highs_setDoubleOptionValue(h, option, ps.dbl_param(param));
+  }
   Highs_setIntOptionValue(h, "random_seed", ps.int_param("Seed"));
   int presolve = ps.int_param("Presolve");
   Highs_setStringOptionValue(h, "presolve", presolve == 0 ? "off" : presolve < 0 ? "choose" : "on");
@@ -404,19 +410,26 @@ void set_options(void* h, const ParamSet& ps, bool mip) {
   Highs_setDoubleOptionValue(h, "mip_heuristic_effort", ps.dbl_param("Heuristics"));
   Highs_setDoubleOptionValue(h, "mip_min_logging_interval", ps.int_param("DisplayInterval"));
 
-  // Strategy switches with a HiGHS counterpart (their help texts say how the values map).
-  const double perturb = ps.dbl_param("PerturbValue");
-  Highs_setDoubleOptionValue(h, "dual_simplex_cost_perturbation_multiplier", perturb / 0.0002);
+  // Strategy switches with a HiGHS counterpart (their help texts say how the values map). At
+  // their defaults HiGHS keeps its own tuned settings.
+  auto changed = [&ps](const char* name) { return !ps.is_default(find_param(name)); };
+  if (changed("PerturbValue")) {
+    Highs_setDoubleOptionValue(h, "dual_simplex_cost_perturbation_multiplier", ps.dbl_param("PerturbValue") / 0.0002);
+  }
   static const int pricing[] = {-1, 0, 2, 1, 2};  // SimplexPricing -1..3 -> edge weights
-  Highs_setIntOptionValue(h, "simplex_dual_edge_weight_strategy", pricing[ps.int_param("SimplexPricing") + 1]);
+  if (changed("SimplexPricing")) {
+    Highs_setIntOptionValue(h, "simplex_dual_edge_weight_strategy", pricing[ps.int_param("SimplexPricing") + 1]);
+  }
   static const int scaling[] = {1, 0, 2, 3, 4};  // ScaleFlag -1..3 -> scale strategy
-  Highs_setIntOptionValue(h, "simplex_scale_strategy", scaling[ps.int_param("ScaleFlag") + 1]);
-  Highs_setDoubleOptionValue(h, "factor_pivot_threshold", ps.dbl_param("MarkowitzTol"));
+  if (changed("ScaleFlag")) Highs_setIntOptionValue(h, "simplex_scale_strategy", scaling[ps.int_param("ScaleFlag") + 1]);
+  if (changed("MarkowitzTol")) Highs_setDoubleOptionValue(h, "factor_pivot_threshold", ps.dbl_param("MarkowitzTol"));
   const int aggfill = ps.int_param("AggFill");
   if (aggfill >= 0) Highs_setIntOptionValue(h, "presolve_substitution_maxfillin", aggfill);
-  const int predual = ps.int_param("PreDual");
-  Highs_setIntOptionValue(h, "simplex_dualize_strategy", predual == 2 ? -1 : predual);
-  Highs_setStringOptionValue(h, "run_crossover", ps.int_param("Crossover") == 0 ? "off" : "on");
+  if (changed("PreDual")) {
+    const int predual = ps.int_param("PreDual");
+    Highs_setIntOptionValue(h, "simplex_dualize_strategy", predual == 2 ? -1 : predual);
+  }
+  if (ps.int_param("Crossover") == 0) Highs_setStringOptionValue(h, "run_crossover", "off");
   if (mip) {
     const int node_method = ps.int_param("NodeMethod");
     Highs_setStringOptionValue(h, "mip_lp_solver", node_method < 0 ? "choose" : node_method == 2 ? "ipm" : "simplex");
