@@ -546,5 +546,14 @@ TEST_F(OptimizeTest, EngineLimitsGiveTheirStatuses) {
   ASSERT_EQ(VLMoptimize(k), VLM_OK);
   ASSERT_EQ(VLMgetintattr(k, "Status", &st), VLM_OK);
   EXPECT_EQ(st, VLM_USER_OBJ_LIMIT);
+
+  // Its LP relaxation needs more than one simplex iteration.
+  for (int j = 0; j < n; ++j) ASSERT_EQ(VLMsetcharattrelement(k, "VType", j, 'C'), VLM_OK);
+  ASSERT_EQ(VLMsetdblparam(ke, "BestObjStop", -1e100), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(ke, "Presolve", 0), VLM_OK);
+  ASSERT_EQ(VLMsetdblparam(ke, "IterationLimit", 1), VLM_OK);
+  ASSERT_EQ(VLMoptimize(k), VLM_OK);
+  ASSERT_EQ(VLMgetintattr(k, "Status", &st), VLM_OK);
+  EXPECT_EQ(st, VLM_ITERATION_LIMIT);
   VLMfreemodel(k);
 }
