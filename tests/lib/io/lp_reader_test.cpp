@@ -12,6 +12,7 @@
 #include "io/file_format.h"
 #include "io/lp_reader.h"
 #include "model/model.h"
+#include "read_text.h"
 
 namespace {
 
@@ -25,23 +26,9 @@ constexpr double kInf = VLM_INFINITY;
 
 std::string data_file(const char* name) { return std::string(VELMOR_TEST_DATA_DIR) + "/" + name; }
 
-// Reads LP text as file "m.lp" into an updated model; `status` receives the outcome.
+// Reads LP text as file "m.lp"; `status` receives the outcome.
 std::unique_ptr<Model> read_text(const std::string& text, Status* status = nullptr) {
-  static const Env env;
-  vlm::io::ReadModel rm;
-  Status s = vlm::io::read_lp(text, "m.lp", rm);
-  std::unique_ptr<Model> m;
-  if (s.ok()) {
-    m = std::make_unique<Model>(env, rm.data.name);
-    s = vlm::io::build_model(rm, "m.lp", *m);
-    if (!s.ok()) m.reset();
-  }
-  if (status != nullptr) {
-    *status = s;
-  } else {
-    EXPECT_TRUE(s.ok()) << s.message();
-  }
-  return m;
+  return read_model_text(vlm::io::read_lp, text, "m.lp", status);
 }
 
 // Row i as (variable name, coefficient) pairs in variable order.

@@ -15,6 +15,7 @@
 #include "io/file_format.h"
 #include "io/mps_reader.h"
 #include "model/model.h"
+#include "read_text.h"
 
 namespace {
 
@@ -36,21 +37,7 @@ std::unique_ptr<Model> read_file(const char* name) {
 
 // Reads MPS text as file "m.mps"; `status` receives the outcome.
 std::unique_ptr<Model> read_text(const std::string& text, Status* status = nullptr) {
-  static const Env env;
-  vlm::io::ReadModel rm;
-  Status s = vlm::io::read_mps(text, "m.mps", rm);
-  std::unique_ptr<Model> m;
-  if (s.ok()) {
-    m = std::make_unique<Model>(env, rm.data.name);
-    s = vlm::io::build_model(rm, "m.mps", *m);
-    if (!s.ok()) m.reset();
-  }
-  if (status != nullptr) {
-    *status = s;
-  } else {
-    EXPECT_TRUE(s.ok()) << s.message();
-  }
-  return m;
+  return read_model_text(vlm::io::read_mps, text, "m.mps", status);
 }
 
 using Terms = std::vector<std::pair<std::string, double>>;
