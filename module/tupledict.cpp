@@ -21,6 +21,7 @@
 #include <numeric>
 #include <vector>
 
+#include "linexpr.h"
 #include "py_convert.h"
 #include "py_error.h"
 #include "registry.h"
@@ -93,24 +94,6 @@ PyObject* missing_attribute(const char* name) {
 }
 
 // The one place that reaches quicksum; meant to become a direct call into the expression code.
-py::Ref call_quicksum(PyObject* terms) {
-  py::Ref name = py::str("velmorpy");
-  if (!name) return name;
-  py::Ref module = py::Ref::steal(PyImport_GetModule(name.get()));
-  if (!module) {
-    if (PyErr_Occurred()) return module;
-    module = py::Ref::steal(PyImport_Import(name.get()));
-    if (!module) return module;
-  }
-  py::Ref quicksum = py::Ref::steal(PyObject_GetAttrString(module.get(), "quicksum"));
-  if (!quicksum) {
-    if (!PyErr_ExceptionMatches(PyExc_AttributeError)) return quicksum;
-    PyErr_Clear();
-    PyErr_SetString(PyExc_NotImplementedError, "quicksum is not available");
-    return quicksum;
-  }
-  return py::Ref::steal(PyObject_CallOneArg(quicksum.get(), terms));
-}
 
 // self[key]: a plain lookup for the exact type, __getitem__ (and __missing__) otherwise.
 py::Ref value_of(PyObject* self, PyObject* key) {
@@ -612,7 +595,7 @@ PyObject* tupledict_sum(PyObject* self, PyObject* const* vals, Py_ssize_t n) {
   if (select_keys(self, vals, n, true, sel) < 0) return nullptr;
   py::Ref terms = selected_values(self, sel);
   if (!terms) return nullptr;
-  return call_quicksum(terms.get()).release();
+  return quicksum_impl(terms.get()).release();
 }
 
 int append_product(PyObject* terms, PyObject* a, PyObject* b) {
@@ -680,11 +663,11 @@ PyObject* tupledict_prod(PyObject* self, PyObject* const* args, Py_ssize_t nargs
         if (!c || append_product(terms.get(), values[i].get(), c.get()) < 0) return nullptr;
       }
     }
-    return call_quicksum(terms.get()).release();
+    return quicksum_impl(terms.get()).release();
   }
   if (PyList_Check(coeff) && n == 0) {
     py::Ref result;
-    if (list_products(self, coeff, terms.get()) == 0) result = call_quicksum(terms.get());
+    if (list_products(self, coeff, terms.get()) == 0) result = quicksum_impl(terms.get());
     if (!result) {
       PyErr_Clear();
       return py::raise(PyExc_TypeError, "Invalid tupledict.prod argument");
