@@ -93,8 +93,6 @@ PyObject* missing_attribute(const char* name) {
   return nullptr;
 }
 
-// The one place that reaches quicksum; meant to become a direct call into the expression code.
-
 // self[key]: a plain lookup for the exact type, __getitem__ (and __missing__) otherwise.
 py::Ref value_of(PyObject* self, PyObject* key) {
   if (!exact(self)) return py::Ref::steal(PyObject_GetItem(self, key));
