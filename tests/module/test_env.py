@@ -124,6 +124,8 @@ def _rss_bytes():
 
 
 @pytest.mark.skipif(not os.path.exists("/proc/self/statm"), reason="needs /proc")
+@pytest.mark.skipif("libasan" in os.environ.get("LD_PRELOAD", ""),
+                    reason="AddressSanitizer's quarantine keeps freed memory resident")
 def test_creating_and_disposing_environments_does_not_leak():
     def churn(n):
         for _ in range(n):
