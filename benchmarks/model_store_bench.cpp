@@ -10,15 +10,26 @@
 #include <string>
 #include <vector>
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 #include "velmor_c.h"
 
 namespace {
 
+// Heap bytes in use, in MB (glibc's own count, so freed input arrays do not count); the
+// resident set elsewhere.
 double rss_mb() {
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 33))
+  struct mallinfo2 mi = mallinfo2();
+  return static_cast<double>(mi.uordblks + mi.hblkhd) / (1024.0 * 1024.0);
+#else
   std::ifstream statm("/proc/self/statm");
   long pages = 0, resident = 0;
   statm >> pages >> resident;
   return resident * 4096.0 / (1024.0 * 1024.0);
+#endif
 }
 
 double seconds_since(std::chrono::steady_clock::time_point t0) {
@@ -62,9 +73,10 @@ int main() {
   VLMaddconstrs(m, rows, static_cast<int>(ind.size()), beg.data(), ind.data(), val.data(), sense.data(), rhs.data(), nullptr);
   VLMupdatemodel(m);
   const double t_rows = seconds_since(t0);
-  beg = {};
-  ind = {};
-  val = {};
+  // Release the input arrays (assigning {} would keep their capacity).
+  std::vector<int>().swap(beg);
+  std::vector<int>().swap(ind);
+  std::vector<double>().swap(val);
   const double after_rows = rss_mb();
 
   int nv = 0;
