@@ -220,7 +220,11 @@ Model::Model(const Model& other) : env_(other.env_), data_(other.data_) {
   env_.errors() = ErrorState();
 }
 
-bool Model::updatemode_immediate() const { return env_.params().int_param("UpdateMode") == 1; }
+bool Model::updatemode_immediate() const {
+  // Asked once per coefficient while checking input: look the parameter up only once.
+  static const int kUpdateMode = find_param("UpdateMode");
+  return env_.params().get_int(kUpdateMode) == 1;
+}
 
 int Model::limit(int kind) const {
   int n = data_.count(kind);
