@@ -29,8 +29,7 @@ int add(VLMmodel* model, GenConstrData g) {
 int add_list(VLMmodel* model, GenType t, const char* name, int resvar, int nvars, const int* vars,
              double a) {
   return model_call(model, [&](Model& m) {
-    if (nvars < 0) return Status(VLM_ERROR_INVALID_ARGUMENT, "Number of operands is negative");
-    if (nvars > 0) VLM_RETURN_IF_ERROR(require(vars, "vars"));
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(nvars, "operands", {{vars, "vars"}}));
     GenConstrData g = make(t, name);
     g.res = resvar;
     g.vars.assign(vars, vars + nvars);
@@ -121,11 +120,7 @@ VLM_API int VLMaddgenconstrIndicator(VLMmodel* model, const char* name, int binv
                                      int nvars, const int* ind, const double* val, char sense,
                                      double rhs) {
   return model_call(model, [&](Model& m) {
-    if (nvars < 0) return Status(VLM_ERROR_INVALID_ARGUMENT, "Number of terms is negative");
-    if (nvars > 0) {
-      VLM_RETURN_IF_ERROR(require(ind, "ind"));
-      VLM_RETURN_IF_ERROR(require(val, "val"));
-    }
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(nvars, "terms", {{ind, "ind"}, {val, "val"}}));
     GenConstrData g = make(GenType::kIndicator, name);
     g.res = binvar;
     g.binval = binval;
@@ -139,11 +134,7 @@ VLM_API int VLMaddgenconstrIndicator(VLMmodel* model, const char* name, int binv
 VLM_API int VLMaddgenconstrPWL(VLMmodel* model, const char* name, int xvar, int yvar, int npts,
                                const double* xpts, const double* ypts) {
   return model_call(model, [&](Model& m) {
-    if (npts < 0) return Status(VLM_ERROR_INVALID_ARGUMENT, "Number of points is negative");
-    if (npts > 0) {
-      VLM_RETURN_IF_ERROR(require(xpts, "xpts"));
-      VLM_RETURN_IF_ERROR(require(ypts, "ypts"));
-    }
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(npts, "points", {{xpts, "xpts"}, {ypts, "ypts"}}));
     GenConstrData g = make(GenType::kPwl, name);
     g.arg = xvar;
     g.res = yvar;
@@ -155,8 +146,7 @@ VLM_API int VLMaddgenconstrPWL(VLMmodel* model, const char* name, int xvar, int 
 VLM_API int VLMaddgenconstrPoly(VLMmodel* model, const char* name, int xvar, int yvar, int plen,
                                 const double* p, const char* options) {
   return model_call(model, [&](Model& m) {
-    if (plen < 0) return Status(VLM_ERROR_INVALID_ARGUMENT, "Number of coefficients is negative");
-    if (plen > 0) VLM_RETURN_IF_ERROR(require(p, "p"));
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(plen, "coefficients", {{p, "p"}}));
     GenConstrData g = make(GenType::kPoly, name);
     g.arg = xvar;
     g.res = yvar;

@@ -7,6 +7,8 @@
 #pragma once
 
 #include <exception>
+#include <initializer_list>
+#include <utility>
 #include <new>
 #include <string>
 
@@ -65,6 +67,17 @@ int model_call(VLMmodel* model, Body&& body) noexcept {
 inline Status require(const void* p, const char* what) {
   if (p != nullptr) return Status::Ok();
   return Status(VLM_ERROR_NULL_ARGUMENT, std::string("Argument '") + what + "' is NULL");
+}
+
+// Checks a count and, when it is positive, that every array it sizes is given.
+inline Status require_arrays(int n, const char* what,
+                             std::initializer_list<std::pair<const void*, const char*>> arrays) {
+  if (n < 0) {
+    return Status(VLM_ERROR_INVALID_ARGUMENT, std::string("Number of ") + what + " is negative");
+  }
+  if (n == 0) return Status::Ok();
+  for (const auto& [p, name] : arrays) VLM_RETURN_IF_ERROR(require(p, name));
+  return Status::Ok();
 }
 
 }  // namespace vlm::capi

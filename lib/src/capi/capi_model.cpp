@@ -194,11 +194,7 @@ VLM_API int VLMaddconstrs(VLMmodel* model, int numconstrs, int numnz, const int*
 VLM_API int VLMaddrangeconstr(VLMmodel* model, int numnz, const int* cind, const double* cval,
                               double lower, double upper, const char* constrname) {
   return model_call(model, [&](Model& m) {
-    if (numnz < 0) return Status(VLM_ERROR_INVALID_ARGUMENT, "Number of nonzeros is negative");
-    if (numnz > 0) {
-      VLM_RETURN_IF_ERROR(require(cind, "cind"));
-      VLM_RETURN_IF_ERROR(require(cval, "cval"));
-    }
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(numnz, "nonzeros", {{cind, "cind"}, {cval, "cval"}}));
     return m.add_range_constr(numnz, cind, cval, lower, upper, constrname);
   });
 }
@@ -207,16 +203,9 @@ VLM_API int VLMaddqconstr(VLMmodel* model, int numlnz, const int* lind, const do
                           int numqnz, const int* qrow, const int* qcol, const double* qval,
                           char sense, double rhs, const char* QCname) {
   return model_call(model, [&](Model& m) {
-    if (numlnz < 0 || numqnz < 0) return Status(VLM_ERROR_INVALID_ARGUMENT, "Negative term count");
-    if (numlnz > 0) {
-      VLM_RETURN_IF_ERROR(require(lind, "lind"));
-      VLM_RETURN_IF_ERROR(require(lval, "lval"));
-    }
-    if (numqnz > 0) {
-      VLM_RETURN_IF_ERROR(require(qrow, "qrow"));
-      VLM_RETURN_IF_ERROR(require(qcol, "qcol"));
-      VLM_RETURN_IF_ERROR(require(qval, "qval"));
-    }
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(numlnz, "linear terms", {{lind, "lind"}, {lval, "lval"}}));
+    VLM_RETURN_IF_ERROR(
+        vlm::capi::require_arrays(numqnz, "quadratic terms", {{qrow, "qrow"}, {qcol, "qcol"}, {qval, "qval"}}));
     vlm::QConstrData q;
     q.lind.assign(lind, lind + numlnz);
     q.lval.assign(lval, lval + numlnz);

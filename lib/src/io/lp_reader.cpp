@@ -290,6 +290,13 @@ class LpParser {
   }
   // A name followed by ':' starts the next labelled item.
   bool peek_label(std::size_t k = 0) const { return peek_kind(Kind::kName, k) && peek_op(":", k + 1); }
+  // Consumes a leading "name:" and returns the name ("" when there is none).
+  std::string take_label() {
+    if (!peek_label()) return std::string();
+    std::string label = peek()->text;
+    pos_ += 2;
+    return label;
+  }
   int current_line() const {
     if (const Token* t = peek()) return t->line;
     return toks_->empty() ? section_line_ : toks_->back().line;
@@ -735,11 +742,7 @@ Status LpParser::parse_objective(const SectionText&) {
 Status LpParser::parse_multi_objective(const SectionText&) {
   bool primary = false;
   while (!done()) {
-    std::string label;
-    if (peek_label()) {
-      label = peek()->text;
-      pos_ += 2;
-    }
+    std::string label = take_label();
     ObjectiveN o;
     bool has_attrs = false;
     while (peek_kind(Kind::kName) && is_attr_key(peek()->text) && peek_op("=", 1)) {
@@ -783,11 +786,7 @@ Status LpParser::parse_multi_objective(const SectionText&) {
 
 Status LpParser::parse_constraints() {
   while (!done()) {
-    std::string label;
-    if (peek_label()) {
-      label = peek()->text;
-      pos_ += 2;
-    }
+    std::string label = take_label();
     if (peek_indicator()) {
       VLM_RETURN_IF_ERROR(parse_indicator(label));
       continue;
@@ -984,11 +983,7 @@ Status LpParser::parse_genconstrs() {
                 {"POW", GenType::kPow},   {"SIN", GenType::kSin},   {"COS", GenType::kCos},
                 {"TAN", GenType::kTan},   {"LOGISTIC", GenType::kLogistic}};
   while (!done()) {
-    std::string label;
-    if (peek_label()) {
-      label = peek()->text;
-      pos_ += 2;
-    }
+    std::string label = take_label();
     if (peek_indicator()) {
       VLM_RETURN_IF_ERROR(parse_indicator(label));
       continue;

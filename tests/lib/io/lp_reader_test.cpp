@@ -261,10 +261,7 @@ TEST(LpReaderTest, SosPwlObjectiveAndMultipleObjectives) {
 }
 
 TEST(LpReaderErrorTest, ParseErrorsNameFileLineAndToken) {
-  const struct {
-    const char* text;
-    const char* message;
-  } cases[] = {
+  expect_read_errors(read_text, {
       {"Minimize\n obj: x + y\nSubject To\n c1: x + y z\nEnd\n",
        "File 'm.lp', line 4: expected a constraint sense '<=', '>=' or '=' after 'x + y', found 'z'"},
       {"x + y\nMinimize\n", "File 'm.lp', line 1: expected a section such as 'Minimize' or 'Subject To', found 'x'"},
@@ -287,14 +284,7 @@ TEST(LpReaderErrorTest, ParseErrorsNameFileLineAndToken) {
        "File 'm.lp', line 4: expected 0 or 1 as the indicator value in 'b = 2'"},
       {"Minimize\n obj: x\nPWLObj\n x: (0, 0) (1 2)\n",
        "File 'm.lp', line 4: expected ',' between the values of a point, found '2'"},
-  };
-  for (const auto& c : cases) {
-    Status s;
-    auto m = read_text(c.text, &s);
-    EXPECT_EQ(m, nullptr) << c.text;
-    EXPECT_EQ(s.code(), VLM_ERROR_FILE_READ) << c.text;
-    EXPECT_EQ(s.message(), c.message) << c.text;
-  }
+  });
 }
 
 TEST(LpReaderErrorTest, ModelRefusalsBecomeFileErrors) {

@@ -198,10 +198,7 @@ TEST(MpsReaderTest, QuadraticSections) {
 
 TEST(MpsReaderErrorTest, ErrorsNameFileLineAndProblem) {
   const char* rows = "NAME m\nROWS\n N obj\n L c\nCOLUMNS\n x obj 1 c 1\n";
-  const struct {
-    std::string text;
-    const char* message;
-  } cases[] = {
+  expect_read_errors(read_text, {
       {"NAME m\nROWS\n N obj\nCOLUMNS\n x obj 1 nope 2\n", "File 'm.mps', line 5: unknown row 'nope'"},
       {"NAME m\nROWS\n N obj\nCOLUMNS\n x obj abc\n",
        "File 'm.mps', line 5: expected a number for the coefficient, found 'abc'"},
@@ -222,14 +219,7 @@ TEST(MpsReaderErrorTest, ErrorsNameFileLineAndProblem) {
        "File 'm.mps', line 9: record PT does not belong to a MAX constraint"},
       {std::string(rows) + "OBJECTIVES\n obj Priority=1\n",
        "File 'm.mps', line 8: objective 'obj' must be an N row other than the objective"},
-  };
-  for (const auto& c : cases) {
-    Status s;
-    auto m = read_text(c.text, &s);
-    EXPECT_EQ(m, nullptr) << c.text;
-    EXPECT_EQ(s.code(), VLM_ERROR_FILE_READ) << c.text;
-    EXPECT_EQ(s.message(), c.message) << c.text;
-  }
+  });
 }
 
 TEST(MpsReaderErrorTest, QuadraticRowsRefuseRanges) {

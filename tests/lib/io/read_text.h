@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -30,4 +31,22 @@ std::unique_ptr<vlm::Model> read_model_text(Parse parse, const std::string& text
     EXPECT_TRUE(s.ok()) << s.message();
   }
   return m;
+}
+
+// One text a reader must refuse, and the exact message it must give.
+struct ReadErrorCase {
+  std::string text;
+  std::string message;
+};
+
+// Each case fails with VLM_ERROR_FILE_READ and its message, and leaves no model.
+template <class Read>
+void expect_read_errors(Read read_text, std::initializer_list<ReadErrorCase> cases) {
+  for (const ReadErrorCase& c : cases) {
+    vlm::Status s;
+    auto m = read_text(c.text, &s);
+    EXPECT_EQ(m, nullptr) << c.text;
+    EXPECT_EQ(s.code(), VLM_ERROR_FILE_READ) << c.text;
+    EXPECT_EQ(s.message(), c.message) << c.text;
+  }
 }
