@@ -227,7 +227,7 @@ PyObject* column_getconstr(PyObject* self, PyObject* i) {
 bool same_constr(PyObject* a, PyObject* b) {
   if (a == b) return true;
   if (!is_constr(a) || !is_constr(b)) return false;
-  return as_handle(a)->model == as_handle(b)->model && as_handle(a)->index == as_handle(b)->index &&
+  return handle_same_model(a, b) && as_handle(a)->index == as_handle(b)->index &&
          as_handle(a)->index != kIndexPending;
 }
 
@@ -304,7 +304,7 @@ PyObject* column_normalize(PyObject* self, PyObject*) {
     if (v == -1.0 && PyErr_Occurred()) return nullptr;
     std::pair<std::uintptr_t, long long> key{reinterpret_cast<std::uintptr_t>(c), LLONG_MIN};
     if (is_constr(c) && as_handle(c)->index != kIndexPending) {
-      key = {reinterpret_cast<std::uintptr_t>(as_handle(c)->model), as_handle(c)->index};
+      key = {reinterpret_cast<std::uintptr_t>(as_handle(c)->core), as_handle(c)->index};
     }
     auto [it, fresh] = seen.emplace(key, PyList_GET_SIZE(constrs.get()));
     if (fresh) {

@@ -63,22 +63,24 @@ PyObject* handle_tp_new(PyTypeObject* type, PyObject* args, PyObject* kwds) {
   }
   int index = 0;
   if (!index_value(PyTuple_GET_ITEM(args, 1), &index)) return nullptr;
+  if (as_model(model)->core == nullptr) {
+    return PyErr_Format(PyExc_TypeError, "%s() argument 1 must be an initialised Model", name);
+  }
   PyObject* self = type->tp_alloc(type, 0);
   if (self == nullptr) return nullptr;
   HandleObject* h = as_handle(self);
-  h->model = py::new_ref(model);
+  h->core = core_acquire(as_model(model)->core);
   h->index = index;
   return self;
 }
 
+// The model is reached through the core, which is no Python object: the dictionary is the
+// only reference the collector needs to see.
 int handle_traverse(PyObject* self, visitproc visit, void* arg) {
-  Py_VISIT(as_handle(self)->model);
   Py_VISIT(as_handle(self)->dict);
   return 0;
 }
 
-// Clears the dictionary only: every cycle through a handle's model passes through the Model,
-// whose clear drops its lists, so the model reference can stay valid until dealloc.
 int handle_clear(PyObject* self) {
   Py_CLEAR(as_handle(self)->dict);
   return 0;
@@ -88,8 +90,25 @@ void handle_dealloc(PyObject* self) {
   PyObject_GC_UnTrack(self);
   HandleObject* h = as_handle(self);
   Py_CLEAR(h->dict);
-  Py_CLEAR(h->model);
+  if (h->core != nullptr) core_release(h->core);
+  h->core = nullptr;
   Py_TYPE(self)->tp_free(self);
+}
+
+// A handle without a dictionary references no Python object and is left untracked; the first
+// dictionary makes cycles possible, so the handle is tracked from then on.
+void track_for_dict(PyObject* self) {
+  if (!PyObject_GC_IsTracked(self)) PyObject_GC_Track(self);
+}
+
+PyObject* handle_get_dict(PyObject* self, void* closure) {
+  track_for_dict(self);
+  return PyObject_GenericGetDict(self, closure);
+}
+
+int handle_set_dict(PyObject* self, PyObject* value, void* closure) {
+  track_for_dict(self);
+  return PyObject_GenericSetDict(self, value, closure);
 }
 
 // ---- attribute forwarding --------------------------------------------------------------------
@@ -111,6 +130,7 @@ PyObject* handle_getattro(PyObject* self, PyObject* name) {
 int handle_setattro(PyObject* self, PyObject* name, PyObject* value) {
   if (value == nullptr || !PyUnicode_Check(name) || PyUnicode_GET_LENGTH(name) == 0 ||
       PyUnicode_READ_CHAR(name, 0) == '_') {
+    if (value != nullptr) track_for_dict(self);
     return PyObject_GenericSetAttr(self, name, value);
   }
   return attr_set(handle_target(self), name, value);
@@ -135,7 +155,7 @@ PyObject* handle_prefetchattr(PyObject* self, PyObject* name) {
 
 PyObject* handle_dir(PyObject* self, PyObject*) {
   HandleObject* h = as_handle(self);
-  py::Ref names = attr_names(model_handle(h->model), handle_kind(self));
+  py::Ref names = attr_names(h->core->handle, handle_kind(self));
   if (!names) return nullptr;
   if (h->dict != nullptr) {
     PyObject *key, *value;
@@ -156,7 +176,7 @@ PyObject* handle_sameas(PyObject* self, PyObject* other) {
   if (handle_kind(other) != kind) return py::boolean(false);
   HandleObject* a = as_handle(self);
   HandleObject* b = as_handle(other);
-  return py::boolean(a->model == b->model && a->index == b->index);
+  return py::boolean(a->core == b->core && a->index == b->index);
 }
 
 PyObject* handle_typename_method(PyObject* cls, PyObject*) {
@@ -191,17 +211,21 @@ const PyMethodDef kCommonMethods[] = {
 
 // ---- fields ----------------------------------------------------------------------------------
 
+// None once the Model object is gone (the handle can still read the library model).
 PyObject* get_model(PyObject* self, void*) {
-  PyObject* m = as_handle(self)->model;
+  PyObject* m = handle_model(self);
   return py::new_ref(m ? m : Py_None);
 }
 
 int set_model(PyObject* self, PyObject* value, void*) {
-  if (value == nullptr || !model_check(value)) {
-    PyErr_SetString(PyExc_TypeError, "_cmodel must be a Model");
+  if (value == nullptr || !model_check(value) || as_model(value)->core == nullptr) {
+    PyErr_SetString(PyExc_TypeError, "_cmodel must be an initialised Model");
     return -1;
   }
-  py::assign(as_handle(self)->model, value);
+  HandleObject* h = as_handle(self);
+  ModelCore* old = h->core;
+  h->core = core_acquire(as_model(value)->core);
+  core_release(old);
   return 0;
 }
 
@@ -240,22 +264,20 @@ const char* handle_element_word(int kind) { return kElementWords[kind]; }
 py::Ref handle_new(int kind, PyObject* model, int index) {
   HandleObject* h = PyObject_GC_New(HandleObject, g_types[kind]);
   if (h == nullptr) return py::Ref();
-  h->model = py::new_ref(model);
+  h->core = core_acquire(as_model(model)->core);
   h->index = index;
   h->dict = nullptr;
-  PyObject_GC_Track(h);
   return py::Ref::steal(reinterpret_cast<PyObject*>(h));
 }
 
 AttrTarget handle_target(PyObject* self) {
   HandleObject* h = as_handle(self);
   int kind = handle_kind(self);
-  VLMmodel* m = h->model != nullptr ? model_handle(h->model) : nullptr;
-  return AttrTarget{self, m, kTypeNames[kind], kind, h->index};
+  return AttrTarget{self, h->core->handle, kTypeNames[kind], kind, h->index};
 }
 
 int handle_model_count(PyObject* self, const char* attr, int* out) {
-  int rc = VLMgetintattr(model_handle(as_handle(self)->model), attr, out);
+  int rc = VLMgetintattr(handle_cmodel(self), attr, out);
   if (rc != 0) {
     raise_velmor(rc, self);
     return -1;
@@ -266,7 +288,7 @@ int handle_model_count(PyObject* self, const char* attr, int* out) {
 py::Ref handle_name_attr(PyObject* self, const char* attr) {
   HandleObject* h = as_handle(self);
   char* name = nullptr;
-  int rc = VLMgetstrattrelement(model_handle(h->model), attr, handle_position(h->index), &name);
+  int rc = VLMgetstrattrelement(h->core->handle, attr, handle_position(h->index), &name);
   if (rc != 0) return py::Ref::steal(raise_velmor(rc, self));
   return py::str(name);
 }
@@ -282,13 +304,16 @@ int handle_register(PyObject* m, PyTypeObject* type, const HandleClass& cls) {
 
   std::vector<PyGetSetDef>& getsets = g_getsets[kind];
   getsets = {
-      {"_cmodel", get_model, set_model, "The Model this element belongs to.", nullptr},
+      {"_cmodel", get_model, set_model,
+       "The Model this element belongs to; None once that Model object is gone (the element's\n"
+       "attributes stay readable while the handle lives).",
+       nullptr},
       {cls.index_name, get_index, set_index,
        "The encoded index: the position (>= 0), -1 awaiting the model update, -2 removed,\n"
        "-3 - position while a removal awaits the update.",
        nullptr},
       {"index", get_position, nullptr, "The element's position in the model (__cindex__()).", nullptr},
-      {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, "The object's own fields.", nullptr},
+      {"__dict__", handle_get_dict, handle_set_dict, "The object's own fields.", nullptr},
       {nullptr, nullptr, nullptr, nullptr, nullptr}};
 
   type->tp_basicsize = sizeof(HandleObject);

@@ -2,7 +2,8 @@
 // one element of a model. The five classes share this one mechanism and differ in their names,
 // element kind, index field name and repr.
 //
-// A handle holds its Model and one index that encodes state and position at once:
+// A handle holds its model's shared core (model_core.h) and one index that encodes state and
+// position at once:
 //   index >= 0   the element's position in the library (it may still be awaiting the update
 //                when the index is not below the model's count, in immediate update mode);
 //   -1           added, waiting for Model.update();
@@ -12,13 +13,14 @@
 #pragma once
 
 #include "attrutil.h"
+#include "model_core.h"
 #include "py_convert.h"
 #include "py_ref.h"
 #include "velmor_c.h"
 
 struct HandleObject {
   PyObject_HEAD
-  PyObject* model;  // the owning Model (strong); set at construction, never null afterwards
+  ModelCore* core;  // the owning model's core (one reference); never null
   int index;        // encoded as above
   PyObject* dict;   // the instance dictionary for user extras, created on first use
 };
@@ -31,6 +33,15 @@ inline constexpr int kIndexRemoved = -2;
 inline int handle_position(int index) { return index >= 0 ? index : -index - 3; }
 
 inline HandleObject* as_handle(PyObject* o) { return reinterpret_cast<HandleObject*>(o); }
+
+// The Model of a handle while that object lives (borrowed), else nullptr.
+inline PyObject* handle_model(PyObject* h) { return as_handle(h)->core->model; }
+
+// The library model of a handle; nullptr once it has been freed.
+inline VLMmodel* handle_cmodel(PyObject* h) { return as_handle(h)->core->handle; }
+
+// Whether two handles belong to the same model.
+inline bool handle_same_model(PyObject* a, PyObject* b) { return as_handle(a)->core == as_handle(b)->core; }
 
 // The element kind of `o` (VLM_KIND_VAR .. VLM_KIND_GENCONSTR) when it is a handle, subclasses
 // included; 0 otherwise.
@@ -47,7 +58,8 @@ const char* handle_type_name(int kind);
 const char* handle_element_word(int kind);
 
 // A new handle of the exact class for `kind`. This is the Model's fast path: no argument
-// parsing, no type checks (`model` must be a Model).
+// parsing, no type checks (`model` must be an initialised Model). The handle is not tracked
+// by the collector until it gets a __dict__.
 py::Ref handle_new(int kind, PyObject* model, int index);
 
 // The attribute target of a handle for the engine.

@@ -1178,12 +1178,12 @@ bool expr_var_values(PyObject* const* vars, size_t n, size_t stride, double* out
     return *reinterpret_cast<PyObject* const*>(reinterpret_cast<const char*>(vars) + i * stride);
   };
   // One list read when every variable has a position in one model.
-  PyObject* model = as_handle(var_at(0))->model;
+  const ModelCore* core = as_handle(var_at(0))->core;
   std::vector<int> ind(n);
   bool one_read = n <= static_cast<size_t>(INT32_MAX);
   for (size_t i = 0; one_read && i < n; ++i) {
     HandleObject* h = as_handle(var_at(i));
-    one_read = h->model == model && h->index >= 0;
+    one_read = h->core == core && h->index >= 0;
     ind[i] = h->index;
   }
   if (one_read) {
@@ -1192,7 +1192,7 @@ bool expr_var_values(PyObject* const* vars, size_t n, size_t stride, double* out
     AttrInfo info;
     if (t.model != nullptr && attr_info(t, s_X, &name, &info) && info.kind == VLM_KIND_VAR &&
         info.datatype == VLM_DBL) {
-      py::Ref list = attr_get_list(model, t.model, name, info, ind.data(), static_cast<int>(n));
+      py::Ref list = attr_get_list(var_at(0), t.model, name, info, ind.data(), static_cast<int>(n));
       if (list && PyList_Check(list.get()) && static_cast<size_t>(PyList_GET_SIZE(list.get())) == n) {
         for (size_t i = 0; i < n; ++i) out[i] = PyFloat_AsDouble(PyList_GET_ITEM(list.get(), static_cast<Py_ssize_t>(i)));
         if (!PyErr_Occurred()) return true;
@@ -1223,14 +1223,14 @@ Py_ssize_t expr_index(PyObject* i, size_t size) {
 
 VarKey expr_var_key(PyObject* var) {
   HandleObject* h = as_handle(var);
-  if (h->index >= 0 || h->index <= -3) return {h->model, handle_position(h->index)};
+  if (h->index >= 0 || h->index <= -3) return {h->core, handle_position(h->index)};
   return {var, LONG_MIN};
 }
 
 bool expr_same_var(PyObject* a, PyObject* b) {
   if (a == b) return true;
   if (!var_check(a) || !var_check(b)) return false;
-  return as_handle(a)->model == as_handle(b)->model && as_handle(a)->index == as_handle(b)->index;
+  return handle_same_model(a, b) && as_handle(a)->index == as_handle(b)->index;
 }
 
 py::Ref quicksum_impl(PyObject* iterable) {

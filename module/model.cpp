@@ -223,6 +223,14 @@ class GcThresholdRaise {
 
 // ---- construction and lifecycle --------------------------------------------------------------
 
+// Gives the Model its library model and the core its handles will share.
+void attach(ModelObject* m, VLMmodel* handle) {
+  m->handle = handle;
+  m->core = new ModelCore;
+  m->core->handle = handle;
+  m->core->model = reinterpret_cast<PyObject*>(m);
+}
+
 PyObject* model_new(PyTypeObject* type, PyObject*, PyObject*) {
   PyObject* self = type->tp_alloc(type, 0);
   if (self == nullptr) return nullptr;
@@ -239,7 +247,7 @@ int model_init(PyObject* self, PyObject* args, PyObject* kwds) {
     return -1;
   }
   ModelObject* m = as_model(self);
-  if (m->cmodel != nullptr || m->env != nullptr) {
+  if (m->cmodel != nullptr || m->env != nullptr || m->core != nullptr) {
     PyErr_SetString(PyExc_RuntimeError, "Model.__init__ called twice");
     return -1;
   }
@@ -259,7 +267,7 @@ int model_init(PyObject* self, PyObject* args, PyObject* kwds) {
       return -1;
     }
     if (PyCapsule_SetContext(cmodel, cmodel) < 0) return -1;
-    m->handle = static_cast<VLMmodel*>(PyCapsule_GetPointer(cmodel, kCapsuleName));
+    attach(m, static_cast<VLMmodel*>(PyCapsule_GetPointer(cmodel, kCapsuleName)));
     py::assign(m->cmodel, cmodel);
   }
   if (env == Py_None) {
@@ -291,7 +299,7 @@ int model_init(PyObject* self, PyObject* args, PyObject* kwds) {
       return -1;
     }
     m->cmodel = capsule;
-    m->handle = handle;
+    attach(m, handle);
   }
   py::assign(m->uenv, env);
   reinterpret_cast<EnvObject*>(env)->modcnt += 1;
@@ -317,6 +325,16 @@ int model_init(PyObject* self, PyObject* args, PyObject* kwds) {
   return 0;
 }
 
+// The Model no longer stands for a library model (disposed, or handed to its handles).
+void forget_library_model(ModelObject* m) {
+  m->handle = nullptr;
+  Py_CLEAR(m->cmodel);
+  if (m->uenv != nullptr) {
+    reinterpret_cast<EnvObject*>(m->uenv)->modcnt -= 1;
+    Py_CLEAR(m->uenv);
+  }
+}
+
 PyObject* model_dispose(PyObject* self, PyObject*) {
   ModelObject* m = as_model(self);
   if (m->handle == nullptr) return py::none();
@@ -336,11 +354,8 @@ PyObject* model_dispose(PyObject* self, PyObject*) {
   if (m->env != nullptr && env_close(m->env) < 0) return nullptr;
   VLMfreemodel(m->handle);
   m->handle = nullptr;
-  Py_CLEAR(m->cmodel);
-  if (m->uenv != nullptr) {
-    reinterpret_cast<EnvObject*>(m->uenv)->modcnt -= 1;
-    Py_CLEAR(m->uenv);
-  }
+  m->core->handle = nullptr;
+  forget_library_model(m);
   return py::none();
 }
 
@@ -352,11 +367,25 @@ PyObject* model_exit(PyObject* self, PyObject* const*, Py_ssize_t) {
   return py::boolean(false);
 }
 
+// The Model object is going away. Its handles drop with its lists unless someone else holds
+// them; when none is left the library model is freed as by dispose(), otherwise the core keeps
+// it for the survivors, whose attributes stay readable, and frees it with the last of them.
+bool model_release(PyObject* self) {
+  ModelObject* m = as_model(self);
+  if (m->handle == nullptr) return true;
+  if (m->solving) return py::Ref::steal(model_dispose(self, nullptr)).get() != nullptr;
+  for (PyObject*& list : m->lists) Py_CLEAR(list);
+  if (m->core->refs == 1) return py::Ref::steal(model_dispose(self, nullptr)).get() != nullptr;
+  bool ok = m->env == nullptr || env_close(m->env) == 0;
+  m->core->model = nullptr;
+  forget_library_model(m);
+  return ok;
+}
+
 void model_finalize(PyObject* self) {
   PyObject *type, *value, *tb;
   PyErr_Fetch(&type, &value, &tb);
-  py::Ref r = py::Ref::steal(model_dispose(self, nullptr));
-  if (!r) PyErr_WriteUnraisable(self);
+  if (!model_release(self)) PyErr_WriteUnraisable(self);
   PyErr_Restore(type, value, tb);
 }
 
@@ -387,6 +416,11 @@ void model_dealloc(PyObject* self) {
   if (m->weakreflist != nullptr) PyObject_ClearWeakRefs(self);
   model_clear(self);
   Py_CLEAR(m->cmodel);
+  if (m->core != nullptr) {
+    if (m->core->model == self) m->core->model = nullptr;
+    core_release(m->core);
+    m->core = nullptr;
+  }
   Py_TYPE(self)->tp_free(self);
 }
 
@@ -473,7 +507,7 @@ bool collect_indices(PyObject* self, PyObject* attrname, int kind, PyObject* ite
       return false;
     }
     HandleObject* h = as_handle(o);
-    if (h->model != self) {
+    if (!model_has(self, o)) {
       std::string msg = std::string(handle_element_word(k)) + " not in model";
       raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, msg.c_str());
       return false;
@@ -694,7 +728,7 @@ PyObject* model_getconstrbyname(PyObject* self, PyObject* name) {
 }
 
 PyObject* model_owns(PyObject* self, PyObject* obj) {
-  if (handle_kind(obj) != 0) return py::boolean(as_handle(obj)->model == self);
+  if (handle_kind(obj) != 0) return py::boolean(model_has(self, obj));
   py::Ref owner = py::Ref::steal(PyObject_GetAttrString(obj, "_cmodel"));
   if (!owner) {
     if (!PyErr_ExceptionMatches(PyExc_AttributeError)) return nullptr;
@@ -712,7 +746,7 @@ PyObject* model_removeone(PyObject* self, PyObject* item) {
     return raise_velmor_msg(-1, "Tried to remove an object that is not a Var, Constr, SOS, QConstr or GenConstr");
   }
   HandleObject* h = as_handle(item);
-  if (h->model != self) {
+  if (!model_has(self, item)) {
     std::string msg = std::string("Tried to remove a ") + handle_type_name(kind) + " that belongs to another model";
     return raise_velmor_msg(-1, msg.c_str());
   }
@@ -1668,7 +1702,7 @@ PyTypeObject* model_type_object() { return &ModelType; }
 int model_var_column(PyObject* model, PyObject* var) {
   if (handle_kind(var) == VLM_KIND_VAR) {
     HandleObject* h = as_handle(var);
-    if (h->model == model && h->index != kIndexPending && h->index != kIndexRemoved) {
+    if (model_has(model, var) && h->index != kIndexPending && h->index != kIndexRemoved) {
       return handle_position(h->index);
     }
   }
@@ -1679,10 +1713,7 @@ int model_var_column(PyObject* model, PyObject* var) {
 VLMmodel* model_handle_of(PyObject* obj, bool* found) {
   *found = true;
   if (model_check(obj)) return model_handle(obj);
-  if (handle_kind(obj) != 0) {
-    PyObject* model = as_handle(obj)->model;
-    return model != nullptr ? model_handle(model) : nullptr;
-  }
+  if (handle_kind(obj) != 0) return handle_cmodel(obj);
   *found = false;
   return nullptr;
 }

@@ -6,6 +6,8 @@
 // entries existed at the last update; the other kinds read removal from the handles' indices.
 #pragma once
 
+#include "handle.h"
+#include "model_core.h"
 #include "py_ref.h"
 #include "velmor_c.h"
 
@@ -16,6 +18,7 @@ struct ModelObject {
   PyObject_HEAD
   PyObject* cmodel;    // capsule "velmorpy.model" around `handle`, or nullptr for None
   VLMmodel* handle;    // the library model, nullptr exactly when `cmodel` is
+  ModelCore* core;     // shared with the handles; created by __init__, released at dealloc
   PyObject* callback;  // the active callback object during a solve, or nullptr
   PyObject* uenv;      // the user's Env, or nullptr once disposed
   PyObject* env;       // Env over the model's own environment
@@ -39,6 +42,9 @@ PyTypeObject* model_type_object();
 
 // The library model of a Model (nullptr when disposed).
 inline VLMmodel* model_handle(PyObject* model) { return as_model(model)->handle; }
+
+// Whether the element handle `h` belongs to `model`.
+inline bool model_has(PyObject* model, PyObject* h) { return as_handle(h)->core == as_model(model)->core; }
 
 // The library model behind a Model or an element handle; nullptr for other objects and for
 // disposed models. `*found` tells whether `obj` was a Model or a handle at all.

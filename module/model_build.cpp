@@ -200,7 +200,7 @@ bool position_of(PyObject* self, PyObject* o, int kind, int* pos) {
     return false;
   }
   HandleObject* h = as_handle(o);
-  if (h->model != self || h->index == kIndexPending || h->index == kIndexRemoved) {
+  if (!model_has(self, o) || h->index == kIndexPending || h->index == kIndexRemoved) {
     not_in_model(kind);
     return false;
   }
@@ -1241,7 +1241,7 @@ PyObject* model_getcoeff(PyObject* self, PyObject* const* args, Py_ssize_t nargs
   ModelObject* m = as_model(self);
   // Only elements present at the last update have coefficients to read.
   auto live = [&](PyObject* o, int kind, Py_ssize_t count) {
-    if (handle_kind(o) != kind || as_handle(o)->model != self || as_handle(o)->index < 0 ||
+    if (handle_kind(o) != kind || !model_has(self, o) || as_handle(o)->index < 0 ||
         as_handle(o)->index >= count) {
       not_in_model(kind);
       return false;

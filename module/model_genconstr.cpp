@@ -63,7 +63,7 @@ PyObject* finish(PyObject* self, int rc) {
 bool column_of(PyObject* self, PyObject* var, int* col) {
   HandleObject* h = as_handle(var);
   int pos = handle_position(h->index);
-  if (h->model != self || pos < 0) {
+  if (!model_has(self, var) || pos < 0) {
     raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, "Variable not in model");
     return false;
   }
@@ -385,7 +385,7 @@ bool genconstr_id(PyObject* self, PyObject* gc, int* id) {
     return false;
   }
   HandleObject* h = as_handle(gc);
-  if (h->model != self) {
+  if (!model_has(self, gc)) {
     raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, "General constraint not in model");
     return false;
   }

@@ -32,7 +32,7 @@ PyObject* var_repr(PyObject* self) {
   if (solcount <= 0) return PyUnicode_FromFormat("<velmor.Var %U>", d.name.get());
   double x = 0;
   HandleObject* h = as_handle(self);
-  int rc = VLMgetdblattrelement(model_handle(h->model), "X", handle_position(h->index), &x);
+  int rc = VLMgetdblattrelement(h->core->handle, "X", handle_position(h->index), &x);
   if (rc != 0) return raise_velmor(rc, self);
   py::Ref value = py::Ref::steal(PyFloat_FromDouble(x));
   if (!value) return nullptr;
@@ -50,7 +50,7 @@ Py_hash_t var_hash(PyObject* self) {
     raise_velmor_msg(0, "Variable was removed from the model");
     return -1;
   }
-  auto model = static_cast<Py_uhash_t>(reinterpret_cast<std::uintptr_t>(h->model) >> 4);
+  auto model = static_cast<Py_uhash_t>(reinterpret_cast<std::uintptr_t>(h->core) >> 4);
   Py_uhash_t x = static_cast<Py_uhash_t>(handle_position(h->index)) * 1000003u ^ model;
   Py_hash_t result = static_cast<Py_hash_t>(x);
   return result == -1 ? -2 : result;

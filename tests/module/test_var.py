@@ -179,6 +179,30 @@ def test_handle_cycles_are_collected(env):
     assert ref() is None and env._modcnt == 0
 
 
+def test_handles_outlive_their_model_object(env):
+    def solve():
+        m = vp.Model(env=env)
+        x = m.addVars(3, ub=[1.0, 2.0, 3.0], obj=-1.0, name="x")
+        m.optimize()
+        return x, weakref.ref(m)
+
+    x, ref = solve()
+    gc.collect()
+    # The Model object is gone, the handles still read the solved library model.
+    assert ref() is None and env._modcnt == 0
+    assert [v.X for v in x.values()] == [1.0, 2.0, 3.0]
+    assert x[2].VarName == "x[2]" and x[0]._cmodel is None
+    assert x[0].sameAs(x[0]) and not x[0].sameAs(x[1])
+    # A handle is tracked by the collector only once it has fields of its own.
+    assert not gc.is_tracked(x[1])
+    x[1]._tag = [x[1]]
+    assert gc.is_tracked(x[1])
+    keep = x[0]
+    del x
+    gc.collect()
+    assert keep.X == 1.0
+
+
 def test_subclassed_handles_keep_their_kind(model):
     class Tagged(vp.Var):
         pass
