@@ -89,7 +89,7 @@ int main() {
   std::printf("variables:        %d\n", nv);
   std::printf("addvars:          %.3f s\n", t_add);
   std::printf("update (1M vars): %.3f s\n", t_update);
-  std::printf("memory per var:   %.1f bytes (default names included)\n", (after_vars - before) * 1048576.0 / n);
+  std::printf("memory per var:   %.1f bytes (unnamed: no name storage)\n", (after_vars - before) * 1048576.0 / n);
   std::printf("addconstrs+update:%.3f s for %d nonzeros\n", t_rows, rows * per_row);
   std::printf("memory per nz:    %.1f bytes\n", (after_rows - after_vars) * 1048576.0 / (double(rows) * per_row));
   std::printf("read 1M LB:       %.4f s\n", t_read);

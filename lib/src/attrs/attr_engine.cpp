@@ -476,7 +476,7 @@ const Binding kBindings[] = {
     {"VarName", G(o.str = D.varname[e]),
      [](Model& m, int e, const AttrValue& v) -> Status {
        std::string s = v.str;
-       m.queue_change([e, s](ModelData& d) { d.varname[e] = s; });
+       m.queue_change([e, s](ModelData& d) { d.varname.set(e, s); });
        return Status::Ok();
      }},
     {"PWLObjCvx", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status {
@@ -528,7 +528,7 @@ const Binding kBindings[] = {
     {"ConstrName", G(o.str = D.constrname[e]),
      [](Model& m, int e, const AttrValue& v) -> Status {
        std::string s = v.str;
-       m.queue_change([e, s](ModelData& d) { d.constrname[e] = s; });
+       m.queue_change([e, s](ModelData& d) { d.constrname.set(e, s); });
        return Status::Ok();
      }},
     {"ScenNRHS", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->rhs, e); return Status::Ok(); },

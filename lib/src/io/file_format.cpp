@@ -181,7 +181,7 @@ Status build_model(ReadModel& rm, const std::string& filename, Model& model) {
   const int n = d.num_vars();
   if (n > 0) {
     std::vector<const char*> names(n);
-    for (int j = 0; j < n; ++j) names[j] = name_or_null(d.varname[j]);
+    for (int j = 0; j < n; ++j) names[j] = name_or_null(d.varname.given(j));
     Status s = model.add_vars(n, 0, nullptr, nullptr, nullptr, d.obj.data(), d.lb.data(),
                               d.ub.data(), d.vtype.data(), names.data());
     if (!s.ok()) return refused(s, "variables");
@@ -199,7 +199,7 @@ Status build_model(ReadModel& rm, const std::string& filename, Model& model) {
       const Row& r = d.rows[i];
       Status s = model.add_range_constr(static_cast<int>(r.ind.size()), r.ind.data(),
                                         r.val.data(), d.rhs[i], range->second,
-                                        name_or_null(d.constrname[i]));
+                                        name_or_null(d.constrname.given(i)));
       if (!s.ok()) return refused(s, "constraint '" + d.constrname[i] + "'");
       ++i;
       continue;
@@ -213,7 +213,7 @@ Status build_model(ReadModel& rm, const std::string& filename, Model& model) {
       beg.push_back(static_cast<int>(ind.size()));
       ind.insert(ind.end(), d.rows[k].ind.begin(), d.rows[k].ind.end());
       val.insert(val.end(), d.rows[k].val.begin(), d.rows[k].val.end());
-      names.push_back(name_or_null(d.constrname[k]));
+      names.push_back(name_or_null(d.constrname.given(k)));
     }
     Status s = model.add_constrs(end - i, static_cast<int>(ind.size()), beg.data(), ind.data(),
                                  val.data(), d.csense.data() + i, d.rhs.data() + i, names.data());

@@ -81,8 +81,7 @@ class LpWriter {
     return raw_vname(j);
   }
   const std::string& raw_vname(int j) {
-    if (!generic_) return d_.varname[j];
-    scratch_ = indexed_name("C", j);
+    scratch_ = generic_ ? indexed_name("C", j) : d_.varname[j];
     return scratch_;
   }
   std::string cname(int i) const { return generic_ ? indexed_name("R", i) : d_.constrname[i]; }

@@ -147,6 +147,9 @@ void compact(std::vector<T>& v, const std::vector<char>& keep) {
   v.resize(out);
 }
 
+void append(NameColumn& dst, NameColumn& src) { dst.append(src); }
+void compact(NameColumn& names, const std::vector<char>& keep) { names.compact(keep); }
+
 void compact_extra(ExtraColumns& extra, const std::vector<char>& keep) {
   for (auto& [index, col] : extra.num) compact(col.v, keep);
   for (auto& [index, col] : extra.str) compact(col.v, keep);
@@ -296,7 +299,7 @@ Status Model::add_vars(int n, int numnz, const int* beg, const int* ind, const d
   a.ub.resize(total);
   a.obj.resize(total);
   a.vtype.resize(total);
-  a.varname.resize(total);
+  if (names == nullptr) a.varname.push_unnamed(static_cast<std::size_t>(n));
   for (int j = 0; j < n; ++j) {
     const std::size_t k = old + static_cast<std::size_t>(j);
     const char t = vtype ? vtype[j] : 'C';
@@ -304,13 +307,7 @@ Status Model::add_vars(int n, int numnz, const int* beg, const int* ind, const d
     a.lb[k] = lb ? clamp_inf(lb[j]) : 0.0;
     a.ub[k] = ub ? clamp_inf(ub[j]) : (t == 'B' ? 1.0 : VLM_INFINITY);
     a.obj[k] = obj ? obj[j] : 0.0;
-    if (names && names[j]) {
-      a.varname[k] = names[j];
-    } else {
-      char buf[16] = {'C'};
-      auto res = std::to_chars(buf + 1, buf + sizeof buf, first + j);
-      a.varname[k].assign(buf, res.ptr);
-    }
+    if (names) a.varname.push_back(names[j] ? names[j] : "");
     if (numnz > 0) {
       int b = beg[j], e = j + 1 < n ? beg[j + 1] : numnz;
       std::vector<int> ci(ind + b, ind + e);
@@ -352,7 +349,6 @@ Status Model::add_constrs(int n, int numnz, const int* beg, const int* ind, cons
     }
   }
   ModelData& a = pending_.add;
-  const int first = data_.num_constrs() + a.num_constrs();
   for (int i = 0; i < n; ++i) {
     Row row;
     if (numnz > 0) {
@@ -364,11 +360,7 @@ Status Model::add_constrs(int n, int numnz, const int* beg, const int* ind, cons
     a.rows.push_back(std::move(row));
     a.csense.push_back(sense[i]);
     a.rhs.push_back(clamp_inf(rhs[i]));
-    if (names && names[i]) {
-      a.constrname.emplace_back(names[i]);
-    } else {
-      a.constrname.push_back("R" + std::to_string(first + i));
-    }
+    a.constrname.push_back(names && names[i] ? names[i] : "");
   }
   return Status::Ok();
 }
@@ -395,12 +387,13 @@ Status Model::add_range_constr(int numnz, const int* ind, const double* val, dou
     sub = 0.0;
   }
   const int row_index = data_.num_constrs() + pending_.add.num_constrs();
-  std::string cname = name ? std::string(name) : "R" + std::to_string(row_index);
+  std::string cname = name ? std::string(name) : std::string();
   for (int k = 0; k < numnz; ++k) {
     VLM_RETURN_IF_ERROR(check_var(ind[k], "Variable"));
     VLM_RETURN_IF_ERROR(check_coef(val[k], "Coefficient"));
   }
-  pending_.slacks.push_back({pending_.add.num_constrs(), "Rg" + cname, slb, sub});
+  pending_.slacks.push_back(
+      {pending_.add.num_constrs(), "Rg" + (name ? cname : "R" + std::to_string(row_index)), slb, sub});
   Row row;
   row.ind.assign(ind, ind + numnz);
   row.val.assign(val, val + numnz);

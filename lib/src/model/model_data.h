@@ -126,6 +126,40 @@ struct ExtraColumns {
   std::unordered_map<int, StrColumn> str;  // string attributes, by attribute index
 };
 
+// Names of variables or linear constraints. An element without a name of its own shows the
+// default name: the prefix ("C" or "R") followed by its current index. Nothing is stored while
+// no element has a name of its own, so a million unnamed variables cost no name storage.
+class NameColumn {
+ public:
+  explicit NameColumn(char prefix) : prefix_(prefix) {}
+
+  int size() const { return static_cast<int>(n_); }
+  // The name shown for element i: its own, else the default.
+  // (A const value, so that assigning to it does not compile: use set.)
+  const std::string operator[](int i) const;
+  // Every element's shown name, in order.
+  std::vector<std::string> all() const;
+  // Element i's own name; "" when it has none.
+  const std::string& given(int i) const;
+  void set(int i, std::string name);
+  // Appends an element with `name` ("" for none) / `count` elements without names.
+  void push_back(std::string name);
+  void push_unnamed(std::size_t count);
+  // Moves `src`'s elements to the end of this column and empties `src`.
+  void append(NameColumn& src);
+  // Keeps the elements whose `keep` entry is non-zero, in order.
+  void compact(const std::vector<char>& keep);
+  void clear();
+  // Equal when every element shows the same name.
+  bool operator==(const NameColumn& o) const;
+
+ private:
+  void materialize();
+  char prefix_;
+  std::size_t n_ = 0;
+  std::vector<std::string> own_;  // empty while no element has a name, else n_ entries
+};
+
 struct ModelData {
   std::string name;
   int sense = 1;  // 1 minimise, -1 maximise
@@ -134,13 +168,13 @@ struct ModelData {
   // Variables.
   std::vector<double> lb, ub, obj;
   std::vector<char> vtype;
-  std::vector<std::string> varname;
+  NameColumn varname{'C'};
 
   // Linear constraints.
   std::vector<Row> rows;
   std::vector<char> csense;
   std::vector<double> rhs;
-  std::vector<std::string> constrname;
+  NameColumn constrname{'R'};
 
   std::vector<QConstrData> qconstrs;
   std::vector<SosData> sos;

@@ -291,7 +291,7 @@ class ModelFileTest : public ::testing::Test {
 TEST_F(ModelFileTest, FullModelIsWhatWasBuilt) {
   const ModelData& d = model_->data();
   ASSERT_EQ(d.num_vars(), kNumVars + 1);
-  EXPECT_EQ(d.varname.back(), "Rgrng");
+  EXPECT_EQ(d.varname[d.num_vars() - 1], "Rgrng");
   EXPECT_EQ(d.num_constrs(), 6);
   EXPECT_EQ(d.num_qconstrs(), 3);
   EXPECT_EQ(d.num_sos(), 2);
@@ -356,8 +356,8 @@ TEST_F(ModelFileTest, ReadingDoesNotDependOnUpdateMode) {
 TEST_F(ModelFileTest, GenericNamesReplaceTheUsersNames) {
   ModelData expected = model_->data();
   expected.name.clear();
-  for (int j = 0; j < expected.num_vars(); ++j) expected.varname[j] = "C" + std::to_string(j);
-  for (int i = 0; i < expected.num_constrs(); ++i) expected.constrname[i] = "R" + std::to_string(i);
+  for (int j = 0; j < expected.num_vars(); ++j) expected.varname.set(j, "C" + std::to_string(j));
+  for (int i = 0; i < expected.num_constrs(); ++i) expected.constrname.set(i, "R" + std::to_string(i));
   for (int i = 0; i < expected.num_qconstrs(); ++i) expected.qconstrs[i].name = "QC" + std::to_string(i);
   for (int i = 0; i < expected.num_genconstrs(); ++i) expected.genconstrs[i].name = "GC" + std::to_string(i);
   for (std::size_t k = 0; k < expected.objn.size(); ++k) expected.objn[k].name = "OBJ" + std::to_string(k);
@@ -410,7 +410,7 @@ TEST(ModelFileOrderTest, VariablesMentionedOutOfOrderKeepTheirIndices) {
   check(vlm::io::write_lp(m.data(), out, false));
   vlm::io::ReadModel rm;
   check(vlm::io::read_lp(out.str(), "order.lp", rm));
-  EXPECT_EQ(rm.data.varname, (std::vector<std::string>{"a", "b", "c"})) << out.str();
+  EXPECT_EQ(rm.data.varname.all(), (std::vector<std::string>{"a", "b", "c"})) << out.str();
 }
 
 TEST(ModelFileSuffixTest, SuffixesChooseTheFormat) {

@@ -59,12 +59,12 @@ TEST(LpReaderTest, GlpsolMixedModelReadsAsWritten) {
   EXPECT_EQ(d.name, "t1");
   EXPECT_EQ(d.sense, -1);
   EXPECT_EQ(d.objcon, 0.0);
-  EXPECT_EQ(d.varname, (std::vector<std::string>{"x", "y", "z", "b", "f", "~r_5", "w"}));
+  EXPECT_EQ(d.varname.all(), (std::vector<std::string>{"x", "y", "z", "b", "f", "~r_5", "w"}));
   EXPECT_EQ(d.obj, (std::vector<double>{3, 2, -1, 5, 1, 0, 0}));
   EXPECT_EQ(d.lb, (std::vector<double>{0, -2, 0, 0, -kInf, 0, -3}));
   EXPECT_EQ(d.ub, (std::vector<double>{4, kInf, 10, 1, kInf, 11, -1}));
   EXPECT_EQ(d.vtype, (std::vector<char>{'C', 'C', 'I', 'I', 'C', 'C', 'C'}));
-  EXPECT_EQ(d.constrname, (std::vector<std::string>{"c1", "c2", "c3", "rng", "c5", "c6"}));
+  EXPECT_EQ(d.constrname.all(), (std::vector<std::string>{"c1", "c2", "c3", "rng", "c5", "c6"}));
   EXPECT_EQ(d.csense, (std::vector<char>{'<', '>', '=', '=', '<', '<'}));
   EXPECT_EQ(d.rhs, (std::vector<double>{8, -1, 3, -5, -2, 10}));
   EXPECT_EQ(row(d, 2), (Terms{{"x", 1}, {"y", 2}, {"b", 1}}));
@@ -87,10 +87,10 @@ TEST(LpReaderTest, GlpsolTransportNamesKeepTheirParentheses) {
   const ModelData& d = m.value()->data();
   EXPECT_EQ(d.name, "tr");
   EXPECT_EQ(d.sense, 1);
-  EXPECT_EQ(d.varname, (std::vector<std::string>{"x(sea,ny)", "x(sea,chi)", "x(sea,top)", "x(sf,ny)",
+  EXPECT_EQ(d.varname.all(), (std::vector<std::string>{"x(sea,ny)", "x(sea,chi)", "x(sea,top)", "x(sf,ny)",
                                                  "x(sf,chi)", "x(sf,top)"}));
   EXPECT_EQ(d.obj, (std::vector<double>{2.5, 1.7, 1.8, 2.5, 1.8, 1.4}));
-  EXPECT_EQ(d.constrname, (std::vector<std::string>{"supply(sea)", "supply(sf)", "demand(ny)", "demand(chi)",
+  EXPECT_EQ(d.constrname.all(), (std::vector<std::string>{"supply(sea)", "supply(sf)", "demand(ny)", "demand(chi)",
                                                     "demand(top)"}));
   EXPECT_EQ(d.rhs, (std::vector<double>{350, 600, 325, 300, 275}));
   EXPECT_EQ(d.csense, (std::vector<char>{'<', '<', '>', '>', '>'}));
@@ -115,9 +115,9 @@ TEST(LpReaderTest, SyntaxVariantsOfHandWrittenFiles) {
   ASSERT_NE(m, nullptr);
   const ModelData& d = m->data();
   EXPECT_EQ(d.sense, -1);
-  EXPECT_EQ(d.varname, (std::vector<std::string>{"x", "y", "z"}));
+  EXPECT_EQ(d.varname.all(), (std::vector<std::string>{"x", "y", "z"}));
   EXPECT_EQ(d.obj, (std::vector<double>{3, 2, 0}));
-  EXPECT_EQ(d.constrname, (std::vector<std::string>{"c1", "c2", "c3", "c4", "R4", "R5"}));
+  EXPECT_EQ(d.constrname.all(), (std::vector<std::string>{"c1", "c2", "c3", "c4", "R4", "R5"}));
   EXPECT_EQ(d.csense, (std::vector<char>{'<', '<', '>', '<', '>', '='}));
   EXPECT_EQ(d.rhs, (std::vector<double>{4, 2, -2, 7, -1, -3}));
   // "2 >= x - y" turns round; "x + 3 + y => 1 + z" moves z left and the constants right.
@@ -138,7 +138,7 @@ TEST(LpReaderTest, DoubleInequalitiesBecomeRangeConstraints) {
       "End\n");
   ASSERT_NE(m, nullptr);
   const ModelData& d = m->data();
-  EXPECT_EQ(d.varname, (std::vector<std::string>{"x", "y", "Rgr1", "Rgr2", "Rgr3"}));
+  EXPECT_EQ(d.varname.all(), (std::vector<std::string>{"x", "y", "Rgr1", "Rgr2", "Rgr3"}));
   EXPECT_EQ(d.csense, (std::vector<char>{'=', '=', '='}));
   EXPECT_EQ(d.rhs, (std::vector<double>{-5, -2, -2}));
   EXPECT_EQ(d.ub, (std::vector<double>{kInf, kInf, 13, 10, 9}));
@@ -166,7 +166,7 @@ TEST(LpReaderTest, BoundsAndTypeSections) {
       "End\n");
   ASSERT_NE(m, nullptr);
   const ModelData& d = m->data();
-  EXPECT_EQ(d.varname, (std::vector<std::string>{"a", "b", "c", "d", "e", "g", "h", "newvar", "bin1", "bin2",
+  EXPECT_EQ(d.varname.all(), (std::vector<std::string>{"a", "b", "c", "d", "e", "g", "h", "newvar", "bin1", "bin2",
                                                  "gen", "sc", "si"}));
   EXPECT_EQ(d.lb, (std::vector<double>{-kInf, 2, -kInf, -3, 0, -kInf, 0, 1, 0, 0, 0, 0, 0}));
   // A binary's upper bound is 1 unless the file gives one; "h <= -4" leaves h's lower bound.
@@ -190,7 +190,7 @@ TEST(LpReaderTest, QuadraticIndicatorAndGeneralConstraints) {
       "End\n");
   ASSERT_NE(m, nullptr);
   const ModelData& d = m->data();
-  EXPECT_EQ(d.varname, (std::vector<std::string>{"x", "y", "b"}));
+  EXPECT_EQ(d.varname.all(), (std::vector<std::string>{"x", "y", "b"}));
   EXPECT_EQ(d.qrow, (std::vector<int>{0, 0, 1}));
   EXPECT_EQ(d.qcol, (std::vector<int>{0, 1, 1}));
   EXPECT_EQ(d.qval, (std::vector<double>{1, 2, -0.5}));

@@ -62,12 +62,12 @@ TEST(MpsReaderTest, GlpsolFreeAndFixedFilesReadTheSame) {
     const ModelData& d = m->data();
     EXPECT_EQ(d.name, "t1");
     EXPECT_EQ(d.sense, 1);
-    EXPECT_EQ(d.varname, (std::vector<std::string>{"x", "y", "z", "b", "f", "w", "Rgrng"}));
+    EXPECT_EQ(d.varname.all(), (std::vector<std::string>{"x", "y", "z", "b", "f", "w", "Rgrng"}));
     EXPECT_EQ(d.obj, (std::vector<double>{3, 2, -1, 5, 1, 0, 0}));
     EXPECT_EQ(d.lb, (std::vector<double>{0, -2, 0, 0, -kInf, -3, 0}));
     EXPECT_EQ(d.ub, (std::vector<double>{4, kInf, 10, 1, kInf, -1, 11}));
     EXPECT_EQ(d.vtype, (std::vector<char>{'C', 'C', 'I', 'I', 'C', 'C', 'C'}));
-    EXPECT_EQ(d.constrname, (std::vector<std::string>{"c1", "c2", "c3", "rng", "c5", "c6"}));
+    EXPECT_EQ(d.constrname.all(), (std::vector<std::string>{"c1", "c2", "c3", "rng", "c5", "c6"}));
     EXPECT_EQ(d.csense, (std::vector<char>{'<', '>', '=', '=', '<', '<'}));
     EXPECT_EQ(d.rhs, (std::vector<double>{8, -1, 3, -5, -2, 10}));
     EXPECT_EQ(row(d, 3), (Terms{{"x", 1}, {"f", 1}, {"Rgrng", -1}}));
@@ -86,7 +86,7 @@ TEST(MpsReaderTest, GlpsolTransportNamesInFreeAndFixedFiles) {
   const ModelData& b = fixed_model->data();
   EXPECT_EQ(a.varname[0], "x[sea,ny]");
   EXPECT_EQ(a.constrname[4], "demand[top]");
-  EXPECT_EQ(b.varname, (std::vector<std::string>{"C0000001", "C0000002", "C0000003", "x[sf,ny]", "C0000005",
+  EXPECT_EQ(b.varname.all(), (std::vector<std::string>{"C0000001", "C0000002", "C0000003", "x[sf,ny]", "C0000005",
                                                  "C0000006"}));
   for (const ModelData* d : {&a, &b}) {
     EXPECT_EQ(d->obj, (std::vector<double>{2.5, 1.7, 1.8, 2.5, 1.8, 1.4}));
@@ -103,13 +103,14 @@ TEST(MpsReaderTest, RangesOnEveryRowType) {
   auto m = read_file("ranges_bounds.mps");
   ASSERT_NE(m, nullptr);
   const ModelData& d = m->data();
-  EXPECT_EQ(d.constrname, (std::vector<std::string>{"e_pos", "e_neg", "l_row", "g_row", "e_zero", "l_zero"}));
+  EXPECT_EQ(d.constrname.all(), (std::vector<std::string>{"e_pos", "e_neg", "l_row", "g_row", "e_zero", "l_zero"}));
   EXPECT_EQ(d.csense, (std::vector<char>{'=', '=', '=', '=', '=', '='}));
   // The second RHS vector (OTHER l_row 99) is not used.
   EXPECT_EQ(d.rhs, (std::vector<double>{3, 1, 6, -2, 1, 7}));
   const int n = d.num_vars();
   ASSERT_EQ(n, 17);
-  EXPECT_EQ(std::vector<std::string>(d.varname.end() - 4, d.varname.end()),
+  const std::vector<std::string> names = d.varname.all();
+  EXPECT_EQ(std::vector<std::string>(names.end() - 4, names.end()),
             (std::vector<std::string>{"Rge_pos", "Rge_neg", "Rgl_row", "Rgg_row"}));
   EXPECT_EQ(std::vector<double>(d.ub.end() - 4, d.ub.end()), (std::vector<double>{2, 2, 4, 6}));
   EXPECT_EQ(row(d, 3), (Terms{{"i", 1}, {"k", -1}, {"Rgg_row", -1}}));
@@ -125,7 +126,8 @@ TEST(MpsReaderTest, EveryBoundTypeAndNegativeUpperBounds) {
   const ModelData& d = m->data();
   const std::vector<std::string> cols = {"x",  "i",  "j",  "ui", "k",  "mi", "bv",
                                          "li", "sc", "si", "fx", "fr", "big"};
-  ASSERT_EQ(std::vector<std::string>(d.varname.begin(), d.varname.begin() + 13), cols);
+  const std::vector<std::string> names = d.varname.all();
+  ASSERT_EQ(std::vector<std::string>(names.begin(), names.begin() + 13), cols);
   // i: integer (marker) with UP -3 and no lower bound: the lower bound becomes -inf.
   // j: UP -1 then LO -8: the given lower bound stands. ui: UI -4 alone, likewise freed.
   const std::vector<double> lb = {0, -kInf, -8, -kInf, 0, -kInf, 0, 2, 1, 0, 2.5, -kInf, -kInf};
@@ -142,8 +144,8 @@ TEST(MpsReaderTest, FixedColumnsAllowBlanksInNames) {
   ASSERT_NE(m, nullptr);
   const ModelData& d = m->data();
   EXPECT_EQ(d.name, "fixed names");
-  EXPECT_EQ(d.varname, (std::vector<std::string>{"x one", "y-2 b"}));
-  EXPECT_EQ(d.constrname, (std::vector<std::string>{"cap one", "dem 2"}));
+  EXPECT_EQ(d.varname.all(), (std::vector<std::string>{"x one", "y-2 b"}));
+  EXPECT_EQ(d.constrname.all(), (std::vector<std::string>{"cap one", "dem 2"}));
   EXPECT_EQ(d.obj, (std::vector<double>{1, 2.5}));
   EXPECT_EQ(d.vtype, (std::vector<char>{'C', 'I'}));
   EXPECT_EQ(d.lb, (std::vector<double>{-kInf, 0}));

@@ -74,6 +74,41 @@ TEST_F(ModelTest, ImmediateUpdateModeAllowsFutureIndicesOnlyInThatMode) {
   EXPECT_EQ(VLMsetdblattrelement(m_, "UB", 2, 3.0), VLM_ERROR_INDEX_OUT_OF_RANGE);
 }
 
+TEST_F(ModelTest, UnnamedElementsShowTheirCurrentIndexAndNamesMixFreely) {
+  ASSERT_EQ(VLMaddvars(m_, 4, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), VLM_OK);
+  const char* names[] = {"a", nullptr};
+  ASSERT_EQ(VLMaddvars(m_, 2, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, names), VLM_OK);
+  const int ind[] = {0};
+  const double val[] = {1.0};
+  ASSERT_EQ(VLMaddconstr(m_, 1, ind, val, '<', 1.0, nullptr), VLM_OK);
+  ASSERT_EQ(VLMaddrangeconstr(m_, 1, ind, val, 0.0, 2.0, nullptr), VLM_OK);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  EXPECT_EQ(strelem("VarName", 3), "C3");
+  EXPECT_EQ(strelem("VarName", 4), "a");
+  EXPECT_EQ(strelem("VarName", 5), "C5");
+  EXPECT_EQ(strelem("VarName", 6), "RgR1");
+  EXPECT_EQ(strelem("ConstrName", 1), "R1");
+
+  // Deleting renumbers the unnamed ones; own names stay, and lookup finds both kinds.
+  const int del[] = {0, 2};
+  ASSERT_EQ(VLMdelvars(m_, 2, del), VLM_OK);
+  // Changes of a batch apply before its deletions: index 1 is the old numbering.
+  ASSERT_EQ(VLMsetstrattrelement(m_, "VarName", 1, "first"), VLM_OK);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  std::vector<std::string> shown;
+  for (int j = 0; j < intattr("NumVars"); ++j) shown.push_back(strelem("VarName", j));
+  EXPECT_EQ(shown, (std::vector<std::string>{"first", "C1", "a", "C3", "RgR1"}));
+  int found = -1;
+  ASSERT_EQ(VLMgetvarbyname(m_, "C3", &found), VLM_OK);
+  EXPECT_EQ(found, 3);
+  ASSERT_EQ(VLMgetvarbyname(m_, "a", &found), VLM_OK);
+  EXPECT_EQ(found, 2);
+  // An empty name gives the element its default name back.
+  ASSERT_EQ(VLMsetstrattrelement(m_, "VarName", 0, ""), VLM_OK);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  EXPECT_EQ(strelem("VarName", 0), "C0");
+}
+
 TEST_F(ModelTest, AttributeWritesAreQueuedAndApplyInOrder) {
   add_vars(2);
   ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 3.0), VLM_OK);
