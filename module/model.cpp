@@ -1786,7 +1786,7 @@ py::Ref model_append_handle(PyObject* self, int kind) {
   return h;
 }
 
-int model_append_handles(PyObject* self, int kind, Py_ssize_t count, PyObject* out) {
+int model_append_handles(PyObject* self, int kind, Py_ssize_t count) {
   PyObject* list = model_list(self, kind);
   if (list == nullptr) return -1;
   int mode = model_getupdatemode(self);
@@ -1804,12 +1804,12 @@ int model_append_handles(PyObject* self, int kind, Py_ssize_t count, PyObject* o
     }
   }
   if (PyErr_Occurred()) return -1;
-  if (PyList_SetSlice(list, first, first, added.get()) < 0) return -1;
-  if (out != nullptr) {
-    Py_ssize_t n = PyList_GET_SIZE(out);
-    if (PyList_SetSlice(out, n, n, added.get()) < 0) return -1;
+  // The first batch of a model becomes its list as it is, without a copy.
+  if (first == 0) {
+    py::assign(list_of(as_model(self), kind), added.get());
+    return 0;
   }
-  return 0;
+  return PyList_SetSlice(list, first, first, added.get());
 }
 
 py::Ref model_adopt(VLMmodel* handle, PyObject* env) {

@@ -65,8 +65,8 @@ PyObject* model_list(PyObject* model, int kind);
 py::Ref model_append_handle(PyObject* model, int kind);
 
 // The same for `count` elements added in one library call (addVars): the handles are appended
-// to the model's list and, when `out` is a list, to `out` too. 0, or -1 with an exception set.
-int model_append_handles(PyObject* model, int kind, Py_ssize_t count, PyObject* out);
+// to the model's list. 0, or -1 with an exception set.
+int model_append_handles(PyObject* model, int kind, Py_ssize_t count);
 
 // Model(cmodel=<capsule of handle>, env=env): the new Model owns `handle` from here on, also
 // when the construction fails.

@@ -1085,7 +1085,9 @@ PyObject* model_addvars(PyObject* self, PyObject* const* args, Py_ssize_t nargs,
                       data(ub), data(vtype), table.pointers.empty() ? nullptr : table.pointers.data());
   if (rc != 0) return raise_velmor(rc, self);
   // The new handles are the tail of the model's list.
-  if (model_append_handles(self, VLM_KIND_VAR, n, nullptr) < 0) return nullptr;
+  if (model_append_handles(self, VLM_KIND_VAR, n) < 0) return nullptr;
+  vars = model_list(self, VLM_KIND_VAR);
+  if (vars == nullptr) return nullptr;
   for (Py_ssize_t i = 0; i < n; ++i) {
     if (PyDict_SetItem(result.get(), PyList_GET_ITEM(keys.get(), i), PyList_GET_ITEM(vars, first + i)) < 0)
       return nullptr;
