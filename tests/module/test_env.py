@@ -4,6 +4,7 @@ import subprocess
 import sys
 
 import pytest
+from conftest import needs_rss, rss_bytes
 
 import velmorpy as vp
 from velmorpy import VelmorError
@@ -118,14 +119,7 @@ def test_disposing_the_default_environment_logs_unless_exiting(capsys):
     assert "Freeing" not in out.stdout + out.stderr
 
 
-def _rss_bytes():
-    with open("/proc/self/statm") as f:
-        return int(f.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
-
-
-@pytest.mark.skipif(not os.path.exists("/proc/self/statm"), reason="needs /proc")
-@pytest.mark.skipif("libasan" in os.environ.get("LD_PRELOAD", ""),
-                    reason="AddressSanitizer's quarantine keeps freed memory resident")
+@needs_rss
 def test_creating_and_disposing_environments_does_not_leak():
     def churn(n):
         for _ in range(n):
@@ -135,8 +129,8 @@ def test_creating_and_disposing_environments_does_not_leak():
         gc.collect()
 
     churn(2000)
-    before = _rss_bytes()
+    before = rss_bytes()
     churn(10000)
-    grown = _rss_bytes() - before
+    grown = rss_bytes() - before
     # An environment costs a few kilobytes: 10,000 leaked ones would show tens of megabytes.
     assert grown < 4 * 1024 * 1024, grown

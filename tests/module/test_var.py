@@ -9,6 +9,7 @@ import pytest
 
 import velmorpy as vp
 from velmorpy import VelmorError
+from conftest import needs_rss, rss_bytes
 from test_model import lib
 
 HANDLES = [(vp.Var, "_colno", "Var", 1), (vp.Constr, "_rowno", "Constr", 2), (vp.SOS, "_sosno", "SOS", 3),
@@ -201,6 +202,26 @@ def test_handles_outlive_their_model_object(env):
     del x
     gc.collect()
     assert keep.X == 1.0
+
+
+@needs_rss
+def test_library_model_goes_with_the_last_surviving_handle(env):
+    def churn(n):
+        for _ in range(n):
+            m = vp.Model(env=env)
+            x = m.addVars(20000, obj=1.0)
+            m.update()
+            keep = x[7]
+            del m, x
+            assert keep.Obj == 1.0
+        gc.collect()
+
+    churn(10)
+    before = rss_bytes()
+    churn(60)
+    grown = rss_bytes() - before
+    # Each library model holds about half a megabyte: 60 kept alive would show 30 MB.
+    assert grown < 8 * 1024 * 1024, grown
 
 
 def test_subclassed_handles_keep_their_kind(model):
