@@ -585,19 +585,29 @@ class TestQuicksum:
 # ---- pickling ------------------------------------------------------------------------------
 
 
+class _VarPickler(pickle.Pickler):
+    def persistent_id(self, o):
+        return ("var", o._colno) if isinstance(o, vp.Var) else None
+
+
+class _VarUnpickler(pickle.Unpickler):
+    def __init__(self, data, model):
+        super().__init__(io.BytesIO(data))
+        self.model = model
+
+    def persistent_load(self, pid):
+        return self.model.getVars()[pid[1]]
+
+
 def dumps(obj, model):
     """Pickle with variables as persistent ids (handles of one model)."""
     buf = io.BytesIO()
-    p = pickle.Pickler(buf)
-    p.persistent_id = lambda o: ("var", o._colno) if isinstance(o, vp.Var) else None
-    p.dump(obj)
+    _VarPickler(buf).dump(obj)
     return buf.getvalue()
 
 
 def loads(data, model):
-    u = pickle.Unpickler(io.BytesIO(data))
-    u.persistent_load = lambda pid: model.getVars()[pid[1]]
-    return u.load()
+    return _VarUnpickler(data, model).load()
 
 
 class TestPickle:
