@@ -155,7 +155,7 @@ PyObject* handle_prefetchattr(PyObject* self, PyObject* name) {
 
 PyObject* handle_dir(PyObject* self, PyObject*) {
   HandleObject* h = as_handle(self);
-  py::Ref names = attr_names(h->core->handle, handle_kind(self));
+  py::Ref names = attr_names(handle_cmodel(self), handle_kind(self));
   if (!names) return nullptr;
   if (h->dict != nullptr) {
     PyObject *key, *value;
@@ -273,7 +273,7 @@ py::Ref handle_new(int kind, PyObject* model, int index) {
 AttrTarget handle_target(PyObject* self) {
   HandleObject* h = as_handle(self);
   int kind = handle_kind(self);
-  return AttrTarget{self, h->core->handle, kTypeNames[kind], kind, h->index};
+  return AttrTarget{self, handle_cmodel(self), kTypeNames[kind], kind, h->index};
 }
 
 int handle_model_count(PyObject* self, const char* attr, int* out) {
@@ -288,7 +288,7 @@ int handle_model_count(PyObject* self, const char* attr, int* out) {
 py::Ref handle_name_attr(PyObject* self, const char* attr) {
   HandleObject* h = as_handle(self);
   char* name = nullptr;
-  int rc = VLMgetstrattrelement(h->core->handle, attr, handle_position(h->index), &name);
+  int rc = VLMgetstrattrelement(handle_cmodel(self), attr, handle_position(h->index), &name);
   if (rc != 0) return py::Ref::steal(raise_velmor(rc, self));
   return py::str(name);
 }

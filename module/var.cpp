@@ -32,7 +32,7 @@ PyObject* var_repr(PyObject* self) {
   if (solcount <= 0) return PyUnicode_FromFormat("<velmor.Var %U>", d.name.get());
   double x = 0;
   HandleObject* h = as_handle(self);
-  int rc = VLMgetdblattrelement(h->core->handle, "X", handle_position(h->index), &x);
+  int rc = VLMgetdblattrelement(handle_cmodel(self), "X", handle_position(h->index), &x);
   if (rc != 0) return raise_velmor(rc, self);
   py::Ref value = py::Ref::steal(PyFloat_FromDouble(x));
   if (!value) return nullptr;
