@@ -80,7 +80,9 @@ class LpWriter {
     }
     return raw_vname(j);
   }
+  // A variable's own name is returned in place; generic and default names are built.
   const std::string& raw_vname(int j) {
+    if (!generic_ && !d_.varname.given(j).empty()) return d_.varname.given(j);
     scratch_ = generic_ ? indexed_name("C", j) : d_.varname[j];
     return scratch_;
   }
