@@ -12,12 +12,14 @@
 #include <cstdio>
 #include <mutex>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "attrs/attr_table.h"
 #include "core/platform.h"
 #include "params/param_table.h"
 #include "engine/engine.h"
+#include "reform/pipeline.h"
 #include "interfaces/highs_c_api.h"
 
 namespace vlm::engine {
@@ -217,153 +219,10 @@ class SigintScope {
 
 // ---- problem construction ---------------------------------------------------------------------
 
-double to_highs(double v) {
-  if (v >= VLM_INFINITY) return INFINITY;
-  if (v <= -VLM_INFINITY) return -INFINITY;
-  return v;
-}
-
-Status unsupported(const std::string& what) {
-  return Status(VLM_ERROR_NOT_SUPPORTED,
-                "The model has " + what + ", which this version of Velmor cannot solve yet");
-}
-
-Status check_supported(const ModelData& d) {
-  if (d.num_genconstrs() > 0) return unsupported("general constraints");
-  if (d.num_sos() > 0) return unsupported("SOS constraints");
-  if (d.num_qconstrs() > 0) return unsupported("quadratic constraints");
-  if (!d.pwlobj.empty()) return unsupported("piecewise-linear objectives");
-  if (d.objn.size() > 1) return unsupported("multiple objectives");
-  if (!d.scenarios.empty()) return unsupported("multiple scenarios");
-  bool integer = std::any_of(d.vtype.begin(), d.vtype.end(), [](char t) { return t != 'C'; });
-  if (integer && !d.qval.empty()) return unsupported("a quadratic objective with integer variables");
-  return Status::Ok();
-}
-
-struct Problem {
-  int ncol = 0, nrow = 0;
-  std::vector<double> cost, lower, upper, rlo, rup, aval;
-  std::vector<HighsInt> astart, aindex, integrality;
-  std::vector<HighsInt> qstart, qindex;
-  std::vector<double> qval;
-  bool mip = false;
-};
-
-// Semi-continuous and semi-integer variables that HiGHS would reinterpret (negative lower
-// bound, or upper bound above its 1e5 cap) become x = 0 or lb <= x <= ub through a binary z:
-// lb z <= x <= ub z.
-bool needs_own_semi(double lb, double ub) { return lb < 0.0 || ub > 1e5; }
-
-Status build(const ModelData& d, Problem& p) {
-  p.ncol = d.num_vars();
-  p.nrow = d.num_constrs();
-  p.cost = d.obj;
-  p.lower.resize(p.ncol);
-  p.upper.resize(p.ncol);
-  p.integrality.assign(p.ncol, 0);
-  std::vector<std::pair<int, double>> extra_rows;  // (var, bound) pairs of own semi variables
-  for (int j = 0; j < p.ncol; ++j) {
-    double lb = d.lb[j], ub = d.ub[j];
-    switch (d.vtype[j]) {
-      case 'B':
-        lb = std::max(lb, 0.0);
-        ub = std::min(ub, 1.0);
-        p.integrality[j] = 1;
-        break;
-      case 'I':
-        p.integrality[j] = 1;
-        break;
-      case 'S':
-      case 'N':
-        if (needs_own_semi(lb, ub)) {
-          if (ub >= VLM_INFINITY || lb <= -VLM_INFINITY) {
-            return Status(VLM_ERROR_INVALID_ARGUMENT,
-                          "Semi-continuous variable '" + d.varname[j] +
-                              "' needs finite bounds to be solved (its bounds are [" +
-                              std::to_string(lb) + ", " + std::to_string(ub) + "])");
-          }
-          p.integrality[j] = d.vtype[j] == 'N' ? 1 : 0;
-          extra_rows.push_back({j, 0.0});
-        } else {
-          p.integrality[j] = d.vtype[j] == 'S' ? 2 : 3;
-        }
-        break;
-      default:
-        break;
-    }
-    p.lower[j] = to_highs(lb);
-    p.upper[j] = to_highs(ub);
-  }
-  p.astart.reserve(p.nrow + 2 * extra_rows.size());
-  for (int i = 0; i < p.nrow; ++i) {
-    p.astart.push_back(static_cast<HighsInt>(p.aindex.size()));
-    const Row& r = d.rows[i];
-    for (std::size_t k = 0; k < r.ind.size(); ++k) {
-      p.aindex.push_back(r.ind[k]);
-      p.aval.push_back(r.val[k]);
-    }
-    double rhs = to_highs(d.rhs[i]);
-    switch (d.csense[i]) {
-      case '<':
-        p.rlo.push_back(-INFINITY);
-        p.rup.push_back(rhs);
-        break;
-      case '>':
-        p.rlo.push_back(rhs);
-        p.rup.push_back(INFINITY);
-        break;
-      default:
-        p.rlo.push_back(rhs);
-        p.rup.push_back(rhs);
-        break;
-    }
-  }
-  for (const auto& [j, unused] : extra_rows) {
-    (void)unused;
-    const double lb = d.lb[j], ub = d.ub[j];
-    const int z = p.ncol++;
-    p.cost.push_back(0.0);
-    p.lower.push_back(0.0);
-    p.upper.push_back(1.0);
-    p.integrality.push_back(1);
-    p.lower[j] = std::min(lb, 0.0);
-    p.upper[j] = std::max(ub, 0.0);
-    // x - ub z <= 0 and x - lb z >= 0.
-    for (double bound : {ub, lb}) {
-      p.astart.push_back(static_cast<HighsInt>(p.aindex.size()));
-      p.aindex.push_back(j);
-      p.aval.push_back(1.0);
-      if (bound != 0.0) {
-        p.aindex.push_back(z);
-        p.aval.push_back(-bound);
-      }
-      p.rlo.push_back(bound == ub ? -INFINITY : 0.0);
-      p.rup.push_back(bound == ub ? 0.0 : INFINITY);
-      ++p.nrow;
-    }
-  }
-  p.astart.push_back(static_cast<HighsInt>(p.aindex.size()));
-  p.mip = std::any_of(p.integrality.begin(), p.integrality.end(), [](HighsInt t) { return t != 0; });
-  // Hessian: HiGHS minimises c'x + 1/2 x'Qx with Q's lower triangle column-wise; a term
-  // v x_i x_j (i < j) puts v at (j, i); v x_i^2 puts 2v on the diagonal.
-  if (!d.qval.empty()) {
-    std::vector<std::size_t> order(d.qval.size());
-    for (std::size_t k = 0; k < order.size(); ++k) order[k] = k;
-    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-      return d.qrow[a] != d.qrow[b] ? d.qrow[a] < d.qrow[b] : d.qcol[a] < d.qcol[b];
-    });
-    p.qstart.assign(p.ncol + 1, 0);
-    std::vector<HighsInt> count(p.ncol, 0);
-    for (std::size_t k : order) count[d.qrow[k]]++;
-    for (int j = 0; j < p.ncol; ++j) p.qstart[j + 1] = p.qstart[j] + count[j];
-    for (std::size_t k : order) {
-      p.qindex.push_back(d.qcol[k]);
-      p.qval.push_back(d.qrow[k] == d.qcol[k] ? 2.0 * d.qval[k] : d.qval[k]);
-    }
-    p.qstart.pop_back();
-  }
-  return Status::Ok();
-}
+// The working problem comes from the reformulation step (reform/pipeline.h); the engine only
+// passes it to HiGHS and reads the user's columns and rows back.
+using Problem = reform::WorkingProblem;
+static_assert(std::is_same_v<HighsInt, int>, "the working problem's index arrays are passed to HiGHS as they are");
 
 // ---- options ----------------------------------------------------------------------------------
 
@@ -567,6 +426,11 @@ void log_banner(Env& env, const ModelData& d, const Problem& p) {
   std::snprintf(line, sizeof line, "Optimize a model with %d rows, %d columns and %zu nonzeros%s",
                 d.num_constrs(), d.num_vars(), p.aval.size(), p.mip ? " (MIP)" : "");
   env.message(line);
+  if (p.reformulated > 0) {
+    std::snprintf(line, sizeof line, "Reformulated %d SOS, general constraints and PWL objective terms into %d columns and %d rows",
+                  p.reformulated, p.ncol - d.num_vars(), p.nrow - d.num_constrs());
+    env.message(line);
+  }
   env.message("");
 }
 
@@ -791,9 +655,8 @@ Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
   SolvingScope solving(m);
   const ModelData& d = m.data();
-  VLM_RETURN_IF_ERROR(check_supported(d));
   Problem p;
-  VLM_RETURN_IF_ERROR(build(d, p));
+  VLM_RETURN_IF_ERROR(reform::build_working_problem(d, p));
   const ParamSet& ps = m.env().params();
   auto sol = std::make_unique<Solution>();
   sol->is_mip = p.mip;

@@ -1,0 +1,22 @@
+// The pipeline step between the model store and the engine: from the updated ModelData to the
+// WorkingProblem the engine solves.
+#pragma once
+
+#include "core/status.h"
+#include "model/model_data.h"
+#include "reform/working_problem.h"
+
+namespace vlm::reform {
+
+// Builds the working problem of `d`: the user's model as it is and, when it holds SOS, general
+// constraints or piecewise-linear objective terms, their reformulations appended after bound
+// propagation. A model without such constructs takes no step beyond build_base.
+// Fails with VLM_ERROR_NOT_SUPPORTED for what this version cannot solve (quadratic
+// constraints, multiple objectives, scenarios, function constraints, 2-norms, quadratic
+// objectives together with integer columns) and for a construct whose needed bound is
+// infinite (the message names the variable); `p` is then unusable. The user's model is never
+// changed. Cost: O(model size) without constructs; with them, bound propagation adds
+// O(8 * nonzeros) plus each unit's own linear cost.
+Status build_working_problem(const ModelData& d, WorkingProblem& p);
+
+}  // namespace vlm::reform

@@ -1,0 +1,93 @@
+// The interface every reformulation unit implements, and the Builder through which units add
+// auxiliary columns and rows to the working problem.
+//
+// A unit turns one construct of the user's model (an SOS, a general constraint, a
+// piecewise-linear objective term) into linear rows and integer columns that HiGHS solves.
+// Units run at solve time on the working problem only; the user's model never sees what they
+// add. Units compose: the PWL unit emits its SOS2 through the SOS2 unit's builder function,
+// never by writing its own.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "core/status.h"
+#include "model/model_data.h"
+#include "reform/bound_propagation.h"
+#include "reform/working_problem.h"
+
+namespace vlm::reform {
+
+// The constructs units reformulate: the general constraint types by their own value, then
+// the SOS types and the piecewise-linear objective.
+enum class ConstructKind : int { kSos1 = 32, kSos2 = 33, kPwlObj = 34 };
+inline ConstructKind kind_of(GenType t) { return static_cast<ConstructKind>(static_cast<int>(t)); }
+
+// What a unit may append (declared, so tests can check a unit against its declaration).
+enum Creates : unsigned {
+  kCreatesBinaries = 1u,
+  kCreatesContinuous = 2u,
+  kCreatesRows = 4u,
+};
+
+// Appends auxiliary columns and rows to the working problem and keeps the bounds in step.
+// Records what kinds it created since construction (for the declaration check).
+class Builder {
+ public:
+  Builder(const ModelData& d, WorkingProblem& p, Bounds& b) : d_(d), p_(p), b_(b) {}
+
+  const ModelData& data() const { return d_; }
+  // Bounds of any working column after propagation (IEEE infinities for none). O(1).
+  double lb(int col) const { return b_.lb[col]; }
+  double ub(int col) const { return b_.ub[col]; }
+  bool is_integer(int col) const { return b_.integer[col] != 0; }
+  // The user's name of a column, or "an auxiliary column" for one added here.
+  std::string col_name(int col) const;
+
+  // New columns; each returns its index. O(1) amortised.
+  int add_binary();
+  int add_continuous(double lb, double ub, double cost = 0.0);
+  // New row lo <= sum val[k] x[ind[k]] <= up (zero coefficients dropped). O(terms).
+  void add_row(const std::vector<int>& ind, const std::vector<double>& val, double lo, double up);
+  void add_le(const std::vector<int>& ind, const std::vector<double>& val, double rhs);
+  void add_ge(const std::vector<int>& ind, const std::vector<double>& val, double rhs);
+  void add_eq(const std::vector<int>& ind, const std::vector<double>& val, double rhs);
+
+  unsigned created() const { return created_; }
+
+ private:
+  const ModelData& d_;
+  WorkingProblem& p_;
+  Bounds& b_;
+  unsigned created_ = 0;
+};
+
+class Reformulation {
+ public:
+  virtual ~Reformulation() = default;
+  // The construct's name in messages ("SOS1", "INDICATOR", ...).
+  virtual const char* name() const = 0;
+  // The Creates bits of what apply() may add.
+  virtual unsigned creates() const = 0;
+  // Reformulates element `index` of its kind (general constraint index, SOS index, or the
+  // variable whose PWL objective it is). Fails with a clear message naming the culprit (a
+  // missing bound, an unsupported variant); the working problem is then discarded.
+  virtual Status apply(const ModelData& d, int index, Builder& b) const = 0;
+  // Tightens bounds through the construct (the result of a MAX lies within its operands'
+  // range, ...). Returns whether anything changed. Default: nothing to tighten.
+  virtual bool propagate(const ModelData& d, int index, Bounds& b) const {
+    (void)d, (void)index, (void)b;
+    return false;
+  }
+};
+
+// The unit for a construct kind, or nullptr when the kind has none (registry.cpp says why).
+const Reformulation* find_reformulation(ConstructKind kind);
+
+// A number as messages show it ("%g").
+std::string format_value(double v);
+
+// "MAX constraint 'GC0'", "SOS constraint 2", ...: how messages name an element.
+std::string describe_genconstr(const ModelData& d, int index);
+
+}  // namespace vlm::reform

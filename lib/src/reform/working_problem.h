@@ -1,0 +1,53 @@
+// WorkingProblem: what the engine solves. It is built from the updated ModelData and holds
+// the user's columns and rows first, in the user's order, followed by the auxiliary columns
+// and rows that reformulations append. The user's model is never changed; results are mapped
+// back by reading only the first user_cols columns and user_rows rows.
+//
+// Invariants: every per-column vector has ncol entries and every per-row vector nrow entries;
+// astart has nrow + 1 entries (row i's terms are [astart[i], astart[i+1]) of aindex/aval);
+// infinite bounds are IEEE infinities (the library's +-1e100 are converted on the way in);
+// integrality uses the engine's codes (0 continuous, 1 integer, 2 semi-continuous,
+// 3 semi-integer); the Hessian (qstart/qindex/qval) is the lower triangle column-wise, for
+// the user's columns only, and empty when there is no quadratic objective.
+#pragma once
+
+#include <vector>
+
+#include "core/status.h"
+#include "model/model_data.h"
+
+namespace vlm::reform {
+
+struct WorkingProblem {
+  int user_cols = 0, user_rows = 0;
+  int ncol = 0, nrow = 0;
+  int sense = 1;  // 1 minimise, -1 maximise
+  double objcon = 0.0;
+  std::vector<double> cost, lower, upper;
+  std::vector<int> integrality;
+  std::vector<double> rlo, rup;
+  std::vector<int> astart{0}, aindex;
+  std::vector<double> aval;
+  std::vector<int> qstart, qindex;
+  std::vector<double> qval;
+  bool mip = false;
+  // How many SOS and general constraints (and PWL objective terms) were reformulated.
+  int reformulated = 0;
+
+  // Appends a column; returns its index. O(1) amortised.
+  int add_col(double lb, double ub, int integrality_code, double c = 0.0);
+  // Appends the row lo <= sum val[k] x[ind[k]] <= up. O(terms) amortised.
+  void add_row(const std::vector<int>& ind, const std::vector<double>& val, double lo, double up);
+  int num_nonzeros() const { return static_cast<int>(aval.size()); }
+};
+
+// Converts a library value (+-VLM_INFINITY for infinite) to the working problem's form.
+double to_working(double v);
+
+// Fills `p` with the user's model as it is (columns, rows, objective, Hessian), plus the
+// binary and two rows per semi-continuous or semi-integer variable that the engine cannot take
+// as it is (negative lower bound or upper bound above 1e5). Fails with
+// VLM_ERROR_INVALID_ARGUMENT when such a variable has an infinite bound. O(size of the model).
+Status build_base(const ModelData& d, WorkingProblem& p);
+
+}  // namespace vlm::reform
