@@ -52,6 +52,8 @@ class Builder {
   void add_le(const std::vector<int>& ind, const std::vector<double>& val, double rhs);
   void add_ge(const std::vector<int>& ind, const std::vector<double>& val, double rhs);
   void add_eq(const std::vector<int>& ind, const std::vector<double>& val, double rhs);
+  // Replaces the objective coefficient of a column in the working problem. O(1).
+  void set_cost(int col, double c) { p_.cost[col] = c; }
 
   unsigned created() const { return created_; }
 

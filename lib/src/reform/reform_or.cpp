@@ -1,0 +1,32 @@
+#include "reform/reform_or.h"
+
+namespace vlm::reform {
+
+namespace {
+
+class OrReformulation final : public Reformulation {
+ public:
+  const char* name() const override { return "OR"; }
+  unsigned creates() const override { return kCreatesRows; }
+  Status apply(const ModelData& d, int index, Builder& b) const override {
+    const GenConstrData& g = d.genconstrs[index];
+    for (int j : g.vars) b.add_ge({g.res, j}, {1.0, -1.0}, 0.0);
+    std::vector<int> ind{g.res};
+    std::vector<double> val{1.0};
+    for (int j : g.vars) {
+      ind.push_back(j);
+      val.push_back(-1.0);
+    }
+    b.add_le(ind, val, 0.0);  // r <= sum x
+    return Status::Ok();
+  }
+};
+
+}  // namespace
+
+const Reformulation& or_reformulation() {
+  static const OrReformulation unit;
+  return unit;
+}
+
+}  // namespace vlm::reform
