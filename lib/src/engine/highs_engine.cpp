@@ -522,6 +522,12 @@ void pass_warm_start(void* h, Model& m, const Problem& p) {
     };
     for (int j = 0; j < d.num_vars(); ++j) col[j] = fix(to_highs_basis(vbasis[j]), p.lower[j], p.upper[j]);
     for (int i = 0; i < d.num_constrs(); ++i) row[i] = fix(to_highs_basis(cbasis[i]), p.rlo[i], p.rup[i]);
+    // Auxiliary columns of the reformulation start nonbasic; a free one (the epigraph of a PWL
+    // objective) has no bound to sit at, so it is nonbasic at zero.
+    for (int j = d.num_vars(); j < p.ncol; ++j) {
+      col[j] = (p.lower[j] == -INFINITY && p.upper[j] == INFINITY) ? kHighsBasisStatusZero
+                                                                     : fix(col[j], p.lower[j], p.upper[j]);
+    }
     // HiGHS refuses an invalid basis and then starts cold, which is the right fallback.
     Highs_setBasis(h, col.data(), row.data());
     return;
