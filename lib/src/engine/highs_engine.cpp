@@ -665,7 +665,7 @@ Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(reform::build_working_problem(d, p));
   const ParamSet& ps = m.env().params();
   auto sol = std::make_unique<Solution>();
-  sol->is_mip = p.mip;
+  sol->is_mip = p.mip || p.reported_as_mip;
   const auto t0 = std::chrono::steady_clock::now();
 
   // An empty model needs no engine: every row reads 0.
@@ -816,13 +816,13 @@ Status optimize(Model& m) {
     }
     // Duals keep HiGHS' sign convention, which is the usual one: for a minimisation a
     // binding '<' row has a non-positive dual.
-    if (!p.mip && dual_status == 2) {
+    if (!sol->is_mip && dual_status == 2) {
       sol->has_duals = true;
       sol->rc.assign(cd.begin(), cd.begin() + n);
       sol->pi.assign(rd.begin(), rd.begin() + mrows);
     }
-    if (!p.mip && basis_valid && sol->status == VLM_OPTIMAL) sol->engine = highs.share();
-    if (!p.mip && basis_valid) {
+    if (!sol->is_mip && basis_valid && sol->status == VLM_OPTIMAL) sol->engine = highs.share();
+    if (!sol->is_mip && basis_valid) {
       std::vector<HighsInt> cb(p.ncol), rb(p.nrow);
       Highs_getBasis(h, cb.data(), rb.data());
       auto conv = [](HighsInt s) {
@@ -870,7 +870,7 @@ Status optimize(Model& m) {
     sol->status = VLM_CUTOFF;
   }
   if (kept_basis) m.set_warm_basis({sol->vbasis, warm_rows});
-  if (p.mip && sol->sol_count > 0) fill_pool(*sol, cb.found, d.sense, ps.int_param("PoolSolutions"));
+  if (sol->is_mip && sol->sol_count > 0) fill_pool(*sol, cb.found, d.sense, ps.int_param("PoolSolutions"));
   if (!p.mip && ps.int_param("InfUnbdInfo") == 1) certificates(h, d, p, *sol);
   log_summary(m.env(), *sol);
   m.set_solution(std::move(sol));

@@ -57,6 +57,7 @@ Status build_working_problem(const ModelData& d, WorkingProblem& p) {
     VLM_RETURN_IF_ERROR(apply(find_reformulation(ConstructKind::kPwlObj), d, var, b));
   }
   p.reformulated = d.num_sos() + d.num_genconstrs() + static_cast<int>(d.pwlobj.size());
+  p.reported_as_mip = d.num_sos() > 0 || d.num_genconstrs() > 0;
   if (p.mip && !p.qval.empty()) {
     return unsupported("a quadratic objective together with constructs that need integer variables");
   }

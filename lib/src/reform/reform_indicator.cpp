@@ -16,10 +16,7 @@ class IndicatorReformulation final : public Reformulation {
   Status apply(const ModelData& d, int index, Builder& b) const override {
     const GenConstrData& g = d.genconstrs[index];
     const int bin = g.res;
-    if (d.vtype[bin] != 'B' && !(d.vtype[bin] == 'I' && d.lb[bin] >= 0.0 && d.ub[bin] <= 1.0)) {
-      return Status(VLM_ERROR_INVALID_ARGUMENT, describe_genconstr(d, index) + ": indicator variable '" +
-                                                    d.varname[bin] + "' is no longer binary");
-    }
+    VLM_RETURN_IF_ERROR(require_binary(d, bin, describe_genconstr(d, index), "indicator variable"));
     const bool le = g.sense == '<' || g.sense == '=';
     const bool ge = g.sense == '>' || g.sense == '=';
     const double on = g.binval;

@@ -39,6 +39,13 @@ void Builder::add_eq(const std::vector<int>& ind, const std::vector<double>& val
   add_row(ind, val, rhs, rhs);
 }
 
+Status require_binary(const ModelData& d, int var, const std::string& who, const char* role) {
+  const char t = d.vtype[var];
+  if (t == 'B' || (t == 'I' && d.lb[var] >= 0.0 && d.ub[var] <= 1.0)) return Status::Ok();
+  return Status(VLM_ERROR_INVALID_ARGUMENT,
+                who + ": " + role + " '" + d.varname[var] + "' must be binary, and it no longer is");
+}
+
 std::string format_value(double v) {
   char buf[32];
   std::snprintf(buf, sizeof buf, "%g", v);

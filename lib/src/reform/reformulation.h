@@ -86,6 +86,10 @@ class Reformulation {
 // The unit for a construct kind, or nullptr when the kind has none (registry.cpp says why).
 const Reformulation* find_reformulation(ConstructKind kind);
 
+// Fails with VLM_ERROR_INVALID_ARGUMENT when variable `var` (the `role` of construct `who`)
+// is no longer binary: its type or bounds may have changed since the constraint was added.
+Status require_binary(const ModelData& d, int var, const std::string& who, const char* role);
+
 // A number as messages show it ("%g").
 std::string format_value(double v);
 

@@ -30,7 +30,10 @@ struct WorkingProblem {
   std::vector<double> aval;
   std::vector<int> qstart, qindex;
   std::vector<double> qval;
-  bool mip = false;
+  bool mip = false;  // some column is integer: HiGHS runs its MIP solver
+  // The user's model is a MIP (it has SOS or general constraints) even when its working problem
+  // needed no integer column: results are reported as for a MIP (no duals, no basis).
+  bool reported_as_mip = false;
   // How many SOS and general constraints (and PWL objective terms) were reformulated.
   int reformulated = 0;
 

@@ -99,6 +99,13 @@ TEST_F(IndicatorTest, FixedIndicatorNeedsNoBound) {
   indicator(b, 1, {xv}, {1}, '<', 2);
   solve();
   EXPECT_NEAR(objval(), 2.0, 1e-6);
+  // The working problem is an LP, but the user's model has a general constraint: the results
+  // are those of a MIP (a bound, no reduced costs).
+  EXPECT_EQ(intattr("IsMIP"), 1);
+  double bound = 0, rc = 0;
+  ASSERT_EQ(VLMgetdblattr(m_, "ObjBound", &bound), VLM_OK);
+  EXPECT_NEAR(bound, 2.0, 1e-6);
+  EXPECT_EQ(VLMgetdblattrelement(m_, "RC", xv, &rc), VLM_ERROR_DATA_NOT_AVAILABLE);
   // The reader still reports the user's constraint.
   int binvar = -1, binval = -1, nvars = -1, ind[1];
   double val[1], rhs = 0;

@@ -27,6 +27,17 @@ TEST_F(ReformTest, AndIsOneExactlyWhenAllAre) {
   expect_user_feasible(4, 0);
 }
 
+// An operand made continuous after the constraint was added is refused at solve time.
+TEST_F(ReformTest, AndOperandNoLongerBinaryIsRefused) {
+  int x1 = var(0, 0, 1, 'B', "x1");
+  int r = var(1, 0, 1, 'B', "r");
+  ASSERT_EQ(VLMaddgenconstrAnd(m_, "and", r, 1, &x1), VLM_OK);
+  ASSERT_EQ(VLMsetcharattrelement(m_, "VType", x1, 'C'), VLM_OK);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", x1, 3.0), VLM_OK);
+  expect_error(VLMoptimize(m_), VLM_ERROR_INVALID_ARGUMENT,
+               "AND constraint 'and': operand 'x1' must be binary, and it no longer is");
+}
+
 // r = x1 OR x2. max 2r - x1 - x2: r = 1 needs one operand: 1.
 // max -3r + x1 + x2: any operand forces r = 1 (2 - 3 = -1); none gives 0.
 TEST_F(ReformTest, OrIsOneExactlyWhenAnyIs) {
