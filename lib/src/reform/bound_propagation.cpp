@@ -11,16 +11,16 @@ namespace {
 
 // A change smaller than this (relative to the bound's size) is not worth another pass.
 constexpr double kMinChange = 1e-6;
-// Derived bounds are moved outward by this relative margin, so that rounding in the
-// activity sums can never cut off a feasible point.
-constexpr double kMargin = 1e-9;
 constexpr int kMaxPasses = 8;
+// Derived bounds are used as they come, without an outward safety margin: rounding in the
+// activity sums moves them by far less than the feasibility tolerance, which is all that a
+// big-M built from them can cut off, and a margin would make the constants ragged
+// (17.000000018 instead of 17, where a user writes 17).
 
 }  // namespace
 
 bool Bounds::tighten_lower(int j, double v) {
   if (std::isnan(v)) return false;
-  v -= kMargin * (1.0 + std::fabs(v));
   if (integer[j]) v = std::ceil(v - 1e-6);
   if (std::isfinite(lb[j]) && !(v > lb[j] + kMinChange * std::max(1.0, std::fabs(lb[j])))) return false;
   if (!(v > lb[j])) return false;
@@ -30,7 +30,6 @@ bool Bounds::tighten_lower(int j, double v) {
 
 bool Bounds::tighten_upper(int j, double v) {
   if (std::isnan(v)) return false;
-  v += kMargin * (1.0 + std::fabs(v));
   if (integer[j]) v = std::floor(v + 1e-6);
   if (std::isfinite(ub[j]) && !(v < ub[j] - kMinChange * std::max(1.0, std::fabs(ub[j])))) return false;
   if (!(v < ub[j])) return false;

@@ -85,6 +85,15 @@ TEST_F(ReformTest, SeveralConstructsInOneModel) {
   expect_user_feasible(5, 1);
   EXPECT_EQ(intattr("NumGenConstrs"), 3);
   EXPECT_EQ(intattr("NumSOS"), 1);
+  int type = -1;
+  ASSERT_EQ(VLMgetintattrelement(m_, "GenConstrType", 2, &type), VLM_OK);
+  EXPECT_EQ(type, 0);  // MAX
+  char* name = nullptr;
+  ASSERT_EQ(VLMgetstrattrelement(m_, "GenConstrName", 1, &name), VLM_OK);
+  EXPECT_STREQ(name, "off2");
+  int npts = 0;
+  ASSERT_EQ(VLMgetpwlobj(m_, x1, &npts, nullptr, nullptr), VLM_OK);
+  EXPECT_EQ(npts, 2);
   // The pool holds user-sized solutions only.
   int count = intattr("SolCount");
   ASSERT_GE(count, 1);
