@@ -226,6 +226,17 @@ static_assert(std::is_same_v<HighsInt, int>, "the working problem's index arrays
 
 // ---- options ----------------------------------------------------------------------------------
 
+// The parameters the reformulation step reads.
+reform::ReformOptions reform_options(const ParamSet& ps) {
+  reform::ReformOptions o;
+  o.func_pieces = ps.int_param("FuncPieces");
+  o.func_piece_length = ps.dbl_param("FuncPieceLength");
+  o.func_piece_error = ps.dbl_param("FuncPieceError");
+  o.func_piece_ratio = ps.dbl_param("FuncPieceRatio");
+  o.func_max_val = ps.dbl_param("FuncMaxVal");
+  return o;
+}
+
 void set_options(void* h, const ParamSet& ps, bool mip) {
   // HiGHS logs only through our callback; with OutputFlag 0 it need not format lines at all.
   Highs_setBoolOptionValue(h, "output_flag", ps.int_param("OutputFlag") != 0);
@@ -661,9 +672,9 @@ Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
   SolvingScope solving(m);
   const ModelData& d = m.data();
-  Problem p;
-  VLM_RETURN_IF_ERROR(reform::build_working_problem(d, p));
   const ParamSet& ps = m.env().params();
+  Problem p;
+  VLM_RETURN_IF_ERROR(reform::build_working_problem(d, p, reform_options(ps)));
   auto sol = std::make_unique<Solution>();
   sol->is_mip = p.mip || p.reported_as_mip;
   const auto t0 = std::chrono::steady_clock::now();

@@ -37,14 +37,14 @@ Status apply(const Reformulation* unit, const ModelData& d, int index, Builder& 
 
 }  // namespace
 
-Status build_working_problem(const ModelData& d, WorkingProblem& p) {
+Status build_working_problem(const ModelData& d, WorkingProblem& p, const ReformOptions& opt) {
   VLM_RETURN_IF_ERROR(check_supported(d));
   VLM_RETURN_IF_ERROR(build_base(d, p));
   if (d.num_sos() == 0 && d.num_genconstrs() == 0 && d.pwlobj.empty()) return Status::Ok();
 
   Bounds bounds = initial_bounds(p);
   propagate_bounds(d, p, bounds);
-  Builder b(d, p, bounds);
+  Builder b(d, p, bounds, opt);
   for (int s = 0; s < d.num_sos(); ++s) {
     const auto kind = d.sos[s].type == 1 ? ConstructKind::kSos1 : ConstructKind::kSos2;
     VLM_RETURN_IF_ERROR(apply(find_reformulation(kind), d, s, b));

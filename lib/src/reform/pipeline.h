@@ -4,6 +4,7 @@
 
 #include "core/status.h"
 #include "model/model_data.h"
+#include "reform/reformulation.h"
 #include "reform/working_problem.h"
 
 namespace vlm::reform {
@@ -15,8 +16,9 @@ namespace vlm::reform {
 // constraints, multiple objectives, scenarios, function constraints, 2-norms, quadratic
 // objectives together with integer columns) and for a construct whose needed bound is
 // infinite (the message names the variable); `p` is then unusable. The user's model is never
-// changed. Cost: O(model size) without constructs; with them, bound propagation adds
-// O(8 * nonzeros) plus each unit's own linear cost.
-Status build_working_problem(const ModelData& d, WorkingProblem& p);
+// changed. `opt` carries the solve's settings that units read. Cost: O(model size) without
+// constructs; with them, bound propagation adds O(8 * nonzeros) plus each unit's own linear
+// cost.
+Status build_working_problem(const ModelData& d, WorkingProblem& p, const ReformOptions& opt = ReformOptions{});
 
 }  // namespace vlm::reform

@@ -30,13 +30,25 @@ enum Creates : unsigned {
   kCreatesRows = 4u,
 };
 
+// Settings of a solve that units read (the piecewise-linear approximation of function
+// constraints; each value is the parameter of the same name, the defaults are theirs).
+struct ReformOptions {
+  double func_pieces = 0;
+  double func_piece_length = 1e-2;
+  double func_piece_error = 1e-3;
+  double func_piece_ratio = -1;
+  double func_max_val = 1e6;
+};
+
 // Appends auxiliary columns and rows to the working problem and keeps the bounds in step.
 // Records what kinds it created since construction (for the declaration check).
 class Builder {
  public:
-  Builder(const ModelData& d, WorkingProblem& p, Bounds& b) : d_(d), p_(p), b_(b) {}
+  Builder(const ModelData& d, WorkingProblem& p, Bounds& b, const ReformOptions& o = ReformOptions{})
+      : d_(d), p_(p), b_(b), o_(o) {}
 
   const ModelData& data() const { return d_; }
+  const ReformOptions& options() const { return o_; }
   // Bounds of any working column after propagation (IEEE infinities for none). O(1).
   double lb(int col) const { return b_.lb[col]; }
   double ub(int col) const { return b_.ub[col]; }
@@ -61,6 +73,7 @@ class Builder {
   const ModelData& d_;
   WorkingProblem& p_;
   Bounds& b_;
+  const ReformOptions o_;
   unsigned created_ = 0;
 };
 

@@ -31,8 +31,10 @@ const Reformulation* find_reformulation(ConstructKind kind) {
     // Function constraints (POLY, EXP, EXPA, LOG, LOGA, POW, SIN, COS, TAN, LOGISTIC) have no
     // unit yet: the pipeline refuses them as not supported.
     // TODO(#14): register one unit for all of them here: it computes the breakpoints with
-    // func_breakpoints(g, lb, ub, options) over the propagated bounds of x and hands them to
-    // add_pwl (reform_pwl.h); it also tightens y's bounds like the PWL unit does.
+    // func_breakpoints(g, b.lb(x), b.ub(x), options) over the propagated bounds of x, the
+    // options from Builder::options() overridden by the constraint's own FuncPieces... attributes
+    // and option text, and hands the points to add_pwl (reform_pwl.h); it also tightens y's
+    // bounds like the PWL unit does.
     default: return nullptr;
   }
 }
