@@ -138,6 +138,8 @@ Status build_base(const ModelData& d, WorkingProblem& p) {
       p.qval.push_back(d.qrow[k] == d.qcol[k] ? 2.0 * d.qval[k] : d.qval[k]);
     }
     p.qstart.pop_back();
+    // The Hessian spans every column, the auxiliary ones included (with no terms).
+    p.qstart.resize(p.ncol, static_cast<int>(p.qval.size()));
   }
   return Status::Ok();
 }
