@@ -4,11 +4,15 @@
 
 namespace vlm::reform {
 
+namespace {
+
 Status missing_bound(const Builder& b, int col, bool upper, const BigMContext& c) {
   return Status(VLM_ERROR_NOT_SUPPORTED, c.who + " needs a finite " + (upper ? "upper" : "lower") +
                                              " bound on variable '" + b.col_name(col) + "' (" + c.why +
                                              "); it has none, even after bound tightening");
 }
+
+}  // namespace
 
 StatusOr<double> finite_lower(const Builder& b, int col, const BigMContext& c) {
   const double v = b.lb(col);

@@ -33,7 +33,4 @@ StatusOr<double> max_activity(const Builder& b, const std::vector<int>& ind, con
 StatusOr<double> min_activity(const Builder& b, const std::vector<int>& ind, const std::vector<double>& val,
                               const BigMContext& c);
 
-// The failure itself, for units that detect the missing bound on their own.
-Status missing_bound(const Builder& b, int col, bool upper, const BigMContext& c);
-
 }  // namespace vlm::reform

@@ -11,17 +11,16 @@ std::pair<double, double> abs_range(double lo, double hi) {
 }
 
 Status add_abs(Builder& b, int r, int x, const BigMContext& c) {
-  const double L = b.lb(x), U = b.ub(x);
-  if (L >= 0.0) {
+  if (b.lb(x) >= 0.0) {
     b.add_eq({r, x}, {1.0, -1.0}, 0.0);
     return Status::Ok();
   }
-  if (U <= 0.0) {
+  if (b.ub(x) <= 0.0) {
     b.add_eq({r, x}, {1.0, 1.0}, 0.0);
     return Status::Ok();
   }
-  if (!std::isfinite(L)) return missing_bound(b, x, false, c);
-  if (!std::isfinite(U)) return missing_bound(b, x, true, c);
+  VLM_ASSIGN_OR_RETURN(const double L, finite_lower(b, x, c));
+  VLM_ASSIGN_OR_RETURN(const double U, finite_upper(b, x, c));
   const int z = b.add_binary();
   const int p = b.add_continuous(0.0, U);
   const int n = b.add_continuous(0.0, -L);

@@ -27,10 +27,31 @@ Status add_extremum(Builder& b, int r, const std::vector<int>& ops, double c, in
     if (upper(j) >= best_lower) cand.push_back(j);
   }
   const bool c_cand = constant && (cand.empty() || s * c >= best_lower);
+  const int ncand = static_cast<int>(cand.size()) + (c_cand ? 1 : 0);
+  // The constants first, so that a failure adds nothing. U is the largest value of s r: the
+  // result's own bound, or (through propagation) the operands'; name an operand when it is
+  // the one without a bound.
+  double U = 0.0;
+  std::vector<double> low(cand.size());
+  if (ncand > 1) {
+    auto signed_bound = [&](int j, bool up) -> StatusOr<double> {
+      // The bound of s x_j: for s = -1 the upper bound of -x_j is minus the lower bound of x_j.
+      const bool own_upper = (s > 0) == up;
+      StatusOr<double> v = own_upper ? finite_upper(b, j, ctx) : finite_lower(b, j, ctx);
+      if (!v.ok()) return v.status();
+      return s * *v;
+    };
+    if (!std::isfinite(upper(r))) {
+      for (int j : cand) VLM_RETURN_IF_ERROR(signed_bound(j, true).status());
+    }
+    VLM_ASSIGN_OR_RETURN(U, signed_bound(r, true));
+    for (std::size_t k = 0; k < cand.size(); ++k) {
+      VLM_ASSIGN_OR_RETURN(low[k], signed_bound(cand[k], false));
+    }
+  }
   // r >= every operand (r <= for a minimum).
   for (int j : ops) b.add_ge({r, j}, {s, -s}, 0.0);
   if (constant) b.add_ge({r}, {s}, s * c);
-  const int ncand = static_cast<int>(cand.size()) + (c_cand ? 1 : 0);
   if (ncand == 1) {  // the only possible maximum: r equals it
     if (c_cand) {
       b.add_le({r}, {s}, s * c);
@@ -39,23 +60,12 @@ Status add_extremum(Builder& b, int r, const std::vector<int>& ops, double c, in
     }
     return Status::Ok();
   }
-  // U: the largest value of s r; the column's own bound, or the operands'.
-  double U = upper(r);
-  if (!std::isfinite(U)) {
-    for (int j : cand) {
-      if (!std::isfinite(upper(j))) return missing_bound(b, j, s > 0, ctx);
-    }
-    return missing_bound(b, r, s > 0, ctx);
-  }
-  for (int j : cand) {
-    if (!std::isfinite(lower(j))) return missing_bound(b, j, s < 0, ctx);
-  }
   std::vector<int> z;
-  for (int j : cand) {
-    const double m = U - lower(j);
+  for (std::size_t k = 0; k < cand.size(); ++k) {
+    const double m = U - low[k];
     const int zj = b.add_binary();
     z.push_back(zj);
-    b.add_le({r, j, zj}, {s, -s, m}, m);  // s r - s x_j <= m (1 - z_j)
+    b.add_le({r, cand[k], zj}, {s, -s, m}, m);  // s r - s x_j <= m (1 - z_j)
   }
   if (c_cand) {
     const double m = U - s * c;

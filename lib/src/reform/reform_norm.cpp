@@ -15,14 +15,22 @@ namespace {
 constexpr double kZeroNormEps = 1e-5;
 
 Status add_zero_norm(Builder& b, int r, const std::vector<int>& xs, const BigMContext& c) {
-  for (int j : xs) {  // check every bound first, so that a failure adds nothing
-    if (b.ub(j) > 0.0) VLM_RETURN_IF_ERROR(finite_upper(b, j, c).status());
-    if (b.lb(j) < 0.0) VLM_RETURN_IF_ERROR(finite_lower(b, j, c).status());
+  // Every constant before anything is added, so that a failure adds nothing.
+  const std::size_t k = xs.size();
+  std::vector<double> lo(k, 0.0), up(k, 0.0);
+  for (std::size_t i = 0; i < k; ++i) {
+    if (b.ub(xs[i]) > 0.0) {
+      VLM_ASSIGN_OR_RETURN(up[i], finite_upper(b, xs[i], c));
+    }
+    if (b.lb(xs[i]) < 0.0) {
+      VLM_ASSIGN_OR_RETURN(lo[i], finite_lower(b, xs[i], c));
+    }
   }
   std::vector<int> ind{r};
   std::vector<double> val{1.0};
-  for (int j : xs) {
-    const double L = b.lb(j), U = b.ub(j);
+  for (std::size_t i = 0; i < k; ++i) {
+    const int j = xs[i];
+    const double L = lo[i], U = up[i];
     if (L == 0.0 && U == 0.0) continue;
     const double eps = b.is_integer(j) ? 1.0 : kZeroNormEps;
     std::vector<int> split{j};

@@ -68,25 +68,27 @@ std::pair<double, double> pwl_range(const std::vector<double>& xs, const std::ve
 }
 
 Status add_pwl(Builder& b, int x, int y, std::vector<double> xs, std::vector<double> ys, const BigMContext& c) {
-  const double lo = b.lb(x), hi = b.ub(x);
+  // The ends of the extended pieces are constants from the bounds of x, taken before
+  // anything is added.
+  double lo = b.lb(x), hi = b.ub(x);
   if (lo < xs.front()) {
-    if (!std::isfinite(lo)) {
-      BigMContext cl{c.who, "x may lie below the first point x = " + format_value(xs.front()) +
-                                ", where the function continues along its first piece, and the formulation "
-                                "needs the end of that piece"};
-      return missing_bound(b, x, false, cl);
-    }
+    BigMContext cl{c.who, "x may lie below the first point x = " + format_value(xs.front()) +
+                              ", where the function continues along its first piece, and the formulation "
+                              "needs the end of that piece"};
+    VLM_ASSIGN_OR_RETURN(lo, finite_lower(b, x, cl));
+  }
+  if (hi > xs.back()) {
+    BigMContext cu{c.who, "x may lie above the last point x = " + format_value(xs.back()) +
+                              ", where the function continues along its last piece, and the formulation "
+                              "needs the end of that piece"};
+    VLM_ASSIGN_OR_RETURN(hi, finite_upper(b, x, cu));
+  }
+  if (lo < xs.front()) {
     const double s = first_slope(xs, ys);
     ys.insert(ys.begin(), ys.front() + s * (lo - xs.front()));
     xs.insert(xs.begin(), lo);
   }
   if (hi > xs.back()) {
-    if (!std::isfinite(hi)) {
-      BigMContext cu{c.who, "x may lie above the last point x = " + format_value(xs.back()) +
-                                ", where the function continues along its last piece, and the formulation "
-                                "needs the end of that piece"};
-      return missing_bound(b, x, true, cu);
-    }
     const double s = last_slope(xs, ys);
     ys.push_back(ys.back() + s * (hi - xs.back()));
     xs.push_back(hi);

@@ -9,28 +9,39 @@ std::string describe_sos(const ModelData& d, int index) {
 }
 
 Status add_sos1(Builder& b, const std::vector<int>& members, const BigMContext& c) {
-  std::vector<int> active;
+  struct Member {
+    int j;
+    double l, u;  // the constants: bounds through big_m, 0 on a side the member cannot leave 0 to
+  };
+  std::vector<Member> active;
   bool all_binary = true;
   for (int j : members) {
     if (b.lb(j) == 0.0 && b.ub(j) == 0.0) continue;
-    // Check every bound before adding anything, so that a failure adds nothing.
-    if (b.ub(j) > 0.0) VLM_RETURN_IF_ERROR(finite_upper(b, j, c).status());
-    if (b.lb(j) < 0.0) VLM_RETURN_IF_ERROR(finite_lower(b, j, c).status());
+    // Every constant before anything is added, so that a failure adds nothing.
+    Member m{j, 0.0, 0.0};
+    if (b.ub(j) > 0.0) {
+      VLM_ASSIGN_OR_RETURN(m.u, finite_upper(b, j, c));
+    }
+    if (b.lb(j) < 0.0) {
+      VLM_ASSIGN_OR_RETURN(m.l, finite_lower(b, j, c));
+    }
     all_binary = all_binary && b.is_integer(j) && b.lb(j) >= 0.0 && b.ub(j) <= 1.0;
-    active.push_back(j);
+    active.push_back(m);
   }
   if (active.size() <= 1) return Status::Ok();
   if (all_binary) {
-    b.add_le(active, std::vector<double>(active.size(), 1.0), 1.0);
+    std::vector<int> ind;
+    for (const Member& m : active) ind.push_back(m.j);
+    b.add_le(ind, std::vector<double>(ind.size(), 1.0), 1.0);
     return Status::Ok();
   }
   std::vector<int> z;
   z.reserve(active.size());
-  for (int j : active) {
+  for (const Member& m : active) {
     const int zj = b.add_binary();
     z.push_back(zj);
-    if (b.ub(j) > 0.0) b.add_le({j, zj}, {1.0, -b.ub(j)}, 0.0);  // x <= u z
-    if (b.lb(j) < 0.0) b.add_ge({j, zj}, {1.0, -b.lb(j)}, 0.0);  // x >= l z
+    if (m.u > 0.0) b.add_le({m.j, zj}, {1.0, -m.u}, 0.0);  // x <= u z
+    if (m.l < 0.0) b.add_ge({m.j, zj}, {1.0, -m.l}, 0.0);  // x >= l z
   }
   b.add_le(z, std::vector<double>(z.size(), 1.0), 1.0);
   return Status::Ok();

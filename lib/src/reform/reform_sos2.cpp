@@ -14,9 +14,16 @@ Status add_sos2(Builder& b, const std::vector<int>& ordered, const std::vector<c
   bool all_allowed = true;
   for (int s = 0; s + 1 < n; ++s) all_allowed = all_allowed && pair_ok(s);
   if (n <= 2 && all_allowed) return Status::Ok();
-  for (int j : ordered) {
-    if (b.ub(j) > 0.0) VLM_RETURN_IF_ERROR(finite_upper(b, j, c).status());
-    if (b.lb(j) < 0.0) VLM_RETURN_IF_ERROR(finite_lower(b, j, c).status());
+  // Every constant before anything is added, so that a failure adds nothing.
+  std::vector<double> l(n, 0.0), u(n, 0.0);
+  for (int i = 0; i < n; ++i) {
+    const int j = ordered[i];
+    if (b.ub(j) > 0.0) {
+      VLM_ASSIGN_OR_RETURN(u[i], finite_upper(b, j, c));
+    }
+    if (b.lb(j) < 0.0) {
+      VLM_ASSIGN_OR_RETURN(l[i], finite_lower(b, j, c));
+    }
   }
   std::vector<int> z(std::max(n - 1, 0), -1);
   std::vector<int> zs;
@@ -27,19 +34,18 @@ Status add_sos2(Builder& b, const std::vector<int>& ordered, const std::vector<c
   }
   for (int i = 0; i < n; ++i) {
     const int j = ordered[i];
-    const double l = b.lb(j), u = b.ub(j);
-    if (l == 0.0 && u == 0.0) continue;
+    if (l[i] == 0.0 && u[i] == 0.0) continue;
     std::vector<int> ind{j};
     for (int s : {i - 1, i}) {
       if (s >= 0 && s + 1 < n && z[s] >= 0) ind.push_back(z[s]);
     }
-    if (u > 0.0) {
-      std::vector<double> val(ind.size(), -u);
+    if (u[i] > 0.0) {
+      std::vector<double> val(ind.size(), -u[i]);
       val[0] = 1.0;
       b.add_le(ind, val, 0.0);
     }
-    if (l < 0.0) {
-      std::vector<double> val(ind.size(), -l);
+    if (l[i] < 0.0) {
+      std::vector<double> val(ind.size(), -l[i]);
       val[0] = 1.0;
       b.add_ge(ind, val, 0.0);
     }
