@@ -114,7 +114,7 @@ void bench_indicators(VLMenv* env) {
   for (bool by_hand : {true, false}) {
     double best_build = 1e9, best_solve = 1e9;
     int rc = 0;
-    for (int r = 0; r < 5; ++r) {
+    for (int r = 0; r < 15; ++r) {
       auto t0 = std::chrono::steady_clock::now();
       VLMmodel* m = indicator_model(env, n, by_hand);
       const double build = seconds_since(t0);
@@ -186,7 +186,7 @@ void bench_pwl(VLMenv* env) {
   for (bool by_hand : {true, false}) {
     double best_build = 1e9, best_solve = 1e9;
     int rc = 0;
-    for (int r = 0; r < 5; ++r) {
+    for (int r = 0; r < 15; ++r) {
       auto t0 = std::chrono::steady_clock::now();
       VLMmodel* m = pwl_model(env, n, by_hand);
       const double build = seconds_since(t0);
