@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <optional>
 
 #include "attrs/attr_table.h"
@@ -13,6 +14,7 @@ namespace vlm::reform {
 namespace {
 
 std::string num(double v) {
+  if (std::fabs(v) >= VLM_INFINITY) return v > 0 ? "inf" : "-inf";
   char buf[32];
   std::snprintf(buf, sizeof buf, "%.6g", v);
   return buf;
@@ -63,7 +65,8 @@ class Builder {
 
  private:
   Status fail(int code, const std::string& what) const { return Status(code, who_ + ": " + what); }
-  Status too_many(double needed) const;
+  Status too_many(double needed, bool exact) const;
+  Status precision_failure(double x, double noise) const;
   int stretch_of(double x) const;
   double solve_slope(double a, double b, double s, int sigma) const;
   void measure(Piece& pc) const;
@@ -82,14 +85,20 @@ class Builder {
   double lo_ = 0.0, hi_ = 0.0;
 };
 
-Status Builder::too_many(double needed) const {
+Status Builder::too_many(double needed, bool exact) const {
   return fail(VLM_ERROR_SIZE_LIMIT_EXCEEDED,
               "the approximation over [" + num(lo_) + ", " + num(hi_) + "] needs " +
-                  (needed > kMaxFuncPieces ? "more than " + std::to_string(kMaxFuncPieces)
-                                           : num(needed)) +
+                  (exact ? num(needed) : "more than " + std::to_string(kMaxFuncPieces)) +
                   " pieces, more than the limit of " + std::to_string(kMaxFuncPieces) +
                   "; tighten the bounds of variable '" + xname_ +
                   "' or ask for fewer pieces (FuncPieces, FuncPieceLength, FuncPieceError)");
+}
+
+Status Builder::precision_failure(double x, double noise) const {
+  std::string s = "FuncPieceError " + num(opt_.piece_error) +
+                  " cannot be reached in double precision near x = " + num(x);
+  if (noise > 0.0) s += ", where rounding alone reaches " + num(noise);
+  return fail(VLM_ERROR_NUMERIC, s + "; use a larger error");
 }
 
 // Index of the convexity stretch holding x: 0 left of the first inflection point, and so on.
@@ -193,7 +202,12 @@ Status Builder::greedy_stretch(double s, double t, std::vector<Piece>& out) cons
       Piece pc = make_piece(x0, q);
       measure(pc);
       double gap = opt_.piece_ratio >= 0.0 ? pc.below + pc.above : std::max(pc.below, pc.above);
-      double ratio = gap / allowed(pc);
+      const double tol = allowed(pc);
+      // Below a few units in the last place of f, a measured gap is rounding noise and may
+      // even come out 0: such an error cannot be promised.
+      const double noise = 8 * std::numeric_limits<double>::epsilon() * std::max(std::fabs(pc.fp), std::fabs(pc.fq));
+      if (tol < noise) return precision_failure(x0, noise);
+      double ratio = gap / tol;
       if (std::isnan(ratio)) ratio = INFINITY;
       if (ratio <= 1.0) {
         good = h;
@@ -214,12 +228,10 @@ Status Builder::greedy_stretch(double s, double t, std::vector<Piece>& out) cons
       h = next;
     }
     if (!best || good <= 1e-12 * std::max(1.0, std::fabs(x0))) {
-      return fail(VLM_ERROR_NUMERIC, "FuncPieceError " + num(opt_.piece_error) +
-                                         " cannot be reached in double precision near x = " +
-                                         num(x0) + "; use a larger error");
+      return precision_failure(x0, 0.0);
     }
     out.push_back(*best);
-    if (out.size() > static_cast<std::size_t>(kMaxFuncPieces)) return too_many(kMaxFuncPieces + 1.0);
+    if (out.size() > static_cast<std::size_t>(kMaxFuncPieces)) return too_many(kMaxFuncPieces + 1.0, false);
     guess = good;
     x0 = best->q;
   }
@@ -292,7 +304,7 @@ StatusOr<PwlPoints> Builder::run(double lo, double hi) {
   if (infl_.size() >= static_cast<std::size_t>(kMaxFuncPieces) && (by_error || opt_.piece_ratio >= 0.0)) {
     // Error-driven pieces need one per convexity stretch, and the ratio rule measures every
     // stretch inside a piece.
-    return too_many(static_cast<double>(infl_.size()) + 1.0);
+    return too_many(static_cast<double>(infl_.size()) + 1.0, false);
   }
   if (opt_.pieces_count == -2) ext_ = f_.extrema(lo, hi, kMaxFuncPieces);
 
@@ -302,13 +314,13 @@ StatusOr<PwlPoints> Builder::run(double lo, double hi) {
   } else {
     std::vector<double> xs;
     if (pc >= 2.0) {
-      if (pc > kMaxFuncPieces) return too_many(pc);
+      if (pc > kMaxFuncPieces) return too_many(pc, true);
       const int n = static_cast<int>(pc);
       for (int i = 0; i < n; ++i) xs.push_back(lo + (hi - lo) * (static_cast<double>(i) / n));
     } else {
       const double len = opt_.piece_length;
       double n = std::ceil((hi - lo) / len * (1.0 - 1e-12));
-      if (!(n <= kMaxFuncPieces)) return too_many(n);
+      if (!(n <= kMaxFuncPieces)) return too_many(n, true);
       for (int i = 0; i < static_cast<int>(n); ++i) xs.push_back(lo + len * i);
     }
     xs.push_back(hi);
@@ -433,21 +445,28 @@ StatusOr<PwlPoints> func_breakpoints(const GenConstrData& g, double lb, double u
   if (worst_abs > m) {
     std::string what = "|y| reaches " + num(worst_abs) + " at x = " + num(pts[worst]) +
                        ", beyond FuncMaxVal " + num(m);
-    // At an end, the monotone stretch next to it crosses |f| = FuncMaxVal where that bound
-    // should be; find the crossing when the stretch's other end is within the limit.
-    const bool at_hi = worst == pts.size() - 1, at_lo = worst == 0;
-    if (at_hi || at_lo) {
-      double in = at_hi ? pts[pts.size() - 2] : pts[1], out = pts[worst];
-      if (std::fabs(f.value(in)) <= m) {
-        for (int it = 0; it < 200; ++it) {
-          double mid = 0.5 * (in + out);
-          if (mid == in || mid == out) break;
-          (std::fabs(f.value(mid)) <= m ? in : out) = mid;
-        }
-        what += "; give variable '" + x + "' " + (at_hi ? "an upper bound of at most " : "a lower bound of at least ") +
-                num_inward(in, at_hi) + " or raise FuncMaxVal (" + bounds_text() + ")";
-        return invalid(what);
+    // When only the ends go too far, the monotone stretch next to each such end crosses
+    // |f| = FuncMaxVal where that bound should be: say where.
+    auto too_far = [&](double v) { return !(std::fabs(f.value(v)) <= m); };
+    bool interior = false;
+    for (std::size_t i = 1; i + 1 < pts.size(); ++i) interior = interior || too_far(pts[i]);
+    auto crossing = [&](double in, double out) {
+      for (int it = 0; it < 200; ++it) {
+        double mid = 0.5 * (in + out);
+        if (mid == in || mid == out) break;
+        (too_far(mid) ? out : in) = mid;
       }
+      return in;
+    };
+    const double lo_in = pts[1], hi_in = pts[pts.size() - 2];
+    if (!interior && (!too_far(lo) || !too_far(lo_in)) && (!too_far(hi) || !too_far(hi_in))) {
+      std::string fix;
+      if (too_far(lo)) fix = "a lower bound of at least " + num_inward(crossing(lo_in, lo), false);
+      if (too_far(hi)) {
+        if (!fix.empty()) fix += " and ";
+        fix += "an upper bound of at most " + num_inward(crossing(hi_in, hi), true);
+      }
+      return invalid(what + "; give variable '" + x + "' " + fix + " or raise FuncMaxVal (" + bounds_text() + ")");
     }
     return invalid(what + "; tighten the bounds of variable '" + x + "' or raise FuncMaxVal (" + bounds_text() + ")");
   }
