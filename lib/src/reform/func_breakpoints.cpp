@@ -81,6 +81,7 @@ class Builder {
   const FuncOptions& opt_;
   std::string who_, xname_;
   std::vector<double> infl_;  // inflection points inside (lo, hi), ascending
+  std::vector<int> curv_;     // curvature of each stretch between them (lo, infl..., hi)
   std::vector<double> ext_;   // extrema inside (lo, hi), ascending
   double lo_ = 0.0, hi_ = 0.0;
 };
@@ -137,7 +138,7 @@ void Builder::measure(Piece& pc) const {
   };
   for (auto it = first;; ++it) {
     double b = (it != infl_.end() && *it < pc.q) ? *it : pc.q;
-    int sigma = f_.d2(0.5 * (a + b)) > 0.0 ? 1 : (f_.d2(0.5 * (a + b)) < 0.0 ? -1 : 0);
+    int sigma = curv_[static_cast<std::size_t>(stretch_of(0.5 * (a + b)))];
     if (sigma != 0) take(solve_slope(a, b, s, sigma));
     if (b != pc.q) take(b);
     if (b == pc.q) break;
@@ -181,8 +182,7 @@ Piece Builder::make_piece(double p, double q) const {
                *std::upper_bound(infl_.begin(), infl_.end(), p) < q;
   if (!spans) {
     pc.seg = sp;
-    double c = f_.d2(0.5 * (p + q));
-    pc.sigma = c > 0.0 ? 1 : (c < 0.0 ? -1 : 0);
+    pc.sigma = curv_[static_cast<std::size_t>(sp)];
   }
   return pc;
 }
@@ -305,6 +305,9 @@ StatusOr<PwlPoints> Builder::run(double lo, double hi) {
     // Error-driven pieces need one per convexity stretch, and the ratio rule measures every
     // stretch inside a piece.
     return too_many(static_cast<double>(infl_.size()) + 1.0, false);
+  }
+  for (std::size_t k = 0; k <= infl_.size(); ++k) {
+    curv_.push_back(f_.curvature(k == 0 ? lo : infl_[k - 1], k == infl_.size() ? hi : infl_[k]));
   }
   if (opt_.pieces_count == -2) ext_ = f_.extrema(lo, hi, kMaxFuncPieces);
 

@@ -188,6 +188,25 @@ double UnivariateFunction::d2(double x) const {
   }
 }
 
+int UnivariateFunction::curvature(double lo, double hi) const {
+  auto sign = [](double v) { return v > 0.0 ? 1 : (v < 0.0 ? -1 : 0); };
+  const double m = 0.5 * (lo + hi);
+  switch (type_) {
+    case GenType::kExp: return 1;
+    case GenType::kExpA: return ln_a_ == 0.0 ? 0 : 1;
+    case GenType::kLog: return -1;
+    case GenType::kLogA: return ln_a_ > 0.0 ? -1 : 1;
+    case GenType::kLogistic: return m < 0.0 ? 1 : -1;
+    case GenType::kPow: {
+      // a(a-1) x^(a-2): for x < 0 (integer a only) x^(a-2) has the sign (-1)^a.
+      int s = sign(a_ * (a_ - 1.0));
+      bool even = is_integer(a_) && std::fmod(a_, 2.0) == 0.0;
+      return m >= 0.0 || even ? s : -s;
+    }
+    default: return sign(d2(m));
+  }
+}
+
 std::vector<double> UnivariateFunction::inflections(double lo, double hi, int limit) const {
   std::vector<double> out;
   switch (type_) {

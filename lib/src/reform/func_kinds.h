@@ -28,6 +28,10 @@ class UnivariateFunction {
   double d1(double x) const;
   double d2(double x) const;
 
+  // Sign of f'' (+1 convex, -1 concave, 0 linear) on [lo, hi], a stretch without inflection
+  // points inside. Decided from the formula where f'' can underflow (exp far left, logistic in
+  // its tails), else from f'' at the middle.
+  int curvature(double lo, double hi) const;
   // Points strictly inside (lo, hi) where f'' changes sign, ascending. At most `limit` + 1
   // are returned (a caller that needs at most `limit` learns that there are more).
   // Cost: O(count) for the trigonometric kinds, O(degree^2 * 60) for a polynomial.

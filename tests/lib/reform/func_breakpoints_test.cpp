@@ -260,6 +260,18 @@ TEST(FuncBreakpointsTest, InfiniteBoundsAreClippedToFuncMaxVal) {
   EXPECT_EQ(ls.x.front(), -1e4);
   EXPECT_EQ(ls.x.back(), 1e4);
   EXPECT_LT(sloped_pieces(ls), 200);
+  Deviation dl = deviation(ls, [](double x) { return 1 / (1 + std::exp(-x)); });
+  EXPECT_LE(std::max(dl.above, dl.below), 1e-3 * (1 + 1e-6));
+  // Far left, exp and its derivatives underflow to 0; the left tail must still be measured as
+  // convex. A chord of e^x over length h is off by at most e^x h^2 / 8, so about
+  // integral sqrt(e^x / 8e-3) dx = 2 e^(2/2) / sqrt(8e-3) = 60.8 pieces cover (-inf, 2].
+  PwlPoints ex = points(func(GenType::kExp), -VLM_INFINITY, 2, opts(-1, 1e-3, 0.0, 1e-2, 1e4));
+  EXPECT_EQ(ex.x.front(), -1e4);
+  Deviation de = deviation(ex, [](double x) { return std::exp(x); });
+  EXPECT_LE(de.below, 1e-3 * (1 + 1e-6));
+  EXPECT_LE(de.above, 1e-12);
+  EXPECT_GE(sloped_pieces(ex), 61);
+  EXPECT_LE(sloped_pieces(ex), 66);
 }
 
 // ---- options ----------------------------------------------------------------------------------
