@@ -278,7 +278,7 @@ PwlPoints Builder::assemble(const std::vector<Piece>& pieces) const {
     if (a.seg >= 0 && a.seg == b.seg && a.sigma != 0 && a.sigma == b.sigma &&
         a.sigma * (b.slope() - a.slope()) > 0.0) {
       double x = a.q + (line(b, a.q) - line(a, a.q)) / (a.slope() - b.slope());
-      if (x >= a.p && x <= b.q && x >= out.x.back()) {
+      if (x >= a.p && x <= b.q && x > out.x.back()) {
         push(x, line(a, x));
         continue;
       }
