@@ -71,8 +71,9 @@ FuncOptions func_options(const ModelData& d, int index, const ParamSet& params);
 //   positive);
 // - SIZE_LIMIT_EXCEEDED: more than kMaxFuncPieces pieces would be needed;
 // - NUMERIC: piece_error too small to be reached in double precision.
-// Cost: O(pieces) evaluations for fixed counts and lengths; about 10 searches of 100 steps per
-// piece for error-driven pieces.
+// Cost: O(pieces) evaluations for fixed counts and lengths (times the inflection points inside
+// a piece when piece_ratio >= 0); error-driven, a few measurements per piece, each a bisection
+// of at most 100 steps (80,000 pieces of x^2 take about 0.1 s).
 StatusOr<PwlPoints> func_breakpoints(const GenConstrData& g, double lb, double ub,
                                      const FuncOptions& opt, std::string_view xname = {});
 

@@ -24,6 +24,8 @@ class UnivariateFunction {
   static StatusOr<UnivariateFunction> of(const GenConstrData& g);
 
   GenType type() const { return type_; }
+  // f(x), f'(x) and f''(x) in double precision; outside the domain (see check_domain) the
+  // result is NaN or infinite, never a failure. O(1), a polynomial O(degree).
   double value(double x) const;
   double d1(double x) const;
   double d2(double x) const;

@@ -12,6 +12,8 @@
 #include <numbers>
 
 #include "attrs/attr_table.h"
+#include "capi/handles.h"
+#include "model_fixture.h"
 
 namespace vlm::reform {
 namespace {
@@ -308,6 +310,32 @@ TEST(FuncOptionsTest, AttributeBeatsOptionsTextBeatsParameter) {
   EXPECT_EQ(func_options(d, 0, params).piece_length, 0.5);
 }
 
+// The same through the C API, so that the options are read where the library stores them:
+// parameters on the model's environment, attributes set by element, the options text.
+// exp(x) on [0, 1] with FuncPieces 4 set as an attribute gives 4 pieces, 5 points.
+class FuncOptionsStoreTest : public ModelFixture {};
+
+TEST_F(FuncOptionsStoreTest, OptionsSetThroughTheLibraryReachTheBreakpoints) {
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, 0, 0, 1, 'C', "x"), VLM_OK);
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, 0, 0, 10, 'C', "y"), VLM_OK);
+  ASSERT_EQ(VLMaddgenconstrExp(m_, "e1", 0, 1, "FuncPieceRatio=1"), VLM_OK);
+  ASSERT_EQ(VLMaddgenconstrExp(m_, "e2", 0, 1, nullptr), VLM_OK);
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "FuncPieceError", 0.05), VLM_OK);
+  ASSERT_EQ(VLMsetintattrelement(m_, "FuncPieces", 0, 4), VLM_OK);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  const ModelData& d = m_->model->data();
+  const ParamSet& params = m_->model->env().params();
+
+  FuncOptions o1 = func_options(d, 0, params), o2 = func_options(d, 1, params);
+  EXPECT_EQ(o1.pieces_count, 4);
+  EXPECT_EQ(o1.piece_ratio, 1);
+  EXPECT_EQ(o2.pieces_count, 0);
+  EXPECT_EQ(o2.piece_error, 0.05);
+  PwlPoints p1 = points(d.genconstrs[0], d.lb[0], d.ub[0], o1);
+  EXPECT_EQ(sloped_pieces(p1), 4);
+  EXPECT_LE(deviation(p1, [](double x) { return std::exp(x); }).below, 1e-12);
+}
+
 // ---- refusals ---------------------------------------------------------------------------------
 
 void expect_error(const GenConstrData& g, double lb, double ub, const FuncOptions& o, int code,
@@ -376,19 +404,20 @@ TEST(FuncBreakpointsErrorTest, ValuesBeyondFuncMaxValSayWhichBoundToSet) {
 TEST(FuncBreakpointsErrorTest, TooManyPiecesAndUnreachableErrorsAreRefused) {
   const int big = VLM_ERROR_SIZE_LIMIT_EXCEEDED;
   // sin over +-1e6 changes curvature 636,620 times: more stretches than pieces allowed.
+  const std::string advice =
+      " pieces, more than the limit of 100000; tighten the bounds of variable 'x' or ask for fewer "
+      "pieces (FuncPieces, FuncPieceLength, FuncPieceError)";
   expect_error(func(GenType::kSin), -VLM_INFINITY, VLM_INFINITY, opts(0), big,
                "Function constraint 'g' (y = sin(x)): the approximation over [-1e+06, 1e+06] needs more "
-               "than 100000 pieces, more than the limit of 100000; tighten the bounds of variable 'x' or "
-               "ask for fewer pieces (FuncPieces, FuncPieceLength, FuncPieceError)");
+               "than 100000" + advice);
   // x^2 on [0, 1000] with error 1e-5 needs 1000 / sqrt(4e-5) = 158,114 pieces.
   expect_error(func(GenType::kPow, 2), 0, 1000, opts(-1, 1e-5), big,
-               "Function constraint 'g' (y = x^2): the approximation over [0, 1000] needs more than 100000 "
-               "pieces, more than the limit of 100000; tighten the bounds of variable 'x' or ask for fewer "
-               "pieces (FuncPieces, FuncPieceLength, FuncPieceError)");
+               "Function constraint 'g' (y = x^2): the approximation over [0, 1000] needs more than 100000" +
+                   advice);
   expect_error(func(GenType::kExp), 0, 1, opts(1, 1e-3, -1, 1e-6), big,
-               "Function constraint 'g' (y = exp(x)): the approximation over [0, 1] needs 1e+06 pieces, more "
-               "than the limit of 100000; tighten the bounds of variable 'x' or ask for fewer pieces "
-               "(FuncPieces, FuncPieceLength, FuncPieceError)");
+               "Function constraint 'g' (y = exp(x)): the approximation over [0, 1] needs 1e+06" + advice);
+  expect_error(func(GenType::kExp), 0, 1, opts(100001), big,
+               "Function constraint 'g' (y = exp(x)): the approximation over [0, 1] needs 100001" + advice);
   // Near 13, exp is 4.4e5 and one unit in its last place 5.8e-11: an error of 1e-12 is below
   // what the arithmetic can tell. The noise floor is 8 * 2.220446e-16 * exp(13.001) = 7.8667e-10.
   expect_error(func(GenType::kExp), 13, 13.001, opts(-1, 1e-12), VLM_ERROR_NUMERIC,
