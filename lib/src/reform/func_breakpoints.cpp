@@ -65,7 +65,8 @@ class Builder {
 
  private:
   Status fail(int code, const std::string& what) const { return Status(code, who_ + ": " + what); }
-  Status too_many(double needed, bool exact) const;
+  // SIZE_LIMIT_EXCEEDED; `needed` is the count when known, else negative.
+  Status too_many(double needed) const;
   Status precision_failure(double x, double noise) const;
   int stretch_of(double x) const;
   double solve_slope(double a, double b, double s, int sigma) const;
@@ -86,10 +87,10 @@ class Builder {
   double lo_ = 0.0, hi_ = 0.0;
 };
 
-Status Builder::too_many(double needed, bool exact) const {
+Status Builder::too_many(double needed) const {
   return fail(VLM_ERROR_SIZE_LIMIT_EXCEEDED,
               "the approximation over [" + num(lo_) + ", " + num(hi_) + "] needs " +
-                  (exact ? num(needed) : "more than " + std::to_string(kMaxFuncPieces)) +
+                  (needed >= 0.0 ? num(needed) : "more than " + std::to_string(kMaxFuncPieces)) +
                   " pieces, more than the limit of " + std::to_string(kMaxFuncPieces) +
                   "; tighten the bounds of variable '" + xname_ +
                   "' or ask for fewer pieces (FuncPieces, FuncPieceLength, FuncPieceError)");
@@ -227,11 +228,13 @@ Status Builder::greedy_stretch(double s, double t, std::vector<Piece>& out) cons
       if (bad - good <= 1e-13 * std::max(1.0, std::fabs(x0))) break;
       h = next;
     }
-    if (!best || good <= 1e-12 * std::max(1.0, std::fabs(x0))) {
+    // A short piece is fine where the stretch ends; elsewhere it means the search ran into
+    // rounding.
+    if (!best || (best->q != t && good <= 1e-12 * std::max(1.0, std::fabs(x0)))) {
       return precision_failure(x0, 0.0);
     }
     out.push_back(*best);
-    if (out.size() > static_cast<std::size_t>(kMaxFuncPieces)) return too_many(kMaxFuncPieces + 1.0, false);
+    if (out.size() > static_cast<std::size_t>(kMaxFuncPieces)) return too_many(-1.0);
     guess = good;
     x0 = best->q;
   }
@@ -304,7 +307,7 @@ StatusOr<PwlPoints> Builder::run(double lo, double hi) {
   if (infl_.size() >= static_cast<std::size_t>(kMaxFuncPieces) && (by_error || opt_.piece_ratio >= 0.0)) {
     // Error-driven pieces need one per convexity stretch, and the ratio rule measures every
     // stretch inside a piece.
-    return too_many(static_cast<double>(infl_.size()) + 1.0, false);
+    return too_many(-1.0);
   }
   for (std::size_t k = 0; k <= infl_.size(); ++k) {
     curv_.push_back(f_.curvature(k == 0 ? lo : infl_[k - 1], k == infl_.size() ? hi : infl_[k]));
@@ -317,16 +320,19 @@ StatusOr<PwlPoints> Builder::run(double lo, double hi) {
   } else {
     std::vector<double> xs;
     if (pc >= 2.0) {
-      if (pc > kMaxFuncPieces) return too_many(pc, true);
+      if (pc > kMaxFuncPieces) return too_many(pc);
       const int n = static_cast<int>(pc);
       for (int i = 0; i < n; ++i) xs.push_back(lo + (hi - lo) * (static_cast<double>(i) / n));
     } else {
       const double len = opt_.piece_length;
-      double n = std::ceil((hi - lo) / len * (1.0 - 1e-12));
-      if (!(n <= kMaxFuncPieces)) return too_many(n, true);
+      // A remainder below 1e-9 of a length joins the last piece instead of making a sliver.
+      double n = std::max(1.0, std::ceil((hi - lo) / len - 1e-9));
+      if (!(n <= kMaxFuncPieces)) return too_many(n);
       for (int i = 0; i < static_cast<int>(n); ++i) xs.push_back(lo + len * i);
     }
     xs.push_back(hi);
+    // Over a range only a few units in the last place wide, neighbours may round to one x.
+    xs.erase(std::unique(xs.begin(), xs.end()), xs.end());
     for (std::size_t i = 0; i + 1 < xs.size(); ++i) {
       Piece p = make_piece(xs[i], xs[i + 1]);
       if (opt_.piece_ratio >= 0.0) measure(p);

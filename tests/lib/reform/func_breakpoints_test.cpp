@@ -245,6 +245,13 @@ TEST(FuncBreakpointsTest, PieceCountsFollowFuncPiecesAndFuncPieceLength) {
   EXPECT_GE(h, 112);
   EXPECT_LE(h, 115);
 
+  // A range narrower than the rounding floor of the search is one piece, not a failure; a
+  // sine over [-1e-13, 1] has a stretch of 1e-13 left of its inflection point at 0.
+  EXPECT_EQ(points(e, 1, 1 + 1e-14, opts(0)).x.size(), 2u);
+  EXPECT_EQ(points(func(GenType::kSin), -1e-13, 1, opts(0)).x.front(), -1e-13);
+  // Equal pieces over a range a few units in the last place wide keep distinct points.
+  PwlPoints narrow = points(e, 1, std::nextafter(std::nextafter(1.0, 2.0), 2.0), opts(10, 1e-3, 0.0));
+  EXPECT_EQ(narrow.x.size(), 3u);
   // A fixed x gives one zero-length piece.
   PwlPoints fixed = points(e, 1, 1, opts(0));
   ASSERT_EQ(fixed.x.size(), 2u);
