@@ -196,9 +196,14 @@ Status Builder::greedy_stretch(double s, double t, std::vector<Piece>& out) cons
   double x0 = s, guess = t - s;
   while (x0 < t) {
     const double rem = t - x0;
+    // Lengths are resolved down to a few hundred units in the last place of x0.
+    const double floor = 1e-14 * std::fabs(x0) + std::numeric_limits<double>::min();
     double good = 0.0, bad = INFINITY, h = std::min(guess, rem);
     std::optional<Piece> best;
-    for (int it = 0; it < 100; ++it) {
+    // Where the gap grows slower than the square of the length (log near 0, where it grows
+    // with log(h / x0)), each guess shrinks h only by sqrt(gap / allowed): up to about a
+    // hundred guesses from a whole stretch down to the first piece.
+    for (int it = 0; it < 300; ++it) {
       double q = h >= rem ? t : x0 + h;
       Piece pc = make_piece(x0, q);
       measure(pc);
@@ -225,12 +230,12 @@ Status Builder::greedy_stretch(double s, double t, std::vector<Piece>& out) cons
       } else if (!(next > good && next < bad)) {
         next = 0.5 * (good + bad);
       }
-      if (bad - good <= 1e-13 * std::max(1.0, std::fabs(x0))) break;
+      if (bad - good <= floor) break;
       h = next;
     }
     // A short piece is fine where the stretch ends; elsewhere it means the search ran into
     // rounding.
-    if (!best || (best->q != t && good <= 1e-12 * std::max(1.0, std::fabs(x0)))) {
+    if (!best || (best->q != t && good <= 10 * floor)) {
       return precision_failure(x0, 0.0);
     }
     out.push_back(*best);
@@ -367,6 +372,67 @@ Status check_options(const FuncOptions& o, const std::string& who) {
   return Status::Ok();
 }
 
+// |f| must stay within FuncMaxVal (m) over [lo, hi]. The points where |f| can be largest or
+// least are the ends, the extrema, and a zero of f on each monotone stretch where f changes
+// sign: between two neighbours of that list f is monotone and of one sign, so |f| is monotone
+// too. When only the ends go too far, the bound to set is where |f| crosses m between an end
+// and its neighbour. `refuse(what, fix)` builds the failure; `fix` is "" when no single bound
+// fixes it.
+template <class Refuse>
+Status check_range(const UnivariateFunction& f, double lo, double hi, double m, Refuse refuse) {
+  auto abs_f = [&](double v) {
+    double a = std::fabs(f.value(v));
+    return std::isnan(a) ? INFINITY : a;
+  };
+  auto too_far = [&](double v) { return !(abs_f(v) <= m); };
+  std::vector<double> ends{lo};
+  for (double e : f.extrema(lo, hi, kMaxFuncPieces)) ends.push_back(e);
+  ends.push_back(hi);
+  std::vector<double> pts{lo};
+  for (std::size_t i = 0; i + 1 < ends.size(); ++i) {
+    double a = ends[i], b = ends[i + 1];
+    const bool neg_a = f.value(a) < 0.0;
+    if (neg_a != (f.value(b) < 0.0) && f.value(a) != 0.0 && f.value(b) != 0.0) {
+      for (int it = 0; it < 200; ++it) {
+        double mid = 0.5 * (a + b);
+        if (mid == a || mid == b) break;
+        ((f.value(mid) < 0.0) == neg_a ? a : b) = mid;
+      }
+      pts.push_back(a);
+    }
+    pts.push_back(ends[i + 1]);
+  }
+  std::size_t worst = 0, least = 0;
+  for (std::size_t i = 0; i < pts.size(); ++i) {
+    if (abs_f(pts[i]) > abs_f(pts[worst])) worst = i;
+    if (abs_f(pts[i]) < abs_f(pts[least])) least = i;
+  }
+  if (!too_far(pts[worst])) return Status::Ok();
+  if (too_far(pts[least])) {
+    return refuse("|y| is at least " + num(abs_f(pts[least])) + " everywhere within the bounds, beyond FuncMaxVal " + num(m), "");
+  }
+  const std::string what = "|y| reaches " + num(abs_f(pts[worst])) + " at x = " + num(pts[worst]) +
+                           ", beyond FuncMaxVal " + num(m);
+  for (std::size_t i = 1; i + 1 < pts.size(); ++i) {
+    if (too_far(pts[i])) return refuse(what, "");
+  }
+  auto crossing = [&](double in, double out) {
+    for (int it = 0; it < 200; ++it) {
+      double mid = 0.5 * (in + out);
+      if (mid == in || mid == out) break;
+      (too_far(mid) ? out : in) = mid;
+    }
+    return in;
+  };
+  std::string fix;
+  if (too_far(lo)) fix = "a lower bound of at least " + num_inward(crossing(pts[1], lo), false);
+  if (too_far(hi)) {
+    if (!fix.empty()) fix += " and ";
+    fix += "an upper bound of at most " + num_inward(crossing(pts[pts.size() - 2], hi), true);
+  }
+  return refuse(what, fix);
+}
+
 }  // namespace
 
 FuncOptions func_options(const GenConstrData& g, const ParamSet& params) {
@@ -436,49 +502,11 @@ StatusOr<PwlPoints> func_breakpoints(const GenConstrData& g, double lb, double u
     return invalid(dc.problem + "; give variable '" + x + "' " + dc.fix + " (" + bounds_text() + ")");
   }
 
-  // |f| must stay within FuncMaxVal. f is monotone between its extrema, so its extremes over
-  // [lo, hi] are among the values there and at the ends.
-  std::vector<double> pts{lo};
-  for (double e : f.extrema(lo, hi, kMaxFuncPieces)) pts.push_back(e);
-  pts.push_back(hi);
-  std::size_t worst = 0;
-  double worst_abs = -1.0;
-  for (std::size_t i = 0; i < pts.size(); ++i) {
-    double v = std::fabs(f.value(pts[i]));
-    if (std::isnan(v)) v = INFINITY;
-    if (v > worst_abs) {
-      worst_abs = v;
-      worst = i;
-    }
-  }
-  if (worst_abs > m) {
-    std::string what = "|y| reaches " + num(worst_abs) + " at x = " + num(pts[worst]) +
-                       ", beyond FuncMaxVal " + num(m);
-    // When only the ends go too far, the monotone stretch next to each such end crosses
-    // |f| = FuncMaxVal where that bound should be: say where.
-    auto too_far = [&](double v) { return !(std::fabs(f.value(v)) <= m); };
-    bool interior = false;
-    for (std::size_t i = 1; i + 1 < pts.size(); ++i) interior = interior || too_far(pts[i]);
-    auto crossing = [&](double in, double out) {
-      for (int it = 0; it < 200; ++it) {
-        double mid = 0.5 * (in + out);
-        if (mid == in || mid == out) break;
-        (too_far(mid) ? out : in) = mid;
-      }
-      return in;
-    };
-    const double lo_in = pts[1], hi_in = pts[pts.size() - 2];
-    if (!interior && (!too_far(lo) || !too_far(lo_in)) && (!too_far(hi) || !too_far(hi_in))) {
-      std::string fix;
-      if (too_far(lo)) fix = "a lower bound of at least " + num_inward(crossing(lo_in, lo), false);
-      if (too_far(hi)) {
-        if (!fix.empty()) fix += " and ";
-        fix += "an upper bound of at most " + num_inward(crossing(hi_in, hi), true);
-      }
-      return invalid(what + "; give variable '" + x + "' " + fix + " or raise FuncMaxVal (" + bounds_text() + ")");
-    }
-    return invalid(what + "; tighten the bounds of variable '" + x + "' or raise FuncMaxVal (" + bounds_text() + ")");
-  }
+  VLM_RETURN_IF_ERROR(check_range(f, lo, hi, m, [&](const std::string& what, const std::string& fix) {
+    return invalid(what + "; " + (fix.empty() ? "change the bounds of variable '" + x + "'"
+                                              : "give variable '" + x + "' " + fix) +
+                   " or raise FuncMaxVal (" + bounds_text() + ")");
+  }));
 
   Builder b(f, opt, who, x);
   return b.run(lo, hi);

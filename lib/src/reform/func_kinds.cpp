@@ -282,14 +282,16 @@ UnivariateFunction::DomainCheck UnivariateFunction::check_domain(double lo, doub
       }
       break;
     case GenType::kTan: {
-      // Poles at pi/2 + k*pi; a bound exactly on a pole is as bad as crossing it.
-      double k = std::ceil((lo - kPi / 2) / kPi);
-      double pole = kPi / 2 + k * kPi;
-      if (pole <= hi) {
-        double left = pole - kPi, right = pole + kPi;
-        std::string fix = lo < pole ? "bounds inside (" + num(left) + ", " + num(pole) + ")"
-                                    : "bounds inside (" + num(pole) + ", " + num(right) + ")";
-        c = {false, "tan(x) has a pole at x = " + num(pole) + " inside the bounds", fix};
+      // Poles at pi/2 + k*pi; a bound exactly on a pole is as bad as crossing it. The advice
+      // names the pole-free interval around the middle of the bounds (around 0 for free x).
+      double first = kPi / 2 + std::ceil((lo - kPi / 2) / kPi) * kPi;
+      if (first <= hi) {
+        double mid = 0.5 * (lo + hi);
+        double k = std::floor((mid + kPi / 2) / kPi);
+        double left = k * kPi - kPi / 2, right = k * kPi + kPi / 2;
+        double pole = right <= hi ? right : (left >= lo ? left : first);
+        c = {false, "tan(x) has a pole at x = " + num(pole) + " inside the bounds",
+             "bounds inside (" + num(left) + ", " + num(right) + ")"};
       }
       break;
     }

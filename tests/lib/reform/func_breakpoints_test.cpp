@@ -249,6 +249,14 @@ TEST(FuncBreakpointsTest, PieceCountsFollowFuncPiecesAndFuncPieceLength) {
   // sine over [-1e-13, 1] has a stretch of 1e-13 left of its inflection point at 0.
   EXPECT_EQ(points(e, 1, 1 + 1e-14, opts(0)).x.size(), 2u);
   EXPECT_EQ(points(func(GenType::kSin), -1e-13, 1, opts(0)).x.front(), -1e-13);
+  // log looks the same on [x, cx] at every scale, so [1e-300, 1] is covered by pieces of one
+  // ratio c. The chord of [x, cx] is off by ln((c-1)/ln c) - 1 + ln c/(c-1), which is 1e-3 at
+  // c = 1.09357: at least ln(1e300)/ln(c) = 7723 pieces; accepting pieces at 95% of the error
+  // (c - 1 at least sqrt(0.95) as large) at most 7915.
+  PwlPoints tiny = points(func(GenType::kLog), 1e-300, 1, opts(-1, 1e-3));
+  EXPECT_GE(sloped_pieces(tiny), 7723);
+  EXPECT_LE(sloped_pieces(tiny), 7915);
+  EXPECT_LE(deviation(tiny, [](double x) { return std::log(x); }).below, 1e-3 * (1 + 1e-6));
   // Equal pieces over a range a few units in the last place wide keep distinct points.
   PwlPoints narrow = points(e, 1, std::nextafter(std::nextafter(1.0, 2.0), 2.0), opts(10, 1e-3, 0.0));
   EXPECT_EQ(narrow.x.size(), 3u);
@@ -373,6 +381,11 @@ TEST(FuncBreakpointsErrorTest, DomainViolationsNameTheConstraintAndTheBoundToSet
   expect_error(func(GenType::kTan), 0, 2, opts(0), inv,
                "Function constraint 'g' (y = tan(x)): tan(x) has a pole at x = 1.5708 inside the bounds; "
                "give variable 'x' bounds inside (-1.5708, 1.5708) (its bounds are [0, 2])");
+  // Free x: the advice is the interval around 0.
+  expect_error(func(GenType::kTan), -VLM_INFINITY, VLM_INFINITY, opts(0), inv,
+               "Function constraint 'g' (y = tan(x)): tan(x) has a pole at x = 1.5708 inside the bounds; "
+               "give variable 'x' bounds inside (-1.5708, 1.5708) (its bounds are [-inf, inf], clipped to "
+               "[-1e+06, 1e+06] by FuncMaxVal)");
   // A bound exactly on the pole is refused too (tan is infinite there).
   expect_error(func(GenType::kTan), 2, std::numbers::pi / 2 + std::numbers::pi, opts(0), inv,
                "Function constraint 'g' (y = tan(x)): tan(x) has a pole at x = 4.71239 inside the bounds; "
@@ -399,7 +412,17 @@ TEST(FuncBreakpointsErrorTest, ValuesBeyondFuncMaxValSayWhichBoundToSet) {
                "or raise FuncMaxVal (its bounds are [-1, 1])");
   expect_error(func(GenType::kPoly, 0, {-400, 0, 1000}), -2, 2, opts(0, 1e-3, -1, 1e-2, 100), inv,
                "Function constraint 'g' (y = -400x^2 + 1000): |y| reaches 1000 at x = 0, beyond FuncMaxVal "
-               "100; tighten the bounds of variable 'x' or raise FuncMaxVal (its bounds are [-2, 2])");
+               "100; change the bounds of variable 'x' or raise FuncMaxVal (its bounds are [-2, 2])");
+  // x^3 on free x: both ends too far, the bounds go where x^3 = -+1e6 (x = -+100).
+  expect_error(func(GenType::kPow, 3), -VLM_INFINITY, VLM_INFINITY, opts(0), inv,
+               "Function constraint 'g' (y = x^3): |y| reaches 1e+18 at x = -1e+06, beyond FuncMaxVal 1e+06; "
+               "give variable 'x' a lower bound of at least -100 and an upper bound of at most 100 or raise "
+               "FuncMaxVal (its bounds are [-inf, inf], clipped to [-1e+06, 1e+06] by FuncMaxVal)");
+  // exp on [20, 30] is at least e^20 = 4.85165e8 throughout.
+  expect_error(func(GenType::kExp), 20, 30, opts(0), inv,
+               "Function constraint 'g' (y = exp(x)): |y| is at least 4.85165e+08 everywhere within the "
+               "bounds, beyond FuncMaxVal 1e+06; change the bounds of variable 'x' or raise FuncMaxVal (its "
+               "bounds are [20, 30])");
   expect_error(func(GenType::kSin), 0, VLM_INFINITY, opts(0, 1e-3, -1, 1e-2, VLM_INFINITY), inv,
                "Function constraint 'g' (y = sin(x)): variable 'x' needs a finite upper bound for the "
                "approximation (FuncMaxVal is infinite, so none is assumed)");
