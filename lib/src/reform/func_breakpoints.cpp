@@ -34,7 +34,9 @@ std::string num_inward(double v, bool down) {
 std::optional<double> option_in_text(const std::string& options, std::string_view key) {
   std::size_t pos = 0;
   while (pos < options.size()) {
-    while (pos < options.size() && (options[pos] == ' ' || options[pos] == ',' || options[pos] == '\t')) ++pos;
+    while (pos < options.size() &&
+           (options[pos] == ' ' || options[pos] == ',' || options[pos] == '\t'))
+      ++pos;
     std::size_t end = options.find_first_of(" ,\t", pos);
     if (end == std::string::npos) end = options.size();
     std::string_view word(options.data() + pos, end - pos);
@@ -117,7 +119,10 @@ double Builder::solve_slope(double a, double b, double s, int sigma) const {
   for (int it = 0; it < 100; ++it) {
     double m = 0.5 * (a + b);
     if (m <= a || m >= b) break;
-    if (h(m) < 0.0) a = m; else b = m;
+    if (h(m) < 0.0)
+      a = m;
+    else
+      b = m;
   }
   return 0.5 * (a + b);
 }
@@ -211,7 +216,8 @@ Status Builder::greedy_stretch(double s, double t, std::vector<Piece>& out) cons
       const double tol = allowed(pc);
       // Below a few units in the last place of f, a measured gap is rounding noise and may
       // even come out 0: such an error cannot be promised.
-      const double noise = 8 * std::numeric_limits<double>::epsilon() * std::max(std::fabs(pc.fp), std::fabs(pc.fq));
+      const double noise =
+          8 * std::numeric_limits<double>::epsilon() * std::max(std::fabs(pc.fp), std::fabs(pc.fq));
       if (tol < noise) return precision_failure(x0, noise);
       double ratio = gap / tol;
       if (std::isnan(ratio)) ratio = INFINITY;
@@ -275,7 +281,9 @@ PwlPoints Builder::assemble(const std::vector<Piece>& pieces) const {
     return out;
   }
   auto shift = [r](const Piece& pc) { return -pc.below + r * (pc.below + pc.above); };
-  auto line = [&](const Piece& pc, double x) { return pc.fp + shift(pc) + pc.slope() * (x - pc.p); };
+  auto line = [&](const Piece& pc, double x) {
+    return pc.fp + shift(pc) + pc.slope() * (x - pc.p);
+  };
   auto push = [&](double x, double y) {
     out.x.push_back(x);
     out.y.push_back(y);
@@ -309,7 +317,8 @@ StatusOr<PwlPoints> Builder::run(double lo, double hi) {
   const double pc = opt_.pieces_count;
   const bool by_error = pc <= 0.0;
   infl_ = f_.inflections(lo, hi, kMaxFuncPieces);
-  if (infl_.size() >= static_cast<std::size_t>(kMaxFuncPieces) && (by_error || opt_.piece_ratio >= 0.0)) {
+  if (infl_.size() >= static_cast<std::size_t>(kMaxFuncPieces) &&
+      (by_error || opt_.piece_ratio >= 0.0)) {
     // Error-driven pieces need one per convexity stretch, and the ratio rule measures every
     // stretch inside a piece.
     return too_many(-1.0);
@@ -354,7 +363,9 @@ StatusOr<PwlPoints> Builder::run(double lo, double hi) {
 }
 
 Status check_options(const FuncOptions& o, const std::string& who) {
-  auto bad = [&](const std::string& what) { return Status(VLM_ERROR_VALUE_OUT_OF_RANGE, who + ": " + what); };
+  auto bad = [&](const std::string& what) {
+    return Status(VLM_ERROR_VALUE_OUT_OF_RANGE, who + ": " + what);
+  };
   const double pc = o.pieces_count;
   if (!(std::floor(pc) == pc) || pc < -2.0) {
     return bad("FuncPieces " + num(pc) + " is not one of 2 or more, 1, 0, -1 or -2");
@@ -409,7 +420,9 @@ Status check_range(const UnivariateFunction& f, double lo, double hi, double m, 
   }
   if (!too_far(pts[worst])) return Status::Ok();
   if (too_far(pts[least])) {
-    return refuse("|y| is at least " + num(abs_f(pts[least])) + " everywhere within the bounds, beyond FuncMaxVal " + num(m), "");
+    return refuse("|y| is at least " + num(abs_f(pts[least])) +
+                      " everywhere within the bounds, beyond FuncMaxVal " + num(m),
+                  "");
   }
   const std::string what = "|y| reaches " + num(abs_f(pts[worst])) + " at x = " + num(pts[worst]) +
                            ", beyond FuncMaxVal " + num(m);
@@ -477,7 +490,8 @@ StatusOr<PwlPoints> func_breakpoints(const GenConstrData& g, double lb, double u
   };
   if (std::isnan(lb) || std::isnan(ub)) return invalid("a bound of variable '" + x + "' is NaN");
   if (lb > ub) {
-    return invalid("variable '" + x + "' has lower bound " + num(lb) + " above its upper bound " + num(ub));
+    return invalid("variable '" + x + "' has lower bound " + num(lb) + " above its upper bound " +
+                   num(ub));
   }
   const double m = opt.max_val;
   if (m >= VLM_INFINITY && (lb <= -VLM_INFINITY || ub >= VLM_INFINITY)) {
@@ -493,20 +507,24 @@ StatusOr<PwlPoints> func_breakpoints(const GenConstrData& g, double lb, double u
   const bool lo_clipped = lo != lb, hi_clipped = hi != ub;
   auto bounds_text = [&] {
     std::string s = "its bounds are [" + num(lb) + ", " + num(ub) + "]";
-    if (lo_clipped || hi_clipped) s += ", clipped to [" + num(lo) + ", " + num(hi) + "] by FuncMaxVal";
+    if (lo_clipped || hi_clipped)
+      s += ", clipped to [" + num(lo) + ", " + num(hi) + "] by FuncMaxVal";
     return s;
   };
 
   UnivariateFunction::DomainCheck dc = f.check_domain(lo, hi);
   if (!dc.ok) {
-    return invalid(dc.problem + "; give variable '" + x + "' " + dc.fix + " (" + bounds_text() + ")");
+    return invalid(dc.problem + "; give variable '" + x + "' " + dc.fix + " (" + bounds_text() +
+                   ")");
   }
 
-  VLM_RETURN_IF_ERROR(check_range(f, lo, hi, m, [&](const std::string& what, const std::string& fix) {
-    return invalid(what + "; " + (fix.empty() ? "change the bounds of variable '" + x + "'"
-                                              : "give variable '" + x + "' " + fix) +
-                   " or raise FuncMaxVal (" + bounds_text() + ")");
-  }));
+  VLM_RETURN_IF_ERROR(
+      check_range(f, lo, hi, m, [&](const std::string& what, const std::string& fix) {
+        return invalid(what + "; " +
+                       (fix.empty() ? "change the bounds of variable '" + x + "'"
+                                    : "give variable '" + x + "' " + fix) +
+                       " or raise FuncMaxVal (" + bounds_text() + ")");
+      }));
 
   Builder b(f, opt, who, x);
   return b.run(lo, hi);

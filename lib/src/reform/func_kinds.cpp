@@ -31,7 +31,10 @@ double bisect_root(const std::vector<double>& p, double a, double b) {
   for (int it = 0; it < 200; ++it) {
     double m = 0.5 * (a + b);
     if (m <= a || m >= b) break;
-    if ((poly_value(p, m) < 0.0) == neg_a) a = m; else b = m;
+    if ((poly_value(p, m) < 0.0) == neg_a)
+      a = m;
+    else
+      b = m;
   }
   return 0.5 * (a + b);
 }
@@ -93,13 +96,15 @@ StatusOr<UnivariateFunction> UnivariateFunction::of(const GenConstrData& g) {
   f.a_ = g.a;
   switch (g.type) {
     case GenType::kPoly: {
-      if (g.vals.empty()) return invalid("Polynomial of constraint '" + g.name + "' has no coefficients");
+      if (g.vals.empty())
+        return invalid("Polynomial of constraint '" + g.name + "' has no coefficients");
       std::size_t first = 0;
       while (first + 1 < g.vals.size() && g.vals[first] == 0.0) ++first;
       f.poly_.assign(g.vals.begin() + static_cast<std::ptrdiff_t>(first), g.vals.end());
       for (double c : f.poly_) {
         if (!std::isfinite(c) || std::fabs(c) >= VLM_INFINITY) {
-          return invalid("Polynomial of constraint '" + g.name + "' has a coefficient that is not finite");
+          return invalid("Polynomial of constraint '" + g.name +
+                         "' has a coefficient that is not finite");
         }
       }
       f.poly_d1_ = derivative(f.poly_);
@@ -109,13 +114,15 @@ StatusOr<UnivariateFunction> UnivariateFunction::of(const GenConstrData& g) {
     case GenType::kExpA:
     case GenType::kLogA:
       if (!(g.a > 0.0) || !std::isfinite(g.a) || (g.type == GenType::kLogA && g.a == 1.0)) {
-        return invalid("Base " + num(g.a) + " of constraint '" + g.name +
-                       (g.type == GenType::kLogA ? "' must be positive and not 1" : "' must be positive"));
+        return invalid(
+            "Base " + num(g.a) + " of constraint '" + g.name +
+            (g.type == GenType::kLogA ? "' must be positive and not 1" : "' must be positive"));
       }
       f.ln_a_ = std::log(g.a);
       break;
     case GenType::kPow:
-      if (!std::isfinite(g.a)) return invalid("Exponent of constraint '" + g.name + "' is not finite");
+      if (!std::isfinite(g.a))
+        return invalid("Exponent of constraint '" + g.name + "' is not finite");
       break;
     case GenType::kExp:
     case GenType::kLog:
@@ -133,46 +140,74 @@ StatusOr<UnivariateFunction> UnivariateFunction::of(const GenConstrData& g) {
 
 double UnivariateFunction::value(double x) const {
   switch (type_) {
-    case GenType::kPoly: return poly_value(poly_, x);
-    case GenType::kExp: return std::exp(x);
-    case GenType::kExpA: return std::exp(x * ln_a_);
-    case GenType::kLog: return std::log(x);
-    case GenType::kLogA: return std::log(x) / ln_a_;
-    case GenType::kLogistic: return logistic(x);
-    case GenType::kPow: return a_ == 0.0 ? 1.0 : std::pow(x, a_);
-    case GenType::kSin: return std::sin(x);
-    case GenType::kCos: return std::cos(x);
-    case GenType::kTan: return std::tan(x);
-    default: return std::nan("");
+    case GenType::kPoly:
+      return poly_value(poly_, x);
+    case GenType::kExp:
+      return std::exp(x);
+    case GenType::kExpA:
+      return std::exp(x * ln_a_);
+    case GenType::kLog:
+      return std::log(x);
+    case GenType::kLogA:
+      return std::log(x) / ln_a_;
+    case GenType::kLogistic:
+      return logistic(x);
+    case GenType::kPow:
+      return a_ == 0.0 ? 1.0 : std::pow(x, a_);
+    case GenType::kSin:
+      return std::sin(x);
+    case GenType::kCos:
+      return std::cos(x);
+    case GenType::kTan:
+      return std::tan(x);
+    default:
+      return std::nan("");
   }
 }
 
 double UnivariateFunction::d1(double x) const {
   switch (type_) {
-    case GenType::kPoly: return poly_value(poly_d1_, x);
-    case GenType::kExp: return std::exp(x);
-    case GenType::kExpA: return ln_a_ * std::exp(x * ln_a_);
-    case GenType::kLog: return 1.0 / x;
-    case GenType::kLogA: return 1.0 / (x * ln_a_);
-    case GenType::kLogistic: return logistic(x) * logistic(-x);
+    case GenType::kPoly:
+      return poly_value(poly_d1_, x);
+    case GenType::kExp:
+      return std::exp(x);
+    case GenType::kExpA:
+      return ln_a_ * std::exp(x * ln_a_);
+    case GenType::kLog:
+      return 1.0 / x;
+    case GenType::kLogA:
+      return 1.0 / (x * ln_a_);
+    case GenType::kLogistic:
+      return logistic(x) * logistic(-x);
     case GenType::kPow:
       if (a_ == 0.0) return 0.0;
       if (a_ == 1.0) return 1.0;
       return a_ * std::pow(x, a_ - 1.0);
-    case GenType::kSin: return std::cos(x);
-    case GenType::kCos: return -std::sin(x);
-    case GenType::kTan: { double c = std::cos(x); return 1.0 / (c * c); }
-    default: return std::nan("");
+    case GenType::kSin:
+      return std::cos(x);
+    case GenType::kCos:
+      return -std::sin(x);
+    case GenType::kTan: {
+      double c = std::cos(x);
+      return 1.0 / (c * c);
+    }
+    default:
+      return std::nan("");
   }
 }
 
 double UnivariateFunction::d2(double x) const {
   switch (type_) {
-    case GenType::kPoly: return poly_value(poly_d2_, x);
-    case GenType::kExp: return std::exp(x);
-    case GenType::kExpA: return ln_a_ * ln_a_ * std::exp(x * ln_a_);
-    case GenType::kLog: return -1.0 / (x * x);
-    case GenType::kLogA: return -1.0 / (x * x * ln_a_);
+    case GenType::kPoly:
+      return poly_value(poly_d2_, x);
+    case GenType::kExp:
+      return std::exp(x);
+    case GenType::kExpA:
+      return ln_a_ * ln_a_ * std::exp(x * ln_a_);
+    case GenType::kLog:
+      return -1.0 / (x * x);
+    case GenType::kLogA:
+      return -1.0 / (x * x * ln_a_);
     case GenType::kLogistic: {
       double s = logistic(x), t = logistic(-x);
       return s * t * (t - s);
@@ -181,10 +216,16 @@ double UnivariateFunction::d2(double x) const {
       if (a_ == 0.0 || a_ == 1.0) return 0.0;
       if (a_ == 2.0) return 2.0;
       return a_ * (a_ - 1.0) * std::pow(x, a_ - 2.0);
-    case GenType::kSin: return -std::sin(x);
-    case GenType::kCos: return -std::cos(x);
-    case GenType::kTan: { double c = std::cos(x); return 2.0 * std::tan(x) / (c * c); }
-    default: return std::nan("");
+    case GenType::kSin:
+      return -std::sin(x);
+    case GenType::kCos:
+      return -std::cos(x);
+    case GenType::kTan: {
+      double c = std::cos(x);
+      return 2.0 * std::tan(x) / (c * c);
+    }
+    default:
+      return std::nan("");
   }
 }
 
@@ -192,18 +233,24 @@ int UnivariateFunction::curvature(double lo, double hi) const {
   auto sign = [](double v) { return v > 0.0 ? 1 : (v < 0.0 ? -1 : 0); };
   const double m = 0.5 * (lo + hi);
   switch (type_) {
-    case GenType::kExp: return 1;
-    case GenType::kExpA: return ln_a_ == 0.0 ? 0 : 1;
-    case GenType::kLog: return -1;
-    case GenType::kLogA: return ln_a_ > 0.0 ? -1 : 1;
-    case GenType::kLogistic: return m < 0.0 ? 1 : -1;
+    case GenType::kExp:
+      return 1;
+    case GenType::kExpA:
+      return ln_a_ == 0.0 ? 0 : 1;
+    case GenType::kLog:
+      return -1;
+    case GenType::kLogA:
+      return ln_a_ > 0.0 ? -1 : 1;
+    case GenType::kLogistic:
+      return m < 0.0 ? 1 : -1;
     case GenType::kPow: {
       // a(a-1) x^(a-2): for x < 0 (integer a only) x^(a-2) has the sign (-1)^a.
       int s = sign(a_ * (a_ - 1.0));
       bool even = is_integer(a_) && std::fmod(a_, 2.0) == 0.0;
       return m >= 0.0 || even ? s : -s;
     }
-    default: return sign(d2(m));
+    default:
+      return sign(d2(m));
   }
 }
 
@@ -232,7 +279,8 @@ std::vector<double> UnivariateFunction::inflections(double lo, double hi, int li
     default:  // exp, a^x, log, log_a: convex or concave throughout
       break;
   }
-  if (out.size() > static_cast<std::size_t>(limit) + 1) out.resize(static_cast<std::size_t>(limit) + 1);
+  if (out.size() > static_cast<std::size_t>(limit) + 1)
+    out.resize(static_cast<std::size_t>(limit) + 1);
   return out;
 }
 
@@ -256,7 +304,8 @@ std::vector<double> UnivariateFunction::extrema(double lo, double hi, int limit)
     default:  // monotone kinds (tan between its poles)
       break;
   }
-  if (out.size() > static_cast<std::size_t>(limit) + 1) out.resize(static_cast<std::size_t>(limit) + 1);
+  if (out.size() > static_cast<std::size_t>(limit) + 1)
+    out.resize(static_cast<std::size_t>(limit) + 1);
   return out;
 }
 
@@ -310,8 +359,10 @@ std::string UnivariateFunction::formula() const {
         double c = poly_[i];
         std::size_t pw = deg - i;
         if (c == 0.0 && deg != 0) continue;
-        if (!s.empty()) s += c < 0.0 ? " - " : " + ";
-        else if (c < 0.0) s += "-";
+        if (!s.empty())
+          s += c < 0.0 ? " - " : " + ";
+        else if (c < 0.0)
+          s += "-";
         double m = std::fabs(c);
         if (m != 1.0 || pw == 0) s += num(m);
         if (pw >= 1) s += "x";
@@ -319,16 +370,26 @@ std::string UnivariateFunction::formula() const {
       }
       return s.empty() ? "0" : s;
     }
-    case GenType::kExp: return "exp(x)";
-    case GenType::kExpA: return num(a_) + "^x";
-    case GenType::kLog: return "log(x)";
-    case GenType::kLogA: return "log_" + num(a_) + "(x)";
-    case GenType::kLogistic: return "1/(1 + exp(-x))";
-    case GenType::kPow: return "x^" + num(a_);
-    case GenType::kSin: return "sin(x)";
-    case GenType::kCos: return "cos(x)";
-    case GenType::kTan: return "tan(x)";
-    default: return "?";
+    case GenType::kExp:
+      return "exp(x)";
+    case GenType::kExpA:
+      return num(a_) + "^x";
+    case GenType::kLog:
+      return "log(x)";
+    case GenType::kLogA:
+      return "log_" + num(a_) + "(x)";
+    case GenType::kLogistic:
+      return "1/(1 + exp(-x))";
+    case GenType::kPow:
+      return "x^" + num(a_);
+    case GenType::kSin:
+      return "sin(x)";
+    case GenType::kCos:
+      return "cos(x)";
+    case GenType::kTan:
+      return "tan(x)";
+    default:
+      return "?";
   }
 }
 

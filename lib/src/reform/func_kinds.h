@@ -57,10 +57,10 @@ class UnivariateFunction {
  private:
   GenType type_ = GenType::kExp;
   double a_ = 0.0;
-  double ln_a_ = 0.0;             // ln a for EXPA and LOGA
-  std::vector<double> poly_;      // highest degree first
-  std::vector<double> poly_d1_;   // p'
-  std::vector<double> poly_d2_;   // p''
+  double ln_a_ = 0.0;            // ln a for EXPA and LOGA
+  std::vector<double> poly_;     // highest degree first
+  std::vector<double> poly_d1_;  // p'
+  std::vector<double> poly_d2_;  // p''
 };
 
 // Real roots of the polynomial `p` (highest degree first) strictly inside (lo, hi) at which p

@@ -89,7 +89,8 @@ std::vector<Case> every_kind() {
       {"log", func(GenType::kLog), 0.1, 10, [](double x) { return std::log(x); }},
       {"log_10", func(GenType::kLogA, 10), 0.5, 100, [](double x) { return std::log10(x); }},
       {"log_0.5", func(GenType::kLogA, 0.5), 0.5, 8, [](double x) { return std::log2(x) * -1.0; }},
-      {"logistic", func(GenType::kLogistic), -6, 6, [](double x) { return 1 / (1 + std::exp(-x)); }},
+      {"logistic", func(GenType::kLogistic), -6, 6,
+       [](double x) { return 1 / (1 + std::exp(-x)); }},
       {"sqrt", func(GenType::kPow, 0.5), 0, 4, [](double x) { return std::sqrt(x); }},
       {"x^3", func(GenType::kPow, 3), -2, 2, [](double x) { return x * x * x; }},
       {"x^-1", func(GenType::kPow, -1), 0.5, 4, [](double x) { return 1 / x; }},
@@ -112,7 +113,8 @@ TEST(FuncBreakpointsTest, ErrorDrivenPiecesStayWithinTheErrorForEveryKind) {
       Deviation d = deviation(p, c.f);
       EXPECT_LE(std::max(d.above, d.below), err * (1 + 1e-6)) << c.label << " err " << err;
       // Points lie on f.
-      for (std::size_t k = 0; k < p.x.size(); ++k) EXPECT_NEAR(p.y[k], c.f(p.x[k]), 1e-9) << c.label;
+      for (std::size_t k = 0; k < p.x.size(); ++k)
+        EXPECT_NEAR(p.y[k], c.f(p.x[k]), 1e-9) << c.label;
     }
   }
 }
@@ -183,8 +185,9 @@ TEST(FuncBreakpointsTest, ConvexPiecesMeetWhereTheirLinesCross) {
     double ratio;
     std::vector<double> x, y;
   };
-  for (const Want& w : {Want{0.0, {0, 1, 2}, {-0.25, 0.75, 3.75}}, Want{0.5, {0, 1, 2}, {-0.125, 0.875, 3.875}},
-                        Want{1.0, {0, 1, 2}, {0, 1, 4}}, Want{-1.0, {0, 1, 2}, {0, 1, 4}}}) {
+  for (const Want& w :
+       {Want{0.0, {0, 1, 2}, {-0.25, 0.75, 3.75}}, Want{0.5, {0, 1, 2}, {-0.125, 0.875, 3.875}},
+        Want{1.0, {0, 1, 2}, {0, 1, 4}}, Want{-1.0, {0, 1, 2}, {0, 1, 4}}}) {
     PwlPoints p = points(sq, 0, 2, opts(2, 1e-3, w.ratio));
     ASSERT_EQ(p.x.size(), w.x.size()) << "ratio " << w.ratio;
     for (std::size_t k = 0; k < p.x.size(); ++k) {
@@ -258,7 +261,8 @@ TEST(FuncBreakpointsTest, PieceCountsFollowFuncPiecesAndFuncPieceLength) {
   EXPECT_LE(sloped_pieces(tiny), 7915);
   EXPECT_LE(deviation(tiny, [](double x) { return std::log(x); }).below, 1e-3 * (1 + 1e-6));
   // Equal pieces over a range a few units in the last place wide keep distinct points.
-  PwlPoints narrow = points(e, 1, std::nextafter(std::nextafter(1.0, 2.0), 2.0), opts(10, 1e-3, 0.0));
+  PwlPoints narrow =
+      points(e, 1, std::nextafter(std::nextafter(1.0, 2.0), 2.0), opts(10, 1e-3, 0.0));
   EXPECT_EQ(narrow.x.size(), 3u);
   // A fixed x gives one zero-length piece.
   PwlPoints fixed = points(e, 1, 1, opts(0));
@@ -273,7 +277,8 @@ TEST(FuncBreakpointsTest, InfiniteBoundsAreClippedToFuncMaxVal) {
   EXPECT_EQ(lg.x.front(), 1.0);
   EXPECT_EQ(lg.x.back(), 1e4);
   EXPECT_LE(deviation(lg, [](double x) { return std::log(x); }).below, 1e-3 * (1 + 1e-6));
-  PwlPoints ls = points(func(GenType::kLogistic), -VLM_INFINITY, VLM_INFINITY, opts(-1, 1e-3, -1, 1e-2, 1e4));
+  PwlPoints ls =
+      points(func(GenType::kLogistic), -VLM_INFINITY, VLM_INFINITY, opts(-1, 1e-3, -1, 1e-2, 1e4));
   EXPECT_EQ(ls.x.front(), -1e4);
   EXPECT_EQ(ls.x.back(), 1e4);
   EXPECT_LT(sloped_pieces(ls), 200);
@@ -363,72 +368,91 @@ void expect_error(const GenConstrData& g, double lb, double ub, const FuncOption
 
 TEST(FuncBreakpointsErrorTest, DomainViolationsNameTheConstraintAndTheBoundToSet) {
   const int inv = VLM_ERROR_INVALID_ARGUMENT;
-  expect_error(func(GenType::kLog), 0, 5, opts(0), inv,
-               "Function constraint 'g' (y = log(x)): log(x) is undefined for x <= 0; give variable 'x' "
-               "a lower bound above 0 (its bounds are [0, 5])");
-  expect_error(func(GenType::kLogA, 2), -VLM_INFINITY, 5, opts(0), inv,
-               "Function constraint 'g' (y = log_2(x)): log_2(x) is undefined for x <= 0; give variable 'x' "
-               "a lower bound above 0 (its bounds are [-inf, 5], clipped to [-1e+06, 5] by FuncMaxVal)");
-  expect_error(func(GenType::kPow, 0.5), -1, 4, opts(0), inv,
-               "Function constraint 'g' (y = x^0.5): x^0.5 with a fractional exponent is undefined for "
-               "x < 0; give variable 'x' a lower bound of at least 0 (its bounds are [-1, 4])");
-  expect_error(func(GenType::kPow, -0.5), 0, 4, opts(0), inv,
-               "Function constraint 'g' (y = x^-0.5): x^-0.5 is undefined at x = 0; give variable 'x' a "
-               "lower bound above 0 (its bounds are [0, 4])");
-  expect_error(func(GenType::kPow, -1), -1, 1, opts(0), inv,
-               "Function constraint 'g' (y = x^-1): x^-1 is undefined at x = 0; give variable 'x' bounds "
-               "on one side of 0 (its bounds are [-1, 1])");
-  expect_error(func(GenType::kTan), 0, 2, opts(0), inv,
-               "Function constraint 'g' (y = tan(x)): tan(x) has a pole at x = 1.5708 inside the bounds; "
-               "give variable 'x' bounds inside (-1.5708, 1.5708) (its bounds are [0, 2])");
+  expect_error(
+      func(GenType::kLog), 0, 5, opts(0), inv,
+      "Function constraint 'g' (y = log(x)): log(x) is undefined for x <= 0; give variable 'x' "
+      "a lower bound above 0 (its bounds are [0, 5])");
+  expect_error(
+      func(GenType::kLogA, 2), -VLM_INFINITY, 5, opts(0), inv,
+      "Function constraint 'g' (y = log_2(x)): log_2(x) is undefined for x <= 0; give variable 'x' "
+      "a lower bound above 0 (its bounds are [-inf, 5], clipped to [-1e+06, 5] by FuncMaxVal)");
+  expect_error(
+      func(GenType::kPow, 0.5), -1, 4, opts(0), inv,
+      "Function constraint 'g' (y = x^0.5): x^0.5 with a fractional exponent is undefined for "
+      "x < 0; give variable 'x' a lower bound of at least 0 (its bounds are [-1, 4])");
+  expect_error(
+      func(GenType::kPow, -0.5), 0, 4, opts(0), inv,
+      "Function constraint 'g' (y = x^-0.5): x^-0.5 is undefined at x = 0; give variable 'x' a "
+      "lower bound above 0 (its bounds are [0, 4])");
+  expect_error(
+      func(GenType::kPow, -1), -1, 1, opts(0), inv,
+      "Function constraint 'g' (y = x^-1): x^-1 is undefined at x = 0; give variable 'x' bounds "
+      "on one side of 0 (its bounds are [-1, 1])");
+  expect_error(
+      func(GenType::kTan), 0, 2, opts(0), inv,
+      "Function constraint 'g' (y = tan(x)): tan(x) has a pole at x = 1.5708 inside the bounds; "
+      "give variable 'x' bounds inside (-1.5708, 1.5708) (its bounds are [0, 2])");
   // Free x: the advice is the interval around 0.
-  expect_error(func(GenType::kTan), -VLM_INFINITY, VLM_INFINITY, opts(0), inv,
-               "Function constraint 'g' (y = tan(x)): tan(x) has a pole at x = 1.5708 inside the bounds; "
-               "give variable 'x' bounds inside (-1.5708, 1.5708) (its bounds are [-inf, inf], clipped to "
-               "[-1e+06, 1e+06] by FuncMaxVal)");
+  expect_error(
+      func(GenType::kTan), -VLM_INFINITY, VLM_INFINITY, opts(0), inv,
+      "Function constraint 'g' (y = tan(x)): tan(x) has a pole at x = 1.5708 inside the bounds; "
+      "give variable 'x' bounds inside (-1.5708, 1.5708) (its bounds are [-inf, inf], clipped to "
+      "[-1e+06, 1e+06] by FuncMaxVal)");
   // A bound exactly on the pole is refused too (tan is infinite there).
-  expect_error(func(GenType::kTan), 2, std::numbers::pi / 2 + std::numbers::pi, opts(0), inv,
-               "Function constraint 'g' (y = tan(x)): tan(x) has a pole at x = 4.71239 inside the bounds; "
-               "give variable 'x' bounds inside (1.5708, 4.71239) (its bounds are [2, 4.71239])");
+  expect_error(
+      func(GenType::kTan), 2, std::numbers::pi / 2 + std::numbers::pi, opts(0), inv,
+      "Function constraint 'g' (y = tan(x)): tan(x) has a pole at x = 4.71239 inside the bounds; "
+      "give variable 'x' bounds inside (1.5708, 4.71239) (its bounds are [2, 4.71239])");
 }
 
 TEST(FuncBreakpointsErrorTest, ValuesBeyondFuncMaxValSayWhichBoundToSet) {
   const int inv = VLM_ERROR_INVALID_ARGUMENT;
   // exp(x) <= 1e6 needs x <= ln 1e6 = 13.8155.
-  expect_error(func(GenType::kExp), 0, VLM_INFINITY, opts(0), inv,
-               "Function constraint 'g' (y = exp(x)): |y| reaches inf at x = 1e+06, beyond FuncMaxVal 1e+06; "
-               "give variable 'x' an upper bound of at most 13.8155 or raise FuncMaxVal (its bounds are "
-               "[0, inf], clipped to [0, 1e+06] by FuncMaxVal)");
+  expect_error(
+      func(GenType::kExp), 0, VLM_INFINITY, opts(0), inv,
+      "Function constraint 'g' (y = exp(x)): |y| reaches inf at x = 1e+06, beyond FuncMaxVal "
+      "1e+06; "
+      "give variable 'x' an upper bound of at most 13.8155 or raise FuncMaxVal (its bounds are "
+      "[0, inf], clipped to [0, 1e+06] by FuncMaxVal)");
   // 0.5^x <= 100 needs x >= -log2(100) = -6.64386.
-  expect_error(func(GenType::kExpA, 0.5), -10, 0, opts(0, 1e-3, -1, 1e-2, 100), inv,
-               "Function constraint 'g' (y = 0.5^x): |y| reaches 1024 at x = -10, beyond FuncMaxVal 100; "
-               "give variable 'x' a lower bound of at least -6.64385 or raise FuncMaxVal (its bounds are "
-               "[-10, 0])");
+  expect_error(
+      func(GenType::kExpA, 0.5), -10, 0, opts(0, 1e-3, -1, 1e-2, 100), inv,
+      "Function constraint 'g' (y = 0.5^x): |y| reaches 1024 at x = -10, beyond FuncMaxVal 100; "
+      "give variable 'x' a lower bound of at least -6.64385 or raise FuncMaxVal (its bounds are "
+      "[-10, 0])");
   // 1 - 400x^2 on [-1, 1] reaches -399 at both ends; |y| <= 100 needs x^2 <= 101/400, so
   // |x| <= 0.5024938, written inward as 0.502493.
   expect_error(func(GenType::kPoly, 0, {-400, 0, 1}), -1, 1, opts(0, 1e-3, -1, 1e-2, 100), inv,
-               "Function constraint 'g' (y = -400x^2 + 1): |y| reaches 399 at x = -1, beyond FuncMaxVal 100; "
-               "give variable 'x' a lower bound of at least -0.502493 and an upper bound of at most 0.502493 "
+               "Function constraint 'g' (y = -400x^2 + 1): |y| reaches 399 at x = -1, beyond "
+               "FuncMaxVal 100; "
+               "give variable 'x' a lower bound of at least -0.502493 and an upper bound of at "
+               "most 0.502493 "
                "or raise FuncMaxVal (its bounds are [-1, 1])");
-  expect_error(func(GenType::kPoly, 0, {-400, 0, 1000}), -2, 2, opts(0, 1e-3, -1, 1e-2, 100), inv,
-               "Function constraint 'g' (y = -400x^2 + 1000): |y| reaches 1000 at x = 0, beyond FuncMaxVal "
-               "100; change the bounds of variable 'x' or raise FuncMaxVal (its bounds are [-2, 2])");
+  expect_error(
+      func(GenType::kPoly, 0, {-400, 0, 1000}), -2, 2, opts(0, 1e-3, -1, 1e-2, 100), inv,
+      "Function constraint 'g' (y = -400x^2 + 1000): |y| reaches 1000 at x = 0, beyond FuncMaxVal "
+      "100; change the bounds of variable 'x' or raise FuncMaxVal (its bounds are [-2, 2])");
   // x^3 on free x: both ends too far, the bounds go where x^3 = -+1e6 (x = -+100).
-  expect_error(func(GenType::kPow, 3), -VLM_INFINITY, VLM_INFINITY, opts(0), inv,
-               "Function constraint 'g' (y = x^3): |y| reaches 1e+18 at x = -1e+06, beyond FuncMaxVal 1e+06; "
-               "give variable 'x' a lower bound of at least -100 and an upper bound of at most 100 or raise "
-               "FuncMaxVal (its bounds are [-inf, inf], clipped to [-1e+06, 1e+06] by FuncMaxVal)");
+  expect_error(
+      func(GenType::kPow, 3), -VLM_INFINITY, VLM_INFINITY, opts(0), inv,
+      "Function constraint 'g' (y = x^3): |y| reaches 1e+18 at x = -1e+06, beyond FuncMaxVal "
+      "1e+06; "
+      "give variable 'x' a lower bound of at least -100 and an upper bound of at most 100 or raise "
+      "FuncMaxVal (its bounds are [-inf, inf], clipped to [-1e+06, 1e+06] by FuncMaxVal)");
   // exp on [20, 30] is at least e^20 = 4.85165e8 throughout.
-  expect_error(func(GenType::kExp), 20, 30, opts(0), inv,
-               "Function constraint 'g' (y = exp(x)): |y| is at least 4.85165e+08 everywhere within the "
-               "bounds, beyond FuncMaxVal 1e+06; change the bounds of variable 'x' or raise FuncMaxVal (its "
-               "bounds are [20, 30])");
-  expect_error(func(GenType::kSin), 0, VLM_INFINITY, opts(0, 1e-3, -1, 1e-2, VLM_INFINITY), inv,
-               "Function constraint 'g' (y = sin(x)): variable 'x' needs a finite upper bound for the "
-               "approximation (FuncMaxVal is infinite, so none is assumed)");
-  expect_error(func(GenType::kSin), 2e6, 3e6, opts(0), inv,
-               "Function constraint 'g' (y = sin(x)): the bounds [2e+06, 3e+06] of variable 'x' lie beyond "
-               "FuncMaxVal 1e+06");
+  expect_error(
+      func(GenType::kExp), 20, 30, opts(0), inv,
+      "Function constraint 'g' (y = exp(x)): |y| is at least 4.85165e+08 everywhere within the "
+      "bounds, beyond FuncMaxVal 1e+06; change the bounds of variable 'x' or raise FuncMaxVal (its "
+      "bounds are [20, 30])");
+  expect_error(
+      func(GenType::kSin), 0, VLM_INFINITY, opts(0, 1e-3, -1, 1e-2, VLM_INFINITY), inv,
+      "Function constraint 'g' (y = sin(x)): variable 'x' needs a finite upper bound for the "
+      "approximation (FuncMaxVal is infinite, so none is assumed)");
+  expect_error(
+      func(GenType::kSin), 2e6, 3e6, opts(0), inv,
+      "Function constraint 'g' (y = sin(x)): the bounds [2e+06, 3e+06] of variable 'x' lie beyond "
+      "FuncMaxVal 1e+06");
 }
 
 TEST(FuncBreakpointsErrorTest, TooManyPiecesAndUnreachableErrorsAreRefused) {
@@ -437,47 +461,61 @@ TEST(FuncBreakpointsErrorTest, TooManyPiecesAndUnreachableErrorsAreRefused) {
   const std::string advice =
       " pieces, more than the limit of 100000; tighten the bounds of variable 'x' or ask for fewer "
       "pieces (FuncPieces, FuncPieceLength, FuncPieceError)";
-  expect_error(func(GenType::kSin), -VLM_INFINITY, VLM_INFINITY, opts(0), big,
-               "Function constraint 'g' (y = sin(x)): the approximation over [-1e+06, 1e+06] needs more "
-               "than 100000" + advice);
+  expect_error(
+      func(GenType::kSin), -VLM_INFINITY, VLM_INFINITY, opts(0), big,
+      "Function constraint 'g' (y = sin(x)): the approximation over [-1e+06, 1e+06] needs more "
+      "than 100000" +
+          advice);
   // x^2 on [0, 1000] with error 1e-5 needs 1000 / sqrt(4e-5) = 158,114 pieces.
-  expect_error(func(GenType::kPow, 2), 0, 1000, opts(-1, 1e-5), big,
-               "Function constraint 'g' (y = x^2): the approximation over [0, 1000] needs more than 100000" +
-                   advice);
-  expect_error(func(GenType::kExp), 0, 1, opts(1, 1e-3, -1, 1e-6), big,
-               "Function constraint 'g' (y = exp(x)): the approximation over [0, 1] needs 1e+06" + advice);
-  expect_error(func(GenType::kExp), 0, 1, opts(100001), big,
-               "Function constraint 'g' (y = exp(x)): the approximation over [0, 1] needs 100001" + advice);
+  expect_error(
+      func(GenType::kPow, 2), 0, 1000, opts(-1, 1e-5), big,
+      "Function constraint 'g' (y = x^2): the approximation over [0, 1000] needs more than 100000" +
+          advice);
+  expect_error(
+      func(GenType::kExp), 0, 1, opts(1, 1e-3, -1, 1e-6), big,
+      "Function constraint 'g' (y = exp(x)): the approximation over [0, 1] needs 1e+06" + advice);
+  expect_error(
+      func(GenType::kExp), 0, 1, opts(100001), big,
+      "Function constraint 'g' (y = exp(x)): the approximation over [0, 1] needs 100001" + advice);
   // Near 13, exp is 4.4e5 and one unit in its last place 5.8e-11: an error of 1e-12 is below
   // what the arithmetic can tell. The noise floor is 8 * 2.220446e-16 * exp(13.001) = 7.8667e-10.
-  expect_error(func(GenType::kExp), 13, 13.001, opts(-1, 1e-12), VLM_ERROR_NUMERIC,
-               "Function constraint 'g' (y = exp(x)): FuncPieceError 1e-12 cannot be reached in double "
-               "precision near x = 13, where rounding alone reaches 7.8667e-10; use a larger error");
+  expect_error(
+      func(GenType::kExp), 13, 13.001, opts(-1, 1e-12), VLM_ERROR_NUMERIC,
+      "Function constraint 'g' (y = exp(x)): FuncPieceError 1e-12 cannot be reached in double "
+      "precision near x = 13, where rounding alone reaches 7.8667e-10; use a larger error");
 }
 
 TEST(FuncBreakpointsErrorTest, BadOptionsAndBadInputAreRefused) {
   const int range = VLM_ERROR_VALUE_OUT_OF_RANGE, inv = VLM_ERROR_INVALID_ARGUMENT;
   GenConstrData e = func(GenType::kExp);
   expect_error(e, 0, 1, opts(-3), range,
-               "Function constraint 'g' (y = exp(x)): FuncPieces -3 is not one of 2 or more, 1, 0, -1 or -2");
+               "Function constraint 'g' (y = exp(x)): FuncPieces -3 is not one of 2 or more, 1, 0, "
+               "-1 or -2");
   expect_error(e, 0, 1, opts(2.5), range,
-               "Function constraint 'g' (y = exp(x)): FuncPieces 2.5 is not one of 2 or more, 1, 0, -1 or -2");
-  expect_error(e, 0, 1, opts(0, 1e-3, 1.5), range,
-               "Function constraint 'g' (y = exp(x)): FuncPieceRatio 1.5 must be -1 or lie in [0, 1]");
-  expect_error(e, 0, 1, opts(1, 1e-3, -1, 0), range,
-               "Function constraint 'g' (y = exp(x)): FuncPieceLength 0 must be positive and finite");
-  expect_error(e, 0, 1, opts(-2, -1), range,
-               "Function constraint 'g' (y = exp(x)): FuncPieceError -1 must be positive and finite");
+               "Function constraint 'g' (y = exp(x)): FuncPieces 2.5 is not one of 2 or more, 1, "
+               "0, -1 or -2");
+  expect_error(
+      e, 0, 1, opts(0, 1e-3, 1.5), range,
+      "Function constraint 'g' (y = exp(x)): FuncPieceRatio 1.5 must be -1 or lie in [0, 1]");
+  expect_error(
+      e, 0, 1, opts(1, 1e-3, -1, 0), range,
+      "Function constraint 'g' (y = exp(x)): FuncPieceLength 0 must be positive and finite");
+  expect_error(
+      e, 0, 1, opts(-2, -1), range,
+      "Function constraint 'g' (y = exp(x)): FuncPieceError -1 must be positive and finite");
   expect_error(e, 2, 1, opts(0), inv,
-               "Function constraint 'g' (y = exp(x)): variable 'x' has lower bound 2 above its upper bound 1");
+               "Function constraint 'g' (y = exp(x)): variable 'x' has lower bound 2 above its "
+               "upper bound 1");
   expect_error(e, std::nan(""), 1, opts(0), inv,
                "Function constraint 'g' (y = exp(x)): a bound of variable 'x' is NaN");
   GenConstrData mx = func(GenType::kMax);
-  expect_error(mx, 0, 1, opts(0), inv, "General constraint 'g' of type MAX is not a function constraint");
+  expect_error(mx, 0, 1, opts(0), inv,
+               "General constraint 'g' of type MAX is not a function constraint");
   // Without a name for x, messages use the default column name.
   auto r = func_breakpoints(func(GenType::kLog), -1, 1, opts(0));
   ASSERT_FALSE(r.ok());
-  EXPECT_NE(r.status().message().find("give variable 'C0' a lower bound above 0"), std::string::npos);
+  EXPECT_NE(r.status().message().find("give variable 'C0' a lower bound above 0"),
+            std::string::npos);
 }
 
 }  // namespace
