@@ -530,4 +530,11 @@ StatusOr<PwlPoints> func_breakpoints(const GenConstrData& g, double lb, double u
   return b.run(lo, hi);
 }
 
+StatusOr<PwlPoints> func_breakpoints(const ModelData& d, int index, double lb, double ub,
+                                     const ParamSet& params) {
+  const GenConstrData& g = d.genconstrs[static_cast<std::size_t>(index)];
+  std::string xname = g.arg >= 0 && g.arg < d.num_vars() ? d.varname[g.arg] : std::string();
+  return func_breakpoints(g, lb, ub, func_options(d, index, params), xname);
+}
+
 }  // namespace vlm::reform

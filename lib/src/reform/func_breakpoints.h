@@ -77,4 +77,10 @@ FuncOptions func_options(const ModelData& d, int index, const ParamSet& params);
 StatusOr<PwlPoints> func_breakpoints(const GenConstrData& g, double lb, double ub,
                                      const FuncOptions& opt, std::string_view xname = {});
 
+// The same for general constraint `index` of `d` with its own options (func_options above) and
+// its x variable named as the model names it; lb and ub are the bounds of x to approximate over
+// (the propagated ones). `index` must be valid. Fails as above.
+StatusOr<PwlPoints> func_breakpoints(const ModelData& d, int index, double lb, double ub,
+                                     const ParamSet& params);
+
 }  // namespace vlm::reform

@@ -354,6 +354,19 @@ TEST_F(FuncOptionsStoreTest, OptionsSetThroughTheLibraryReachTheBreakpoints) {
   PwlPoints p1 = points(d.genconstrs[0], d.lb[0], d.ub[0], o1);
   EXPECT_EQ(sloped_pieces(p1), 4);
   EXPECT_LE(deviation(p1, [](double x) { return std::exp(x); }).below, 1e-12);
+
+  // The one-call form gives the same points, and names x as the model does.
+  auto direct = func_breakpoints(d, 0, 0, 1, params);
+  ASSERT_TRUE(direct.ok());
+  EXPECT_EQ(direct->x, p1.x);
+  EXPECT_EQ(direct->y, p1.y);
+  auto refused = func_breakpoints(d, 1, 0, VLM_INFINITY, params);
+  ASSERT_FALSE(refused.ok());
+  EXPECT_EQ(
+      refused.status().message(),
+      "Function constraint 'e2' (y = exp(x)): |y| reaches inf at x = 1e+06, beyond FuncMaxVal "
+      "1e+06; give variable 'x' an upper bound of at most 13.8155 or raise FuncMaxVal (its "
+      "bounds are [0, inf], clipped to [0, 1e+06] by FuncMaxVal)");
 }
 
 // ---- refusals ---------------------------------------------------------------------------------
