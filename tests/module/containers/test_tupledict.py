@@ -329,7 +329,10 @@ class TestHygiene:
             grown = tracemalloc.get_traced_memory()[0] - start
         finally:
             tracemalloc.stop()
-        assert (sys.getrefcount(value), sys.getrefcount(key), len(gc.get_objects())) == before
+        # Objects left by earlier tests may be released during the loop, so the object count
+        # may fall; it must never grow.
+        after = (sys.getrefcount(value), sys.getrefcount(key), len(gc.get_objects()))
+        assert after[:2] == before[:2] and after[2] <= before[2]
         assert grown < 64 * 1024
 
     def test_cycles_through_values_and_caches_are_collected(self):
