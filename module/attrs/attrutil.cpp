@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string>
 
-#include "elements/handle.h"
+#include "attrs/element_index.h"
 #include "core/py_convert.h"
 #include "core/py_error.h"
 #include "core/registry.h"
@@ -156,11 +156,6 @@ bool ord_value(PyObject* v, char* out) {
 }
 
 }  // namespace
-
-const char* model_error_text(VLMmodel* model) {
-  if (model == nullptr) return "Model has been disposed";
-  return VLMgetmerrormsg(model);
-}
 
 bool attr_info(const AttrTarget& t, PyObject* name, const char** cname, AttrInfo* info) {
   const char* s = py::utf8(name);

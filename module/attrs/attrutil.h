@@ -21,7 +21,7 @@ struct AttrTarget {
   VLMmodel* model;        // the library model; nullptr once the model is disposed
   const char* type_name;  // "Model", "Var", "Constr", ...
   int kind;               // VLM_KIND_MODEL for the model itself, else the element kind
-  int index;              // the element's encoded index (see handle.h); unused for models
+  int index;              // the element's encoded index (element_index.h); unused for models
 };
 
 // The description VLMgetattrinfo gives.
@@ -64,5 +64,3 @@ py::Ref attr_get_array(PyObject* owner, VLMmodel* model, const char* name, const
 int attr_set_list(VLMmodel* model, const char* name, const AttrInfo& info,
                   const std::vector<int>& ind, PyObject* values, PyObject* scalar);
 
-// The library's last error text for a model ("Model has been disposed" when there is none).
-const char* model_error_text(VLMmodel* model);

@@ -3,12 +3,10 @@
 //
 // The class is made with PyErr_NewExceptionWithDoc from a dict of C functions wrapped as
 // instance methods, so it is an ordinary exception class (picklable by args, subclassable).
-#include "attrs/attrutil.h"
-#include "env/env.h"
-#include "model/model.h"
 #include "core/py_convert.h"
 #include "core/py_error.h"
 #include "core/registry.h"
+#include "core/services.h"
 
 namespace {
 
@@ -29,16 +27,27 @@ const char velmorerror_doc[] =
 // set when the object carries no library handle.
 py::Ref message_of(PyObject* argument) {
   if (PyUnicode_Check(argument)) return py::Ref::borrow(argument);
-  if (env_check(argument)) {
-    VLMenv* cenv = env_handle(argument);
+  const ModuleServices& s = services();
+  if (s.env_check != nullptr && s.env_check(argument)) {
+    VLMenv* cenv = s.env_handle(argument);
     if (cenv == nullptr) return py::str("Failed to create environment");
     return py::str(VLMgeterrormsg(cenv));
   }
   bool is_model_object = false;
-  VLMmodel* model = model_handle_of(argument, &is_model_object);
+  if (s.model_handle_of == nullptr) return py::Ref();
+  VLMmodel* model = s.model_handle_of(argument, &is_model_object);
   if (is_model_object) return py::str(model_error_text(model));
   return py::Ref();
 }
+
+}  // namespace
+
+const char* model_error_text(VLMmodel* model) {
+  if (model == nullptr) return "Model has been disposed";
+  return VLMgetmerrormsg(model);
+}
+
+namespace {
 
 PyObject* velmorerror_init(PyObject*, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
   if (kwnames != nullptr && PyTuple_GET_SIZE(kwnames) != 0) {

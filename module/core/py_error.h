@@ -11,6 +11,7 @@
 #include <type_traits>
 
 #include "core/py_ref.h"
+#include "velmor_c.h"
 
 namespace py {
 
@@ -62,3 +63,5 @@ constexpr auto guarded = &Guard<Impl>::call;
 PyObject* raise_velmor(int code, PyObject* obj);
 // Raises VelmorError(code, message). Returns nullptr.
 PyObject* raise_velmor_msg(int code, const char* message);
+// The library's last error text for a model ("Model has been disposed" when there is none).
+const char* model_error_text(VLMmodel* model);

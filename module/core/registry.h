@@ -13,6 +13,7 @@ int register_linexpr(PyObject* m);     // linexpr.cpp: LinExpr, quicksum
 int register_quadexpr(PyObject* m);    // quadexpr.cpp: QuadExpr
 int register_tempconstr(PyObject* m);  // tempconstr.cpp: TempConstr
 int register_genexpr(PyObject* m);     // genexpr.cpp: GenExpr and its kinds, abs_ ... norm
+int register_var_ops(PyObject* m);     // var_ops.cpp: the Var operators (before register_var)
 int register_tuplelist(PyObject* m);  // tuplelist.cpp: tuplelist
 int register_tupledict(PyObject* m);  // tupledict.cpp: tupledict
 int register_multidict(PyObject* m);  // multidict.cpp: multidict

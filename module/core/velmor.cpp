@@ -4,11 +4,10 @@
 
 #include <string>
 
-#include "env/env.h"
-#include "model/model.h"
 #include "core/py_convert.h"
 #include "core/py_error.h"
 #include "core/registry.h"
+#include "core/services.h"
 
 namespace {
 
@@ -121,13 +120,14 @@ PyObject* velmor_read(PyObject*, PyObject* const* args, Py_ssize_t nargs, PyObje
     env = velmor_default_env(true);
     if (env == nullptr) return nullptr;
   }
-  if (!env_check(env)) return PyErr_Format(PyExc_TypeError, "env must be an Env, not %.200s", Py_TYPE(env)->tp_name);
+  const ModuleServices& services_ = services();
+  if (!services_.env_check(env)) return PyErr_Format(PyExc_TypeError, "env must be an Env, not %.200s", Py_TYPE(env)->tp_name);
   const char* path = PyUnicode_AsUTF8(chosen.get());
   if (path == nullptr) return nullptr;
   VLMmodel* model = nullptr;
-  int rc = VLMreadmodel(env_handle(env), path, &model);
+  int rc = VLMreadmodel(services_.env_handle(env), path, &model);
   if (rc != 0) return raise_velmor(rc, env);
-  return model_adopt(model, env).release();
+  return services_.model_adopt(model, env).release();
 }
 
 PyObject* velmor_version(PyObject*, PyObject*) {
@@ -144,7 +144,7 @@ PyObject* velmor_disposedefaultenv(PyObject*, PyObject*) {
     // Detach first so that a failing close cannot leave a half-closed default behind.
     py::Ref env = py::Ref::steal(g_velmor->defaultenv);
     g_velmor->defaultenv = nullptr;
-    if (env_close(env.get()) < 0) return nullptr;
+    if (services().env_close(env.get()) < 0) return nullptr;
   }
   return py::none();
 }
@@ -270,7 +270,7 @@ PyMethodDef module_functions[] = {
 
 PyObject* velmor_default_env(bool create) {
   if (g_velmor->defaultenv == nullptr && create) {
-    py::Ref env = env_new_default(g_velmor->interactive ? "velmor.log" : "");
+    py::Ref env = services().env_new_default(g_velmor->interactive ? "velmor.log" : "");
     if (!env) return nullptr;
     g_velmor->defaultenv = env.release();
   }
@@ -279,11 +279,10 @@ PyObject* velmor_default_env(bool create) {
 
 bool velmor_exiting() { return g_velmor != nullptr && g_velmor->exiting; }
 
-PyObject* g_model_type = nullptr;  // the Model type, set at registration
-
 py::Ref velmor_live_models() {
+  PyObject* model_type = reinterpret_cast<PyObject*>(services().model_type);
   py::Ref result = py::Ref::steal(PyList_New(0));
-  if (!result || g_model_type == nullptr) return result;
+  if (!result || model_type == nullptr) return result;
   PyObject* modules = PySys_GetObject("modules");
   PyObject* main = modules ? PyDict_GetItemString(modules, "__main__") : nullptr;
   if (main == nullptr) return result;
@@ -294,7 +293,7 @@ py::Ref velmor_live_models() {
   for (Py_ssize_t i = 0; i < PyList_GET_SIZE(members.get()); ++i) {
     PyObject* pair = PyList_GET_ITEM(members.get(), i);
     PyObject* obj = PyTuple_GET_ITEM(pair, 1);
-    int is_model = PyObject_IsInstance(obj, g_model_type);
+    int is_model = PyObject_IsInstance(obj, model_type);
     if (is_model < 0) return py::Ref();
     if (!is_model) continue;
     py::Ref cmodel = py::Ref::steal(PyObject_GetAttrString(obj, "_cmodel"));
@@ -305,7 +304,6 @@ py::Ref velmor_live_models() {
 }
 
 int register_velmor(PyObject* m) {
-  g_model_type = reinterpret_cast<PyObject*>(model_type_object());
   VelmorType.tp_basicsize = sizeof(VelmorObject);
   VelmorType.tp_flags = Py_TPFLAGS_DEFAULT;
   VelmorType.tp_doc =

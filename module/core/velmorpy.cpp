@@ -1,6 +1,7 @@
 // The module frame: PyInit_velmorpy builds the module and registers every class family.
 #include "core/py_ref.h"
 #include "core/registry.h"
+#include "core/services.h"
 
 namespace {
 
@@ -16,11 +17,16 @@ PyModuleDef velmorpy_module = {PyModuleDef_HEAD_INIT, "velmorpy", module_doc, -1
 
 }  // namespace
 
+ModuleServices& services() {
+  static ModuleServices instance;
+  return instance;
+}
+
 PyMODINIT_FUNC PyInit_velmorpy(void) {
   py::Ref m = py::Ref::steal(PyModule_Create(&velmorpy_module));
   if (!m) return nullptr;
   for (auto reg : {register_exception, register_env, register_param, register_constants,
-                   register_linexpr, register_quadexpr, register_tempconstr, register_genexpr,
+                   register_linexpr, register_quadexpr, register_tempconstr, register_genexpr, register_var_ops,
                    register_tuplelist, register_tupledict, register_multidict,
                    register_var, register_constr, register_qconstr, register_sos, register_genconstr,
                    register_column, register_model, register_velmor}) {

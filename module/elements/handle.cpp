@@ -4,12 +4,14 @@
 
 #include <vector>
 
-#include "model/model.h"
+#include "core/services.h"
 #include "core/py_convert.h"
 #include "core/py_error.h"
 #include "core/registry.h"
 
 namespace {
+
+bool is_model(PyObject* o) { return PyObject_TypeCheck(o, services().model_type); }
 
 // Indexed by element kind; slot 0 (VLM_KIND_MODEL) is unused.
 PyTypeObject* g_types[kNumElementKinds + 1] = {};
@@ -57,19 +59,20 @@ PyObject* handle_tp_new(PyTypeObject* type, PyObject* args, PyObject* kwds) {
                         PyTuple_GET_SIZE(args));
   }
   PyObject* model = PyTuple_GET_ITEM(args, 0);
-  if (!model_check(model)) {
+  if (!is_model(model)) {
     return PyErr_Format(PyExc_TypeError, "%s() argument 1 must be a Model, not %.200s", name,
                         Py_TYPE(model)->tp_name);
   }
   int index = 0;
   if (!index_value(PyTuple_GET_ITEM(args, 1), &index)) return nullptr;
-  if (as_model(model)->core == nullptr) {
+  ModelCore* core = services().model_core(model);
+  if (core == nullptr) {
     return PyErr_Format(PyExc_TypeError, "%s() argument 1 must be an initialised Model", name);
   }
   PyObject* self = type->tp_alloc(type, 0);
   if (self == nullptr) return nullptr;
   HandleObject* h = as_handle(self);
-  h->core = core_acquire(as_model(model)->core);
+  h->core = core_acquire(core);
   h->index = index;
   return self;
 }
@@ -218,13 +221,14 @@ PyObject* get_model(PyObject* self, void*) {
 }
 
 int set_model(PyObject* self, PyObject* value, void*) {
-  if (value == nullptr || !model_check(value) || as_model(value)->core == nullptr) {
+  ModelCore* core = value != nullptr && is_model(value) ? services().model_core(value) : nullptr;
+  if (core == nullptr) {
     PyErr_SetString(PyExc_TypeError, "_cmodel must be an initialised Model");
     return -1;
   }
   HandleObject* h = as_handle(self);
   ModelCore* old = h->core;
-  h->core = core_acquire(as_model(value)->core);
+  h->core = core_acquire(core);
   core_release(old);
   return 0;
 }
@@ -261,10 +265,10 @@ const char* handle_type_name(int kind) { return kTypeNames[kind]; }
 
 const char* handle_element_word(int kind) { return kElementWords[kind]; }
 
-py::Ref handle_new(int kind, PyObject* model, int index) {
+py::Ref handle_new(int kind, ModelCore* core, int index) {
   HandleObject* h = PyObject_GC_New(HandleObject, g_types[kind]);
   if (h == nullptr) return py::Ref();
-  h->core = core_acquire(as_model(model)->core);
+  h->core = core_acquire(core);
   h->index = index;
   h->dict = nullptr;
   return py::Ref::steal(reinterpret_cast<PyObject*>(h));

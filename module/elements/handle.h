@@ -3,16 +3,11 @@
 // element kind, index field name and repr.
 //
 // A handle holds its model's shared core (model_core.h) and one index that encodes state and
-// position at once:
-//   index >= 0   the element's position in the library (it may still be awaiting the update
-//                when the index is not below the model's count, in immediate update mode);
-//   -1           added, waiting for Model.update();
-//   -2           removed by an update: the handle is dead;
-//   <= -3        removal pending: the element is still at position -index - 3.
-// The Model writes the index; the handle only reads it.
+// position at once (attrs/element_index.h). The Model writes the index; the handle only reads it.
 #pragma once
 
 #include "attrs/attrutil.h"
+#include "attrs/element_index.h"
 #include "elements/model_core.h"
 #include "core/py_convert.h"
 #include "core/py_ref.h"
@@ -25,12 +20,10 @@ struct HandleObject {
   PyObject* dict;   // the instance dictionary for user extras, created on first use
 };
 
-inline constexpr int kIndexPending = -1;
-inline constexpr int kIndexRemoved = -2;
+// The element kinds VLM_KIND_VAR .. VLM_KIND_GENCONSTR, which index per-kind tables as
+// table[kind - 1].
+inline constexpr int kNumElementKinds = 5;
 
-// The position an index stands for; -2 for pending and -1 for removed handles, which callers
-// treat as "no position".
-inline int handle_position(int index) { return index >= 0 ? index : -index - 3; }
 
 inline HandleObject* as_handle(PyObject* o) { return reinterpret_cast<HandleObject*>(o); }
 
@@ -57,10 +50,10 @@ const char* handle_type_name(int kind);
 // in "... not in model" messages.
 const char* handle_element_word(int kind);
 
-// A new handle of the exact class for `kind`. This is the Model's fast path: no argument
-// parsing, no type checks (`model` must be an initialised Model). The handle is not tracked
-// by the collector until it gets a __dict__.
-py::Ref handle_new(int kind, PyObject* model, int index);
+// A new handle of the exact class for `kind` over an initialised Model's core. This is the
+// Model's fast path: no argument parsing, no type checks. The handle is not tracked by the
+// collector until it gets a __dict__.
+py::Ref handle_new(int kind, ModelCore* core, int index);
 
 // The attribute target of a handle for the engine.
 AttrTarget handle_target(PyObject* self);

@@ -5,10 +5,8 @@
 
 #include <cstdint>
 
-#include "model/model.h"
 #include "core/py_error.h"
 #include "core/registry.h"
-#include "expr/var_ops.h"
 
 PyTypeObject VarType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.Var"};
 
@@ -111,10 +109,14 @@ bool var_safename(PyObject* var, VarDisplay* out) {
   return static_cast<bool>(out->name);
 }
 
+PyTypeObject* var_type_object() { return &VarType; }
+
 int register_var(PyObject* m) {
   VarType.tp_hash = py::guarded<&var_hash>;
-  VarType.tp_as_number = &var_as_number;  // arithmetic and comparisons: var_ops.cpp
-  VarType.tp_richcompare = var_richcompare;
+  if (VarType.tp_as_number == nullptr) {  // installed by register_var_ops (expr/var_ops.cpp)
+    PyErr_SetString(PyExc_SystemError, "the Var operators must be installed before Var is registered");
+    return -1;
+  }
   HandleClass cls{VLM_KIND_VAR, "_colno", var_doc, py::guarded<&var_repr>, var_methods};
   return handle_register(m, &VarType, cls);
 }

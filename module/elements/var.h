@@ -16,3 +16,7 @@ inline bool var_check(PyObject* o) { return handle_kind(o) == VLM_KIND_VAR; }
 
 // Fills `out`; false with an exception set when the library cannot tell the name.
 bool var_safename(PyObject* var, VarDisplay* out);
+
+// The Var type (not yet ready before register_var): the expression floor installs the
+// variable's operators into it.
+PyTypeObject* var_type_object();

@@ -15,6 +15,7 @@
 #include "core/py_convert.h"
 #include "core/py_error.h"
 #include "core/registry.h"
+#include "core/services.h"
 #include "core/velmor.h"
 
 extern PyTypeObject EnvType;
@@ -736,6 +737,11 @@ PyObject* env_call_method(PyObject* env, const char* method, PyObject* const* ar
 }
 
 int register_env(PyObject* m) {
+  ModuleServices& s = services();
+  s.env_check = env_check;
+  s.env_handle = env_handle;
+  s.env_new_default = env_new_default;
+  s.env_close = env_close;
   EnvType.tp_basicsize = sizeof(EnvObject);
   EnvType.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Py_TPFLAGS_HAVE_GC;
   EnvType.tp_doc = env_doc;

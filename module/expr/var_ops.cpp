@@ -2,6 +2,7 @@
 // never changed. Operands of unknown types give NotImplemented, so that a QuadExpr or a
 // matrix type on the other side takes over with its reflected operator.
 #include "expr/var_ops.h"
+#include "core/registry.h"
 
 #include <cmath>
 
@@ -110,6 +111,8 @@ PyObject* var_nb_power(PyObject* a, PyObject* b, PyObject* mod) {
 
 }  // namespace
 
+namespace {
+
 PyNumberMethods var_as_number = {
     .nb_add = py::guarded<&var_nb_add>,
     .nb_subtract = py::guarded<&var_nb_subtract>,
@@ -119,8 +122,6 @@ PyNumberMethods var_as_number = {
     .nb_true_divide = py::guarded<&var_nb_true_divide>,
 };
 
-namespace {
-
 PyObject* var_richcompare_impl(PyObject* self, PyObject* other, int op) {
   // Strict comparisons fall back to Python's own refusal; the rest build constraints as
   // expressions do.
@@ -128,8 +129,15 @@ PyObject* var_richcompare_impl(PyObject* self, PyObject* other, int op) {
   return expr_richcompare(self, other, op);
 }
 
-}  // namespace
-
 PyObject* var_richcompare(PyObject* self, PyObject* other, int op) {
   return py::guarded<&var_richcompare_impl>(self, other, op);
+}
+
+}  // namespace
+
+int register_var_ops(PyObject*) {
+  PyTypeObject* type = var_type_object();
+  type->tp_as_number = &var_as_number;
+  type->tp_richcompare = var_richcompare;
+  return 0;
 }

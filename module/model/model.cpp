@@ -24,6 +24,7 @@
 #include "core/py_convert.h"
 #include "core/py_error.h"
 #include "core/registry.h"
+#include "core/services.h"
 #include "core/velmor.h"
 
 PyTypeObject ModelType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.Model"};
@@ -847,7 +848,7 @@ bool renumber(PyObject* self, int kind) {
   int count = 0;
   if (!get_int(self, kKinds[kind].count_attr, &count)) return false;
   for (Py_ssize_t i = PyList_GET_SIZE(list); i < count; ++i) {
-    py::Ref h = handle_new(kind, self, static_cast<int>(i));
+    py::Ref h = handle_new(kind, as_model(self)->core, static_cast<int>(i));
     if (!h || PyList_Append(list, h.get()) < 0) return false;
   }
   return true;
@@ -1710,6 +1711,9 @@ int model_var_column(PyObject* model, PyObject* var) {
   return -1;
 }
 
+// The shared core of an initialised Model, for the element handles (through services()).
+ModelCore* model_core_of(PyObject* obj) { return model_check(obj) ? as_model(obj)->core : nullptr; }
+
 VLMmodel* model_handle_of(PyObject* obj, bool* found) {
   *found = true;
   if (model_check(obj)) return model_handle(obj);
@@ -1736,7 +1740,7 @@ int model_setup(PyObject* self, bool empty) {
       py::Ref list = py::Ref::steal(PyList_New(n));
       if (!list) return -1;
       for (int i = 0; i < n; ++i) {
-        py::Ref h = handle_new(kind, self, i);
+        py::Ref h = handle_new(kind, as_model(self)->core, i);
         if (!h) return -1;
         PyList_SET_ITEM(list.get(), i, h.release());
       }
@@ -1781,7 +1785,7 @@ py::Ref model_append_handle(PyObject* self, int kind) {
   int mode = model_getupdatemode(self);
   if (mode == -1 && PyErr_Occurred()) return py::Ref();
   int index = mode == 1 ? static_cast<int>(PyList_GET_SIZE(list)) : kIndexPending;
-  py::Ref h = handle_new(kind, self, index);
+  py::Ref h = handle_new(kind, as_model(self)->core, index);
   if (!h || PyList_Append(list, h.get()) < 0) return py::Ref();
   return h;
 }
@@ -1798,7 +1802,7 @@ int model_append_handles(PyObject* self, int kind, Py_ssize_t count) {
     GcThresholdRaise raised;
     if (!raised.ok()) return -1;
     for (Py_ssize_t i = 0; i < count; ++i) {
-      py::Ref h = handle_new(kind, self, mode == 1 ? static_cast<int>(first + i) : kIndexPending);
+      py::Ref h = handle_new(kind, as_model(self)->core, mode == 1 ? static_cast<int>(first + i) : kIndexPending);
       if (!h) return -1;
       PyList_SET_ITEM(added.get(), i, h.release());
     }
@@ -1870,7 +1874,7 @@ int model_update(PyObject* self) {
   // is cleared at once so that a failing update cannot append them twice.
   PyObject* vars = list_of(m, VLM_KIND_VAR);
   for (; m->newranges > 0; --m->newranges) {
-    py::Ref h = handle_new(VLM_KIND_VAR, self, static_cast<int>(PyList_GET_SIZE(vars)));
+    py::Ref h = handle_new(VLM_KIND_VAR, as_model(self)->core, static_cast<int>(PyList_GET_SIZE(vars)));
     if (!h || PyList_Append(vars, h.get()) < 0) return -1;
   }
   if (m->delvars && !mark_dependent_genconstrs(self)) return -1;
@@ -1903,6 +1907,11 @@ int model_update(PyObject* self) {
 }
 
 int register_model(PyObject* m) {
+  ModuleServices& s = services();
+  s.model_type = &ModelType;
+  s.model_handle_of = model_handle_of;
+  s.model_adopt = model_adopt;
+  s.model_core = model_core_of;
   g_env_type = PyObject_GetAttrString(m, "Env");
   g_param_type = g_env_type ? PyObject_GetAttrString(m, "ParamClass") : nullptr;
   if (g_param_type == nullptr) return -1;

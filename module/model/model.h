@@ -11,8 +11,6 @@
 #include "core/py_ref.h"
 #include "velmor_c.h"
 
-// The element kinds VLM_KIND_VAR .. VLM_KIND_GENCONSTR index the lists as lists[kind - 1].
-inline constexpr int kNumElementKinds = 5;
 
 struct ModelObject {
   PyObject_HEAD
