@@ -22,8 +22,17 @@ PyObject* no_attribute(const AttrTarget& t, PyObject* name) {
                       t.type_name, name);
 }
 
-PyObject* library_attribute_error(VLMmodel* model) {
-  return py::raise(PyExc_AttributeError, model_error_text(model));
+// An attribute the object has but cannot give now (no solution, ...). Its `name` is set so that
+// the interpreter does not treat it as a misspelt name and suggest a similar one.
+PyObject* library_attribute_error(VLMmodel* model, PyObject* name = nullptr) {
+  py::raise(PyExc_AttributeError, model_error_text(model));
+  if (name == nullptr) return nullptr;
+  PyObject *type, *value, *tb;
+  PyErr_Fetch(&type, &value, &tb);
+  PyErr_NormalizeException(&type, &value, &tb);
+  if (value != nullptr && PyObject_SetAttrString(value, "name", name) < 0) PyErr_Clear();
+  PyErr_Restore(type, value, tb);
+  return nullptr;
 }
 
 PyObject* takes_value(PyObject* name, const char* what) {
@@ -49,11 +58,15 @@ py::Ref str_to_py(const char* s) {
   return py::Ref::steal(PyUnicode_DecodeUTF8(s, static_cast<Py_ssize_t>(std::strlen(s)), "replace"));
 }
 
+PyObject* not_yet_added(const AttrTarget& t) {
+  std::string msg = std::string(t.type_name) + " has not yet been added to the model";
+  return raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, msg.c_str());
+}
+
 // Element state checks shared by get and set: -1 pending, -2 removed.
 bool check_element_state(const AttrTarget& t) {
   if (t.index == kIndexPending) {
-    std::string msg = std::string(t.type_name) + " has not yet been added to the model";
-    raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, msg.c_str());
+    not_yet_added(t);
     return false;
   }
   if (t.index == kIndexRemoved) {
@@ -194,7 +207,7 @@ py::Ref attr_get(const AttrTarget& t, PyObject* name) {
       default:
         return py::Ref::steal(no_attribute(t, name));
     }
-    return py::Ref::steal(library_attribute_error(t.model));
+    return py::Ref::steal(library_attribute_error(t.model, name));
   }
   int element = handle_position(t.index);
   switch (info.datatype) {
@@ -219,7 +232,10 @@ py::Ref attr_get(const AttrTarget& t, PyObject* name) {
       break;
     }
   }
-  return py::Ref::steal(library_attribute_error(t.model));
+  // In immediate update mode a new element already carries its future position, which the
+  // library does not know until the update: it is pending, not out of range.
+  if (rc == VLM_ERROR_INDEX_OUT_OF_RANGE && t.index >= 0) return py::Ref::steal(not_yet_added(t));
+  return py::Ref::steal(library_attribute_error(t.model, name));
 }
 
 int attr_set(const AttrTarget& t, PyObject* name, PyObject* value) {
@@ -273,7 +289,7 @@ int attr_set(const AttrTarget& t, PyObject* name, PyObject* value) {
     }
   }
   if (rc != 0) {
-    library_attribute_error(t.model);
+    library_attribute_error(t.model, name);
     return -1;
   }
   return 0;
@@ -288,7 +304,7 @@ int attr_prefetch(const AttrTarget& t, PyObject* name) {
     return -1;
   }
   if (VLMprefetchattr(t.model, s) != 0) {
-    library_attribute_error(t.model);
+    library_attribute_error(t.model, name);
     return -1;
   }
   return 0;

@@ -143,7 +143,11 @@ bool objective_arrays(PyObject* model, PyObject* expr, bool linear_only, Objecti
   int added = linexpr_add(lin.get(), expr, 1.0);
   if (added < 0) return false;
   if (added == 0) {
-    PyErr_Format(velmor_error_type(), "Unsupported type %.200s for an objective", Py_TYPE(expr)->tp_name);
+    // Anything else is made an expression as LinExpr.add would, with its refusal.
+    py::Ref text = py::Ref::steal(PyUnicode_FromFormat(
+        "Unsupported type (%S) for LinExpr addition argument", reinterpret_cast<PyObject*>(Py_TYPE(expr))));
+    if (!text) return false;
+    raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, PyUnicode_AsUTF8(text.get()));
     return false;
   }
   return collect_linear(model, lin.get(), out);

@@ -120,6 +120,11 @@ def test_immediate_mode_writes_reach_pending_elements(model):
     w = lib.add_var(model, "w")
     assert w._colno == 2
     w.UB = 4.0
+    # Its position is known, but until the update there is nothing to read there.
+    with pytest.raises(VelmorError) as info:
+        w.UB
+    assert info.value.errno == vp.VLM.ERROR_NOT_IN_MODEL
+    assert str(info.value) == "Var has not yet been added to the model"
     model.update()
     assert w.UB == 4.0
 

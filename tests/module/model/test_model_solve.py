@@ -4,6 +4,7 @@ import pathlib
 import random
 import threading
 import time
+import traceback
 
 import pytest
 
@@ -62,8 +63,11 @@ def test_infeasible_model_has_no_values(tmp_path):
     assert m.Status in (VLM.INFEASIBLE, VLM.INF_OR_UNBD)
     with pytest.raises(AttributeError, match="Unable to retrieve attribute 'X'"):
         m.getVars()[0].X
-    with pytest.raises(AttributeError, match="ObjVal"):
+    with pytest.raises(AttributeError, match="ObjVal") as info:
         m.ObjVal
+    # The name is known: the traceback must not suggest another attribute.
+    assert info.value.name == "ObjVal"
+    assert "Did you mean" not in "".join(traceback.format_exception_only(info.type, info.value))
 
 
 def test_unsupported_elements_are_refused_with_their_name(tmp_path):
@@ -175,6 +179,13 @@ def test_objective_errors_leave_the_objective(tmp_path):
     assert info.value.errno == VLM.ERROR_NOT_IN_MODEL and str(info.value) == "Variable not in model"
     with pytest.raises(VelmorError, match="sense"):
         m.setObjective(m.getVars()[0], 7)
+    # Anything that is not an expression is refused as LinExpr.add refuses it.
+    for bad, shown in (("a", "<class 'str'>"), (None, "<class 'NoneType'>"),
+                       (m.getVars()[0] <= 1, "<class 'velmorpy.TempConstr'>")):
+        with pytest.raises(VelmorError) as info:
+            m.setObjective(bad)
+        assert info.value.errno == VLM.ERROR_INVALID_ARGUMENT
+        assert str(info.value) == f"Unsupported type ({shown}) for LinExpr addition argument"
     x, y = m.getVars()
     with pytest.raises(VelmorError, match="linear"):
         m.setObjectiveN(x * y, 0)
