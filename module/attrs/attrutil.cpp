@@ -282,7 +282,7 @@ int attr_set(const AttrTarget& t, PyObject* name, PyObject* value) {
         takes_value(name, "string");
         return -1;
       }
-      const char* v = PyUnicode_AsUTF8(value);
+      const char* v = py::utf8(value);
       if (v == nullptr) return -1;
       rc = model ? VLMsetstrattr(t.model, s, v) : VLMsetstrattrelement(t.model, s, element, v);
       break;
@@ -422,7 +422,7 @@ int attr_set_list(VLMmodel* model, const char* name, const AttrInfo& info,
           return -1;
         }
         // The UTF-8 buffers live as long as the str objects, which the caller holds.
-        v[static_cast<std::size_t>(i)] = PyUnicode_AsUTF8(o);
+        v[static_cast<std::size_t>(i)] = py::utf8(o);
         if (v[static_cast<std::size_t>(i)] == nullptr) return -1;
       }
       rc = VLMsetstrattrlist(model, name, n, ind.data(), v.data());

@@ -161,3 +161,25 @@ def test_setattr_and_getattr_methods_match_attribute_syntax(model):
     assert (x.getAttr("Obj"), model.getAttr("ModelName"), model.ModelName) == (4.0, "renamed", "renamed")
     with pytest.raises(TypeError):
         x.setAttr("Obj")
+
+
+def test_text_the_library_cannot_hold_is_refused_and_foreign_bytes_are_replaced(model, env, tmp_path):
+    x = model.getVars()[0]
+    for bad, why in (("a\0b", "it holds a NUL character"),
+                     ("x\udcff", "it holds characters that cannot be encoded as UTF-8")):
+        with pytest.raises(VelmorError) as info:
+            x.VarName = bad
+        assert info.value.errno == vp.VLM.ERROR_INVALID_ARGUMENT
+        assert str(info.value) == f"Invalid text {bad!r}: {why}"
+        with pytest.raises(VelmorError):
+            model.setAttr("VarName", [x], [bad])
+    model.update()
+    assert x.VarName == "x"
+    # Names in a file written by another program need not be UTF-8: they read with U+FFFD.
+    path = tmp_path / "latin1.lp"
+    path.write_bytes(b"Minimize\n obj: x\xff + y\nSubject To\n c\xfe: x\xff + y >= 1\nEnd\n")
+    m = vp.read(str(path), env=env)
+    m.update()
+    assert [v.VarName for v in m.getVars()] == ["x\ufffd", "y"]
+    assert repr(m.getConstrs()[0]) == "<velmor.Constr c\ufffd>"
+    m.dispose()
