@@ -24,8 +24,8 @@ PyObject* no_attribute(const AttrTarget& t, PyObject* name) {
 
 // An attribute the object has but cannot give now (no solution, ...). Its `name` is set so that
 // the interpreter does not treat it as a misspelt name and suggest a similar one.
-PyObject* library_attribute_error(VLMmodel* model, PyObject* name = nullptr) {
-  py::raise(PyExc_AttributeError, model_error_text(model));
+PyObject* library_attribute_error(VLMmodel* model, int rc, PyObject* name = nullptr) {
+  py::raise(PyExc_AttributeError, model_error_text(model, rc));
   if (name == nullptr) return nullptr;
   PyObject *type, *value, *tb;
   PyErr_Fetch(&type, &value, &tb);
@@ -207,7 +207,7 @@ py::Ref attr_get(const AttrTarget& t, PyObject* name) {
       default:
         return py::Ref::steal(no_attribute(t, name));
     }
-    return py::Ref::steal(library_attribute_error(t.model, name));
+    return py::Ref::steal(library_attribute_error(t.model, rc, name));
   }
   int element = handle_position(t.index);
   switch (info.datatype) {
@@ -235,7 +235,7 @@ py::Ref attr_get(const AttrTarget& t, PyObject* name) {
   // In immediate update mode a new element already carries its future position, which the
   // library does not know until the update: it is pending, not out of range.
   if (rc == VLM_ERROR_INDEX_OUT_OF_RANGE && t.index >= 0) return py::Ref::steal(not_yet_added(t));
-  return py::Ref::steal(library_attribute_error(t.model, name));
+  return py::Ref::steal(library_attribute_error(t.model, rc, name));
 }
 
 int attr_set(const AttrTarget& t, PyObject* name, PyObject* value) {
@@ -289,7 +289,7 @@ int attr_set(const AttrTarget& t, PyObject* name, PyObject* value) {
     }
   }
   if (rc != 0) {
-    library_attribute_error(t.model, name);
+    library_attribute_error(t.model, rc, name);
     return -1;
   }
   return 0;
@@ -303,8 +303,8 @@ int attr_prefetch(const AttrTarget& t, PyObject* name) {
     no_attribute(t, name);
     return -1;
   }
-  if (VLMprefetchattr(t.model, s) != 0) {
-    library_attribute_error(t.model, name);
+  if (int rc = VLMprefetchattr(t.model, s); rc != 0) {
+    library_attribute_error(t.model, rc, name);
     return -1;
   }
   return 0;
@@ -430,7 +430,7 @@ int attr_set_list(VLMmodel* model, const char* name, const AttrInfo& info,
     }
   }
   if (rc != 0) {
-    library_attribute_error(model);
+    library_attribute_error(model, rc);
     return -1;
   }
   return 0;

@@ -25,7 +25,7 @@ const char velmorerror_doc[] =
 
 // The library's last error text for the object a failed call used; an empty Ref with no error
 // set when the object carries no library handle.
-py::Ref message_of(PyObject* argument) {
+py::Ref message_of(PyObject* argument, int code) {
   if (PyUnicode_Check(argument)) return py::Ref::borrow(argument);
   const ModuleServices& s = services();
   if (s.env_check != nullptr && s.env_check(argument)) {
@@ -36,14 +36,15 @@ py::Ref message_of(PyObject* argument) {
   bool is_model_object = false;
   if (s.model_handle_of == nullptr) return py::Ref();
   VLMmodel* model = s.model_handle_of(argument, &is_model_object);
-  if (is_model_object) return py::str(model_error_text(model));
+  if (is_model_object) return py::str(model_error_text(model, code));
   return py::Ref();
 }
 
 }  // namespace
 
-const char* model_error_text(VLMmodel* model) {
+const char* model_error_text(VLMmodel* model, int code) {
   if (model == nullptr) return "Model has been disposed";
+  if (code == VLM_ERROR_OPTIMIZATION_IN_PROGRESS) return "Must stop optimization to query results";
   return VLMgetmerrormsg(model);
 }
 
@@ -60,7 +61,9 @@ PyObject* velmorerror_init(PyObject*, PyObject* const* args, Py_ssize_t nargs, P
   PyObject* err = args[1];
   PyObject* argument = args[2];
   if (PyObject_SetAttrString(self, "errno", err) < 0) return nullptr;
-  py::Ref message = message_of(argument);
+  int code = PyLong_Check(err) ? PyLong_AsLong(err) : 0;
+  if (code == -1 && PyErr_Occurred()) PyErr_Clear();  // a huge errno is no library code
+  py::Ref message = message_of(argument, code);
   if (PyErr_Occurred()) return nullptr;
   if (message) {
     if (PyObject_SetAttrString(self, "_message", message.get()) < 0) return nullptr;

@@ -63,5 +63,7 @@ constexpr auto guarded = &Guard<Impl>::call;
 PyObject* raise_velmor(int code, PyObject* obj);
 // Raises VelmorError(code, message). Returns nullptr.
 PyObject* raise_velmor_msg(int code, const char* message);
-// The library's last error text for a model ("Model has been disposed" when there is none).
-const char* model_error_text(VLMmodel* model);
+// The text for a failed library call on a model: the model's last error text ("Model has been
+// disposed" when there is none), except for a call refused because another thread is solving
+// the model, which records no text (the solving thread owns the model's state).
+const char* model_error_text(VLMmodel* model, int code = 0);

@@ -157,6 +157,31 @@ def test_a_solving_model_cannot_be_disposed(tmp_path):
     m.dispose()
 
 
+def test_results_read_during_a_solve_say_the_solve_is_running(tmp_path):
+    m = read_lp(tmp_path, market_split_lp(seed=5))
+    m.Params.TimeLimit = 60
+    x = m.getVars()[0]
+    seen = []
+
+    def reader():
+        time.sleep(0.3)
+        for read in (lambda: m.NumVars, lambda: x.X, lambda: m.getAttr("X", [x])):
+            try:
+                read()
+                seen.append("read")
+            except (AttributeError, VelmorError) as e:
+                seen.append((type(e).__name__, str(e)))
+        m.terminate()
+
+    t = threading.Thread(target=reader)
+    t.start()
+    m.optimize()
+    t.join()
+    text = "Must stop optimization to query results"
+    assert seen == [("AttributeError", text), ("AttributeError", text), ("VelmorError", text)]
+    assert m.Status == VLM.INTERRUPTED
+
+
 def test_objective_round_trip_and_quadratic_solve(tmp_path):
     m = read_lp(tmp_path, PRODUCTION)
     x, y = m.getVars()
