@@ -25,6 +25,7 @@
 #include "core/py_convert.h"
 #include "core/py_error.h"
 #include "core/registry.h"
+#include "containers/subclass.h"
 #include "containers/tuplelist.h"
 
 namespace {
@@ -469,27 +470,24 @@ int tupledict_traverse(PyObject* self, visitproc visit, void* arg) {
   return 0;
 }
 
-int tupledict_clear(PyObject* self) {
+// The subclass's own fields, dropped by clear and by dealloc.
+void release_fields(PyObject* self) {
   TupleDictObject* t = as_td(self);
-  PyDict_Type.tp_clear(self);
   drop_snapshot(t);
   Py_CLEAR(t->wild);
   Py_CLEAR(t->keys);
   Py_CLEAR(t->pos);
   Py_CLEAR(t->inst_dict);
+}
+
+int tupledict_clear(PyObject* self) {
+  PyDict_Type.tp_clear(self);
+  release_fields(self);
   return 0;
 }
 
 void tupledict_dealloc(PyObject* self) {
-  PyObject_GC_UnTrack(self);
-  TupleDictObject* t = as_td(self);
-  if (t->weakreflist != nullptr) PyObject_ClearWeakRefs(self);
-  drop_snapshot(t);
-  Py_CLEAR(t->wild);
-  Py_CLEAR(t->keys);
-  Py_CLEAR(t->pos);
-  Py_CLEAR(t->inst_dict);
-  PyDict_Type.tp_dealloc(self);
+  subclass_dealloc(self, as_td(self)->weakreflist, release_fields, &PyDict_Type);
 }
 
 // ---- order and keys -----------------------------------------------------------------------------
@@ -697,21 +695,11 @@ int tupledict_ass_subscript(PyObject* self, PyObject* key, PyObject* value) {
   return 0;
 }
 
-PyObject* call_base(PyObject* method, PyObject* self, PyObject* const* args, Py_ssize_t nargs,
-                    PyObject* kwnames) {
-  Py_ssize_t nkw = kwnames ? PyTuple_GET_SIZE(kwnames) : 0;
-  std::vector<PyObject*> all;
-  all.reserve(static_cast<size_t>(1 + nargs + nkw));
-  all.push_back(self);
-  all.insert(all.end(), args, args + nargs + nkw);
-  return PyObject_Vectorcall(method, all.data(), static_cast<size_t>(nargs) + 1, kwnames);
-}
-
 // pop, popitem, update and setdefault: the dict operation with the same arguments, then clean().
 template <PyObject** Method>
 PyObject* tupledict_base_op(PyObject* self, PyObject* const* args, Py_ssize_t nargs,
                             PyObject* kwnames) {
-  py::Ref r = py::Ref::steal(call_base(*Method, self, args, nargs, kwnames));
+  py::Ref r = py::Ref::steal(subclass_call_base(*Method, self, args, nargs, kwnames));
   if (!r) return nullptr;
   td_clean(self);
   return r.release();
@@ -744,15 +732,7 @@ PyObject* tupledict_getstate(PyObject* self, PyObject*) {
 }
 
 PyObject* tupledict_setstate(PyObject* self, PyObject* state) {
-  if (state == Py_None) return py::none();
-  if (!PyDict_Check(state)) return py::raise(PyExc_TypeError, "tupledict state must be a dict");
-  PyObject* key;
-  PyObject* value;
-  Py_ssize_t i = 0;
-  while (PyDict_Next(state, &i, &key, &value)) {
-    if (PyObject_SetAttr(self, key, value) < 0) return nullptr;
-  }
-  return py::none();
+  return subclass_setstate(self, state, "tupledict state must be a dict");
 }
 
 // ---- attributes ---------------------------------------------------------------------------------
@@ -881,15 +861,12 @@ py::Ref tupledict_values(PyObject* td) {
 int register_tupledict(PyObject* m) {
   star = PyUnicode_InternFromString("*");
   if (star == nullptr) return -1;
-  // Looked up through the type (its tp_dict is not filled for built-in types on 3.12+); the
-  // references are kept for the life of the process.
-  PyObject* base = reinterpret_cast<PyObject*>(&PyDict_Type);
-  dict_pop = PyObject_GetAttrString(base, "pop");
-  dict_popitem = PyObject_GetAttrString(base, "popitem");
-  dict_update = PyObject_GetAttrString(base, "update");
-  dict_setdefault = PyObject_GetAttrString(base, "setdefault");
-  if (!dict_pop || !dict_popitem || !dict_update || !dict_setdefault) {
-    PyErr_SetString(PyExc_SystemError, "dict methods not found");
+  const BaseMethod methods[] = {{"pop", &dict_pop},
+                                 {"popitem", &dict_popitem},
+                                 {"update", &dict_update},
+                                 {"setdefault", &dict_setdefault}};
+  if (subclass_base_methods(&PyDict_Type, methods, std::size(methods), "dict methods not found") <
+      0) {
     return -1;
   }
   tupledict_as_mapping.mp_ass_subscript = py::guarded<&tupledict_ass_subscript>;
@@ -905,9 +882,6 @@ int register_tupledict(PyObject* m) {
   TupleDictIterType.tp_iternext = py::guarded<&tdi_next>;
   if (PyType_Ready(&TupleDictIterType) < 0) return -1;
 
-  TupleDictType.tp_base = &PyDict_Type;
-  TupleDictType.tp_basicsize = sizeof(TupleDictObject);
-  TupleDictType.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Py_TPFLAGS_HAVE_GC;
   TupleDictType.tp_doc = tupledict_doc;
   TupleDictType.tp_new = py::guarded<&tupledict_new>;
   TupleDictType.tp_init = py::guarded<&tupledict_init>;
@@ -919,13 +893,7 @@ int register_tupledict(PyObject* m) {
   TupleDictType.tp_as_number = &tupledict_as_number;
   TupleDictType.tp_methods = tupledict_methods;
   TupleDictType.tp_getset = tupledict_getset;
-  TupleDictType.tp_dictoffset = offsetof(TupleDictObject, inst_dict);
-  TupleDictType.tp_weaklistoffset = offsetof(TupleDictObject, weakreflist);
-  if (PyType_Ready(&TupleDictType) < 0) return -1;
-  Py_INCREF(&TupleDictType);
-  if (PyModule_AddObject(m, "tupledict", reinterpret_cast<PyObject*>(&TupleDictType)) < 0) {
-    Py_DECREF(&TupleDictType);
-    return -1;
-  }
-  return 0;
+  return subclass_add_type(m, "tupledict", &TupleDictType, &PyDict_Type, sizeof(TupleDictObject),
+                           offsetof(TupleDictObject, inst_dict),
+                           offsetof(TupleDictObject, weakreflist));
 }

@@ -10,6 +10,7 @@
 #include "elements/handle.h"
 #include "core/py_error.h"
 #include "elements/var.h"
+#include "expr/linexpr.h"
 #include "velmor_c.h"
 
 PyTypeObject QuadExprType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.QuadExpr"};

@@ -4,7 +4,8 @@
 // the tail nodes merge into the linear part when the expression is flattened.
 #pragma once
 
-#include "expr/linexpr.h"
+#include "core/py_ref.h"
+#include "expr/terms.h"
 
 struct QuadExprObject {
   PyObject_HEAD
