@@ -145,7 +145,7 @@ py::Ref read_key(PyObject* gen, PyObject* names) {
 // for "_", else name[key].
 py::Ref constr_name_for(PyObject* name, PyObject* key) {
   if (is_none(name)) return py::Ref::borrow(Py_None);
-  const char* base = PyUnicode_AsUTF8(name);
+  const char* base = py::utf8(name);
   if (base == nullptr) return py::Ref();
   if (base[0] == '\0') return py::Ref::borrow(Py_None);
   std::string text;

@@ -91,7 +91,7 @@ inline bool name_arg(PyObject* name, py::Ref* keep, const char** out) {
   *keep = PyUnicode_Check(name) ? py::Ref::borrow(name) : py::Ref::steal(PyObject_Str(name));
   if (!*keep) return false;
   if (PyUnicode_GET_LENGTH(keep->get()) == 0) return true;
-  *out = PyUnicode_AsUTF8(keep->get());
+  *out = py::utf8(keep->get());
   return *out != nullptr;
 }
 
@@ -151,7 +151,14 @@ inline bool append_text(std::string& out, PyObject* o) {
   if (!s) return false;
   Py_ssize_t len = 0;
   const char* u = PyUnicode_AsUTF8AndSize(s.get(), &len);
-  if (u == nullptr) return false;
+  if (u == nullptr) {
+    // Lone surrogates: let the common conversion raise its VelmorError.
+    if (PyErr_ExceptionMatches(PyExc_UnicodeEncodeError)) {
+      PyErr_Clear();
+      py::utf8(s.get());
+    }
+    return false;
+  }
   out.append(u, static_cast<size_t>(len));
   return true;
 }

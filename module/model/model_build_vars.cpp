@@ -210,6 +210,12 @@ bool add_name(NameTable& names, size_t start) {
     invalid("Cannot convert " + std::string(s, n) + " to ASCII characters");
     return false;
   }
+  if (std::memchr(s, '\0', n) != nullptr) {
+    std::string shown;
+    for (size_t i = 0; i < n; ++i) shown += s[i] == '\0' ? std::string("\\x00") : std::string(1, s[i]);
+    invalid("Invalid text '" + shown + "': it holds a NUL character");
+    return false;
+  }
   names.offsets.push_back(n == 0 ? SIZE_MAX : start);
   names.buffer.push_back('\0');
   return true;
@@ -225,10 +231,9 @@ bool build_names(PyObject* name, PyObject* keys, NameTable& names) {
       py::Ref s = PyUnicode_Check(name) ? py::Ref::borrow(name) : py::Ref::steal(PyObject_Str(name));
       if (!s) return false;
       if (PyUnicode_GET_LENGTH(s.get()) == 0) return true;
-      Py_ssize_t len = 0;
-      const char* u = PyUnicode_AsUTF8AndSize(s.get(), &len);
+      const char* u = py::utf8(s.get());
       if (u == nullptr) return false;
-      const std::string base(u, static_cast<size_t>(len));
+      const std::string base(u);
       names.buffer.reserve(static_cast<size_t>(n) * (base.size() + 10));
       names.offsets.reserve(static_cast<size_t>(n));
       for (Py_ssize_t i = 0; i < n; ++i) {

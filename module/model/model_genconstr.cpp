@@ -188,7 +188,7 @@ bool text_arg(PyObject* o, const char* what, const char* dflt, const char** out)
     PyErr_Format(PyExc_TypeError, "%s must be a str, not '%.200s'", what, Py_TYPE(o)->tp_name);
     return false;
   }
-  *out = PyUnicode_AsUTF8(o);
+  *out = py::utf8(o);
   return *out != nullptr;
 }
 

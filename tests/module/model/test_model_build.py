@@ -478,3 +478,27 @@ def test_building_and_reading_keep_reference_counts(m):
     grown = {k: after[1].get(k, 0) - before[1].get(k, 0) for k in set(after[1]) | set(before[1])}
     assert {k: v for k, v in grown.items() if v} == {}
     assert (m.NumConstrs, m.NumQConstrs, m.NumVars) == (900, 400, 406)
+
+
+def test_names_the_library_cannot_hold_are_refused_and_nothing_is_added(env):
+    m = vp.Model(env=env)
+    x = m.addVar(name="x")
+    m.update()
+    attempts = [
+        (lambda: m.addVar(name="a\0b"), "Invalid text 'a\\x00b': it holds a NUL character"),
+        (lambda: m.addVar(name="x\udcff"),
+         "Invalid text 'x\\udcff': it holds characters that cannot be encoded as UTF-8"),
+        (lambda: m.addVars(2, name="v\0"), "Invalid text 'v\\x00': it holds a NUL character"),
+        (lambda: m.addVars(["k\0"], name="v"), "Invalid text 'v[k\\x00]': it holds a NUL character"),
+        (lambda: m.addVars(["k\udcff"], name="v"),
+         "Invalid text 'k\\udcff': it holds characters that cannot be encoded as UTF-8"),
+        (lambda: m.addConstr(x >= 0, name="c\0"), "Invalid text 'c\\x00': it holds a NUL character"),
+        (lambda: m.addGenConstrMax(x, [x], name="g\0"), "Invalid text 'g\\x00': it holds a NUL character"),
+    ]
+    for attempt, text in attempts:
+        with pytest.raises(vp.VelmorError) as info:
+            attempt()
+        assert info.value.errno == vp.VLM.ERROR_INVALID_ARGUMENT
+        assert str(info.value) == text
+    m.update()
+    assert (m.NumVars, m.NumConstrs, m.NumGenConstrs) == (1, 0, 0)
