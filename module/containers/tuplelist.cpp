@@ -288,6 +288,13 @@ PyObject* tuplelist_getslice(PyObject* self, PyObject* const* args, Py_ssize_t n
   return tuplelist_adopt(part.get(), as_tl(self)->wild).release();
 }
 
+// A slice keeps the class and the wildcard, as __getslice__ does; an index gives the member.
+PyObject* tuplelist_subscript(PyObject* self, PyObject* key) {
+  py::Ref part = py::Ref::steal(PyList_Type.tp_as_mapping->mp_subscript(self, key));
+  if (!part || !PySlice_Check(key)) return part.release();
+  return tuplelist_adopt(part.get(), as_tl(self)->wild).release();
+}
+
 PyObject* tuplelist_concat(PyObject* self, PyObject* other) {
   py::Ref all = py::Ref::steal(PySequence_List(self));
   if (!all) return nullptr;
@@ -694,6 +701,7 @@ int register_tuplelist(PyObject* m) {
   tuplelist_as_sequence.sq_ass_item = py::guarded<&tuplelist_ass_item>;
   tuplelist_as_sequence.sq_inplace_concat = py::guarded<&tuplelist_inplace_concat>;
   tuplelist_as_sequence.sq_inplace_repeat = py::guarded<&tuplelist_inplace_repeat>;
+  tuplelist_as_mapping.mp_subscript = py::guarded<&tuplelist_subscript>;
   tuplelist_as_mapping.mp_ass_subscript = py::guarded<&tuplelist_ass_subscript>;
 
   TupleListType.tp_doc = tuplelist_doc;

@@ -106,13 +106,43 @@ PyObject* by_name(PyObject* self, PyObject* name, int kind, int (*lookup)(VLMmod
 
 // ---- removal ---------------------------------------------------------------------------------
 
-bool remove_all(PyObject* self, PyObject* iterable) {
-  py::Ref it = py::Ref::steal(PyObject_GetIter(iterable));
-  if (!it) return false;
-  while (py::Ref item = py::Ref::steal(PyIter_Next(it.get()))) {
-    if (!py::Ref::steal(model_removeone(self, item.get()))) return false;
+// Whether `item` is an element handle of this model; false with VelmorError set otherwise.
+bool check_removable(PyObject* self, PyObject* item) {
+  int kind = handle_kind(item);
+  if (kind == 0) {
+    raise_velmor_msg(-1, "Tried to remove an object that is not a Var, Constr, SOS, QConstr or GenConstr");
+    return false;
   }
-  return !PyErr_Occurred();
+  if (!model_has(self, item)) {
+    std::string msg = std::string("Tried to remove a ") + handle_type_name(kind) + " that belongs to another model";
+    raise_velmor_msg(-1, msg.c_str());
+    return false;
+  }
+  return true;
+}
+
+// Marks a checked handle for removal at the next update.
+void mark_removed(PyObject* self, PyObject* item) {
+  HandleObject* h = as_handle(item);
+  if (h->index < 0) return;
+  h->index = -3 - h->index;
+  ModelObject* m = as_model(self);
+  int kind = handle_kind(item);
+  if (kind == VLM_KIND_VAR) m->delvars = true;
+  if (kind == VLM_KIND_CONSTR) m->delconstrs = true;
+}
+
+// All or nothing: every item is checked before the first one is marked.
+bool remove_all(PyObject* self, PyObject* iterable) {
+  py::Ref items = py::Ref::steal(PySequence_Fast(iterable, "remove() takes an element or a collection of elements"));
+  if (!items) return false;
+  const Py_ssize_t n = PySequence_Fast_GET_SIZE(items.get());
+  PyObject** data = PySequence_Fast_ITEMS(items.get());
+  for (Py_ssize_t i = 0; i < n; ++i) {
+    if (!check_removable(self, data[i])) return false;
+  }
+  for (Py_ssize_t i = 0; i < n; ++i) mark_removed(self, data[i]);
+  return true;
 }
 
 // ---- update ----------------------------------------------------------------------------------
@@ -227,21 +257,8 @@ PyObject* model_owns(PyObject* self, PyObject* obj) {
 }
 
 PyObject* model_removeone(PyObject* self, PyObject* item) {
-  int kind = handle_kind(item);
-  if (kind == 0) {
-    return raise_velmor_msg(-1, "Tried to remove an object that is not a Var, Constr, SOS, QConstr or GenConstr");
-  }
-  HandleObject* h = as_handle(item);
-  if (!model_has(self, item)) {
-    std::string msg = std::string("Tried to remove a ") + handle_type_name(kind) + " that belongs to another model";
-    return raise_velmor_msg(-1, msg.c_str());
-  }
-  if (h->index >= 0) {
-    h->index = -3 - h->index;
-    ModelObject* m = as_model(self);
-    if (kind == VLM_KIND_VAR) m->delvars = true;
-    if (kind == VLM_KIND_CONSTR) m->delconstrs = true;
-  }
+  if (!check_removable(self, item)) return nullptr;
+  mark_removed(self, item);
   return py::none();
 }
 

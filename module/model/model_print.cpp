@@ -523,6 +523,10 @@ PyObject* model_printattr(PyObject* self, PyObject* args, PyObject* kwds) {
     if (s == nullptr) return nullptr;
     AttrInfo info;
     int rc = VLMgetattrinfo(h, s, &info.datatype, &info.kind, &info.settable);
+    // The lookup records no text on the model, so the model's last message would be stale.
+    if (rc == VLM_ERROR_UNKNOWN_ATTRIBUTE) {
+      return raise_velmor_msg(rc, (std::string("Unknown attribute '") + s + "'").c_str());
+    }
     if (rc != 0) return raise_velmor(rc, self);
     if (info.kind < VLM_KIND_MODEL || info.kind > VLM_KIND_GENCONSTR) {
       std::string msg = std::string("Attribute '") + s + "' does not belong to a model or its elements";

@@ -316,3 +316,13 @@ class TestMultidict:
             "\n  ROUTINE:\n    multidict(data)\n  PURPOSE:\n"
             "    Split a single dictionary into multiple dictionaries.\n")
         assert "(keys, dict1, dict2) = multidict( {" in vp.multidict.__doc__
+
+
+def test_slices_keep_the_class_and_the_wildcard():
+    tl = vp.tuplelist([(1, "a"), (2, "b"), (3, "a")])
+    tl._tuplelist__wild = "?"
+    part = tl[::2]
+    assert type(part) is vp.tuplelist and part._tuplelist__wild == "?"
+    assert list(part) == [(1, "a"), (3, "a")]
+    assert list(part.select("?", "a")) == [(1, "a"), (3, "a")]
+    assert tl[1] == (2, "b") and list(tl[5:]) == []

@@ -568,3 +568,19 @@ def test_models_lists_models_bound_in_main(model, capsys):
         assert vp.velmor._getmodels() == [("velmor_test_model", model)]
     finally:
         del main.velmor_test_model
+
+
+def test_remove_is_all_or_nothing_and_print_attr_names_unknown_attributes(env):
+    m = vp.Model(env=env)
+    x = lib.add_var(m, "x")
+    lib.add_var(m, "y")
+    m.update()
+    for bad in ([x, "y"], (x, 3), {"a": x, "b": None}):
+        with pytest.raises(VelmorError, match="Tried to remove an object that is not a Var"):
+            m.remove(bad)
+        m.update()
+        assert [v.VarName for v in m.getVars()] == ["x", "y"]
+    with pytest.raises(VelmorError) as info:
+        m.printAttr("Nope")
+    assert info.value.errno == vp.VLM.ERROR_UNKNOWN_ATTRIBUTE
+    assert str(info.value) == "Unknown attribute 'Nope'"
