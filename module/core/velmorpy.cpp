@@ -1,0 +1,36 @@
+// The module frame: PyInit_velmorpy builds the module and registers every class family.
+#include "core/py_ref.h"
+#include "core/registry.h"
+#include "core/services.h"
+
+namespace {
+
+const char module_doc[] =
+    "velmorpy: the Python interface of the Velmor optimisation library.\n\n"
+    "Create an Env (or use the default one), build a Model from variables and constraints,\n"
+    "optimise it, and read results as attributes. Constants live in the class VLM; the\n"
+    "module-level functions setParam, readParams, writeParams, resetParams, paramHelp and\n"
+    "read act on the default environment. Call help() for the list of shell commands.";
+
+PyModuleDef velmorpy_module = {PyModuleDef_HEAD_INIT, "velmorpy", module_doc, -1, nullptr,
+                               nullptr, nullptr, nullptr, nullptr};
+
+}  // namespace
+
+ModuleServices& services() {
+  static ModuleServices instance;
+  return instance;
+}
+
+PyMODINIT_FUNC PyInit_velmorpy(void) {
+  py::Ref m = py::Ref::steal(PyModule_Create(&velmorpy_module));
+  if (!m) return nullptr;
+  for (auto reg : {register_exception, register_env, register_param, register_constants,
+                   register_linexpr, register_quadexpr, register_tempconstr, register_genexpr, register_var_ops,
+                   register_tuplelist, register_tupledict, register_multidict,
+                   register_var, register_constr, register_qconstr, register_sos, register_genconstr,
+                   register_column, register_model, register_velmor}) {
+    if (reg(m.get()) < 0) return nullptr;
+  }
+  return m.release();
+}

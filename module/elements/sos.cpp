@@ -1,0 +1,29 @@
+// SOS: the handle of one SOS constraint (see handle.h). SOS constraints have no name, so the
+// repr shows the position.
+#include "elements/handle.h"
+#include "core/py_error.h"
+#include "core/registry.h"
+
+PyTypeObject SOSType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.SOS"};
+
+namespace {
+
+PyObject* sos_repr(PyObject* self) {
+  int index = as_handle(self)->index;
+  if (index == kIndexPending) return PyUnicode_FromString("<velmor.SOS *Awaiting Model Update*>");
+  if (index == kIndexRemoved) return PyUnicode_FromString("<velmor.SOS *Removed*>");
+  if (index < kIndexRemoved) return PyUnicode_FromFormat("<velmor.SOS %d (Removed)>", handle_position(index));
+  return PyUnicode_FromFormat("<velmor.SOS %d>", index);
+}
+
+const char sos_doc[] =
+    "SOS(cmodel, sosno)\n\n"
+    "An SOS constraint of a model, created by Model.addSOS. Model.getSOS(sos) returns its\n"
+    "type, members and weights.";
+
+}  // namespace
+
+int register_sos(PyObject* m) {
+  HandleClass cls{VLM_KIND_SOS, "_sosno", sos_doc, py::guarded<&sos_repr>, nullptr};
+  return handle_register(m, &SOSType, cls);
+}
