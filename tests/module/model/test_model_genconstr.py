@@ -387,12 +387,23 @@ class TestReaders:
                 m.addGenConstrIndicator(b, True, x + y <= z)
         assert [sys.getrefcount(v) for v in (x, y, z, b)] == before
 
-    def test_optimize_refuses_general_constraints(self, m):
-        x, y, z, b, c = vs(m)
+    def test_general_constraints_solve_on_the_users_model(self, env):
+        # min z + w  s.t.  z = |x|, w = max(x, y, 0.5), x in [-3, -1], y in [0, 2]:
+        # z = 1 at x = -1, w = max(-1, 0, 0.5) = 0.5 at y = 0; optimum 1.5.
+        m = vp.Model(env=env)
+        x = m.addVar(lb=-3, ub=-1, name="x")
+        y = m.addVar(ub=2, name="y")
+        z = m.addVar(lb=-10, name="z")
+        w = m.addVar(lb=-10, name="w")
         m.addGenConstrAbs(z, x)
-        with pytest.raises(VelmorError) as info:
-            m.optimize()
-        assert info.value.errno == VLM.ERROR_NOT_SUPPORTED and "general constraints" in str(info.value)
+        m.addGenConstrMax(w, [x, y], constant=0.5)
+        m.setObjective(z + w)
+        m.optimize()
+        assert m.Status == VLM.OPTIMAL
+        assert m.ObjVal == pytest.approx(1.5, abs=1e-6)
+        assert (x.X, z.X, w.X) == (pytest.approx(-1), pytest.approx(1), pytest.approx(0.5))
+        # Helper columns of the reformulation never show.
+        assert (m.NumVars, m.NumConstrs, m.NumGenConstrs) == (4, 0, 2)
 
 
 # ---- algebraic forms --------------------------------------------------------------------------
