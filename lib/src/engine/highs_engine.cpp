@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cmath>
 #include <cstdio>
 #include <mutex>
@@ -19,6 +18,7 @@
 #include "core/platform.h"
 #include "params/param_table.h"
 #include "engine/engine.h"
+#include "engine/sigint.h"
 #include "reform/pipeline.h"
 #include "interfaces/highs_c_api.h"
 
@@ -184,37 +184,6 @@ struct StopFlag {
                                  [this](const auto& p) { return p.second == &flag; }),
                   g_flags.end());
   }
-};
-
-// ---- SIGINT during a solve ---------------------------------------------------------------------
-
-// The flag of the solve that asked for SIGINT handling; the handler only stores into it.
-std::atomic<std::atomic<bool>*> g_sigint_flag{nullptr};
-
-extern "C" void on_sigint(int) {
-  std::atomic<bool>* f = g_sigint_flag.load();
-  if (f != nullptr) f->store(true);
-}
-
-// Installs the handler for one solve and restores the previous one afterwards.
-class SigintScope {
- public:
-  SigintScope(bool wanted, std::atomic<bool>* flag) : active_(wanted) {
-    if (!active_) return;
-    g_sigint_flag.store(flag);
-    previous_ = std::signal(SIGINT, on_sigint);
-  }
-  ~SigintScope() {
-    if (!active_) return;
-    std::signal(SIGINT, previous_ == SIG_ERR ? SIG_DFL : previous_);
-    g_sigint_flag.store(nullptr);
-  }
-  SigintScope(const SigintScope&) = delete;
-  SigintScope& operator=(const SigintScope&) = delete;
-
- private:
-  bool active_;
-  void (*previous_)(int) = SIG_DFL;
 };
 
 // ---- problem construction ---------------------------------------------------------------------

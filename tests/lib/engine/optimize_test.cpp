@@ -343,6 +343,50 @@ TEST_F(OptimizeTest, SigintStopsTheSolveAndTheHandlerIsRestored) {
   std::signal(SIGINT, previous);
 }
 
+// Three concurrent solves ask for SIGINT. The first one is stopped by its terminate flag and
+// ends before the signal arrives; the signal must still stop the other two, and only the last
+// solve to end gives the program its own handler back.
+TEST_F(OptimizeTest, SigintStopsEveryConcurrentSolveWhicheverEndsFirst) {
+  static std::atomic<int> own_calls{0};
+  auto previous = std::signal(SIGINT, [](int) { own_calls++; });
+  build_market_split(m_);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  VLMmodel* copies[2] = {VLMcopymodel(m_), VLMcopymodel(m_)};
+  ASSERT_NE(copies[0], nullptr);
+  ASSERT_NE(copies[1], nullptr);
+  for (VLMmodel* m : {m_, copies[0], copies[1]}) ASSERT_EQ(VLMsetsignal(m), VLM_OK);
+  std::atomic<int> done{0};
+  std::thread first([&] {
+    EXPECT_EQ(VLMoptimize(copies[0]), VLM_OK);
+    done++;
+  });
+  std::thread second([&] {
+    EXPECT_EQ(VLMoptimize(copies[1]), VLM_OK);
+    done++;
+  });
+  std::thread interrupter([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    VLMterminate(copies[0]);
+    while (done.load() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::raise(SIGINT);
+  });
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  first.join();
+  second.join();
+  interrupter.join();
+  for (VLMmodel* m : {m_, copies[0], copies[1]}) {
+    int s = 0;
+    EXPECT_EQ(VLMgetintattr(m, "Status", &s), VLM_OK);
+    EXPECT_EQ(s, VLM_INTERRUPTED);
+  }
+  EXPECT_EQ(own_calls.load(), 0) << "a solve's handler must take the signal";
+  std::raise(SIGINT);
+  EXPECT_EQ(own_calls.load(), 1) << "the program's handler is back after the last solve";
+  std::signal(SIGINT, previous);
+  VLMfreemodel(copies[0]);
+  VLMfreemodel(copies[1]);
+}
+
 // A 15 x 15 transportation LP: supplies 10 + i, demands 10 + j (balanced), costs
 // (3i + 7j) mod 11 + 1. After a small cost change the re-solve starts from the kept basis and
 // needs far fewer iterations than the cold solve; the optimum matches a cold solve of the
