@@ -467,7 +467,9 @@ TEST_F(OptimizeTest, SolutionPoolHoldsFeasibleSolutionsBestFirst) {
     EXPECT_LE(weight, 60 + 1e-6);
     EXPECT_NEAR(value, obj, 1e-6);
     EXPECT_LE(obj, prev + 1e-9);
-    if (k == 0) EXPECT_NEAR(obj, objval(), 1e-9);
+    if (k == 0) {
+      EXPECT_NEAR(obj, objval(), 1e-9);
+    }
     prev = obj;
   }
   ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "SolutionNumber", count), VLM_OK);

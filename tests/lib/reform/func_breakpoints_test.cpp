@@ -148,8 +148,12 @@ TEST(FuncBreakpointsTest, FixedPieceCountsKeepTheRatioSideEvenAcrossInflections)
     for (double ratio : {0.0, 1.0}) {
       PwlPoints p = points(c.g, c.lb, c.ub, opts(5, 1e-3, ratio));
       Deviation d = deviation(p, c.f);
-      if (ratio == 0.0) EXPECT_LE(d.above, 1e-9) << c.label;
-      if (ratio == 1.0) EXPECT_LE(d.below, 1e-9) << c.label;
+      if (ratio == 0.0) {
+        EXPECT_LE(d.above, 1e-9) << c.label;
+      }
+      if (ratio == 1.0) {
+        EXPECT_LE(d.below, 1e-9) << c.label;
+      }
       EXPECT_EQ(sloped_pieces(p), 5) << c.label << " ratio " << ratio;
       EXPECT_EQ(p.x.front(), c.lb);
       EXPECT_EQ(p.x.back(), c.ub);
