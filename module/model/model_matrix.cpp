@@ -119,9 +119,13 @@ py::Ref tail_array(PyObject* self, int kind, Py_ssize_t n, PyObject* shape) {
   PyObject* list = model_list(self, kind);
   if (list == nullptr) return py::Ref();
   const Py_ssize_t len = PyList_GET_SIZE(list);
-  py::Ref slice = py::Ref::steal(PyList_GetSlice(list, len - n, len));
   py::Ref arr = np::fn("empty", {np::integer(n).get()}, {{"dtype", np::text("O").get()}});
-  if (!slice || !arr || PyObject_SetItem(arr.get(), Py_Ellipsis, slice.get()) < 0) return py::Ref();
+  // Filled through its buffer: assigning the list would make NumPy probe every handle for
+  // nested sequences, which costs about a microsecond per element.
+  np::View slots;
+  if (!arr || !slots.open(arr.get(), "O") || slots.array() != arr.get()) return py::Ref();
+  PyObject** out = slots.data<PyObject*>();
+  for (Py_ssize_t i = 0; i < n; ++i) py::assign(out[i], PyList_GET_ITEM(list, len - n + i));
   return np::meth(arr.get(), "reshape", {shape});
 }
 
