@@ -457,6 +457,15 @@ PyObject* ml_getvalue(PyObject* self, PyObject*) {
   return prod ? PyNumber_Add(prod.get(), x->constant) : nullptr;
 }
 
+// (A, x, b): the coefficient matrix (CSR, one row per element in C order), the variables as a
+// 1-D MVar and the constants, so that the expression is (A @ x + b.ravel()).reshape(shape).
+PyObject* ml_extract_axb(PyObject* self, PyObject*) {
+  MLinExprObject* e = as_mlinexpr(self);
+  py::Ref x = mvar_fromlist(e->vars);
+  if (!x) return nullptr;
+  return PyTuple_Pack(3, e->coef, x.get(), e->constant);
+}
+
 PyObject* ml_from_mvar(PyObject*, PyObject* mvar) { return mlinexpr_from_mvar(mvar).release(); }
 PyObject* ml_from_matmul_left(PyObject*, PyObject* args) {
   PyObject *e, *M;
@@ -489,6 +498,8 @@ PyMethodDef ml_methods[] = {
     {"item", py::guarded<&ml_item>, METH_NOARGS, "item()\n\nThe one expression of a size-1 MLinExpr, as a LinExpr."},
     {"getValue", py::guarded<&ml_getvalue>, METH_NOARGS,
      "getValue()\n\nThe values of the expressions in the current solution, as an ndarray of this shape."},
+    {"_extract_Axb", py::guarded<&ml_extract_axb>, METH_NOARGS,
+     "_extract_Axb()\n\n(A, x, b) with the expression equal to A @ x + b element by element (C order)."},
     {"_from_mvar", py::guarded<&ml_from_mvar>, METH_O | METH_STATIC, "_from_mvar(mvar)\n\nThe expression x of an MVar."},
     {"_from_matmul_left", py::guarded<&ml_from_matmul_left>, METH_VARARGS | METH_STATIC,
      "_from_matmul_left(x, M)\n\nx @ M for an MVar or MLinExpr x and a constant ndarray or sparse matrix M."},

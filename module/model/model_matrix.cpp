@@ -417,6 +417,33 @@ const char model_geta_doc[] =
     "getA()\n\nThe linear constraint matrix of the model as of the last update, as a\n"
     "scipy.sparse CSR matrix (one row per constraint, one column per variable).";
 
+PyObject* model_getq(PyObject* self, PyObject*) {
+  VLMmodel* h = alive(self);
+  if (h == nullptr) return nullptr;
+  int n = 0, nq = 0;
+  int rc = VLMgetintattr(h, "NumVars", &n);
+  if (rc == 0) rc = VLMgetq(h, &nq, nullptr, nullptr, nullptr);
+  if (rc != 0) return raise_velmor(rc, self);
+  py::Ref row = np::fn("zeros", {np::integer(nq).get()}, {{"dtype", np::text("int32").get()}});
+  py::Ref col = np::fn("zeros", {np::integer(nq).get()}, {{"dtype", np::text("int32").get()}});
+  py::Ref val = np::fn("zeros", {np::integer(nq).get()});
+  np::View vr, vc, vv;
+  if (!row || !col || !val || !vr.open(row.get(), "int32") || !vc.open(col.get(), "int32") ||
+      !vv.open(val.get(), "float64")) {
+    return nullptr;
+  }
+  if (nq > 0 && (rc = VLMgetq(h, &nq, vr.data<int>(), vc.data<int>(), vv.data<double>())) != 0) {
+    return raise_velmor(rc, self);
+  }
+  py::Ref parts = py::Ref::steal(Py_BuildValue("(O(OO))", val.get(), row.get(), col.get()));
+  py::Ref shape = py::Ref::steal(Py_BuildValue("(ii)", n, n));
+  return np::spfn("coo_matrix", {parts.get()}, {{"shape", shape.get()}}).release();
+}
+
+const char model_getq_doc[] =
+    "getQ()\n\nThe quadratic objective terms of the model as of the last update, as a scipy.sparse\n"
+    "COO matrix Q with the quadratic part equal to x' Q x; each pair appears once, row <= column.";
+
 PyObject* model_createx(PyObject* self, PyObject*) {
   py::Ref vars = py::Ref::steal(PyObject_CallMethod(self, "getVars", nullptr));
   if (!vars) return nullptr;
@@ -455,6 +482,7 @@ PyMethodDef model_matrix_methods[] = {
      "_addNDConstr(expr, sense, name)\n\nAdds the constraints expr sense 0 of an MLinExpr as an MConstr of its shape."},
     {"setMObjective", VARARGS_KW(model_setmobjective), model_setmobjective_doc},
     {"getA", py::guarded<&model_geta>, METH_NOARGS, model_geta_doc},
+    {"getQ", py::guarded<&model_getq>, METH_NOARGS, model_getq_doc},
     {"_createX", py::guarded<&model_createx>, METH_NOARGS, "_createX()\n\nAll variables of the model as a 1-D MVar."},
     {"_nd_indexed_names", py::guarded<&model_ndindexednames>, METH_VARARGS,
      "_nd_indexed_names(prefix, shape)\n\nThe names prefix[i,j,...] for every index of shape, in C order."},

@@ -1,4 +1,4 @@
-// Model methods of the matrix layer: addMVar, addMConstr, setMObjective, getA, _createX,
+// Model methods of the matrix layer: addMVar, addMConstr, setMObjective, getA, getQ, _createX,
 // _nd_indexed_names and the route from addConstr for matrix expressions (_addNDConstr).
 //
 // Each adder checks and converts its arrays completely, then makes one library call for the

@@ -167,6 +167,35 @@ int sense_code(PyObject* sense) {
   return static_cast<int>(s);
 }
 
+// A linear matrix expression of one element: its coefficient row, variables and constant go
+// to setMObjective. Quadratic matrix expressions are not built yet.
+PyObject* set_matrix_objective(PyObject* self, PyObject* expr, PyObject* sense) {
+  if (PyObject_HasAttrString(expr, "_extract_xQy")) {
+    return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, "Quadratic matrix objectives are not supported yet");
+  }
+  py::Ref lin = expr_is_mvar(expr) ? py::Ref::steal(PyObject_CallMethod(expr, "_toexpr", nullptr)) : py::Ref::borrow(expr);
+  py::Ref parts = lin ? py::Ref::steal(PyObject_CallMethod(lin.get(), "_extract_Axb", nullptr)) : py::Ref();
+  if (!parts) return nullptr;
+  PyObject *A = nullptr, *x = nullptr, *b = nullptr;
+  if (!PyArg_ParseTuple(parts.get(), "OOO", &A, &x, &b)) return nullptr;
+  py::Ref size = py::Ref::steal(PyObject_GetAttrString(b, "size"));
+  if (!size) return nullptr;
+  if (PyLong_AsLong(size.get()) != 1) {
+    py::Ref shape = py::Ref::steal(PyObject_GetAttrString(b, "shape"));
+    py::Ref text = shape ? py::Ref::steal(PyUnicode_FromFormat(
+                               "The objective must be one expression, not a matrix expression of shape %S", shape.get()))
+                         : py::Ref();
+    return text ? raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, PyUnicode_AsUTF8(text.get())) : nullptr;
+  }
+  py::Ref row = py::Ref::steal(PyObject_CallMethod(A, "toarray", nullptr));
+  py::Ref constant = py::Ref::steal(PyObject_CallMethod(b, "item", nullptr));
+  if (!row || !constant) return nullptr;
+  py::Ref fn = py::Ref::steal(PyObject_GetAttrString(self, "setMObjective"));
+  py::Ref args = fn ? py::Ref::steal(PyTuple_Pack(3, Py_None, row.get(), constant.get())) : py::Ref();
+  py::Ref kw = args ? py::Ref::steal(Py_BuildValue("{sOsO}", "xc", x, "sense", sense)) : py::Ref();
+  return kw ? PyObject_Call(fn.get(), args.get(), kw.get()) : nullptr;
+}
+
 }  // namespace
 
 const char model_setobjective_doc[] =
@@ -185,9 +214,7 @@ PyObject* model_setobjective(PyObject* self, PyObject* args, PyObject* kwds) {
   VLMmodel* h = model_handle(self);
   if (h == nullptr) return raise_velmor(VLM_ERROR_NULL_ARGUMENT, self);
   if (model_setup(self, false) < 0) return nullptr;
-  if (expr_is_matrix(expr)) {
-    return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, "Matrix objectives are not supported yet");
-  }
+  if (expr_is_matrix(expr)) return set_matrix_objective(self, expr, sense);
   int s = sense_code(sense);
   if (s == 2) return nullptr;
   ObjectiveArrays a;

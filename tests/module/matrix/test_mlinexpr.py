@@ -223,3 +223,27 @@ def test_setmobjective_quadratic(m):
     m.optimize()
     assert m.ObjVal == pytest.approx(1.0 + 2.0 / 3.0, abs=1e-6)
     assert np.allclose(x.X, [2.0 / 3.0, 1.0 / 3.0], atol=1e-5)
+
+
+# min 3 x0 - 2 x1 + 5 with 0 <= x <= 1 given as a 0-d MLinExpr: x = (0, 1), value 3.
+def test_setobjective_takes_a_one_element_matrix_expression(m):
+    x = m.addMVar(2, ub=1)
+    m.setObjective(np.array([3.0, -2.0]) @ x + 5)
+    m.optimize()
+    assert m.ObjVal == pytest.approx(3.0) and x.X.tolist() == [0.0, 1.0]
+    m.setObjective(x.sum(), VLM.MAXIMIZE)
+    m.optimize()
+    assert m.ObjVal == pytest.approx(2.0)
+    with pytest.raises(VelmorError, match=r"not a matrix expression of shape \(2,\)"):
+        m.setObjective(2 * x)
+
+
+def test_getq_returns_the_quadratic_terms_written(m):
+    x = m.addMVar(3)
+    m.update()
+    assert m.getQ().nnz == 0
+    Q = np.array([[1.0, 0.0, 2.0], [0.0, 0.0, 0.0], [0.0, 0.0, 3.0]])
+    m.setMObjective(Q, None, 0.0)
+    m.update()
+    q = m.getQ()
+    assert q.shape == (3, 3) and np.array_equal(q.toarray(), Q)
