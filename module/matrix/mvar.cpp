@@ -7,8 +7,7 @@
 #include "elements/handle.h"
 #include "elements/var.h"
 #include "expr/linexpr.h"
-#include "expr/tempconstr.h"
-#include "matrix/mlinexpr.h"
+#include "matrix/mexpr.h"
 #include "matrix/np_call.h"
 
 PyTypeObject MVarType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.MVar"};
@@ -16,10 +15,6 @@ PyTypeObject MVarType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.MVar"};
 namespace {
 
 PyObject* not_implemented() { return py::new_ref(Py_NotImplemented); }
-
-PyObject* quadratic_unsupported() {
-  return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, "Quadratic matrix expressions are not supported yet");
-}
 
 // The Model of the first element (None for an empty array or a Model that is gone).
 PyObject* model_of(PyObject* arr) {
@@ -30,7 +25,7 @@ PyObject* model_of(PyObject* arr) {
   return model ? model : Py_None;
 }
 
-py::Ref expr_of(PyObject* self) { return mlinexpr_from_mvar(self); }
+py::Ref expr_of(PyObject* self) { return mexpr_from_mvar(self); }
 
 PyObject* mvar_new_slot(PyTypeObject*, PyObject* args, PyObject* kwds) {
   PyObject* arr = nullptr;
@@ -63,34 +58,8 @@ PyObject* mvar_new_slot(PyTypeObject*, PyObject* args, PyObject* kwds) {
 PyObject* mvar_repr(PyObject* self) { return melem_repr(self, "MVar"); }
 
 // ---- arithmetic ------------------------------------------------------------------------------
-
-PyObject* mvar_mul(PyObject* a, PyObject* b) {
-  if (mvar_check(a) && mvar_check(b)) return quadratic_unsupported();
-  return mlinexpr_mul(a, b);
-}
-
-PyObject* mvar_div(PyObject* a, PyObject* b) {
-  if (!mvar_check(a)) return not_implemented();
-  py::Ref e = expr_of(a);
-  return e ? PyNumber_TrueDivide(e.get(), b) : nullptr;
-}
-
-PyObject* mvar_matmul(PyObject* a, PyObject* b) {
-  PyObject* other = mvar_check(a) ? b : a;
-  if (np::isndarray(other) || np::issparse(other)) {
-    return (other == b ? mlinexpr_matmul_left(a, b) : mlinexpr_matmul_right(a, b)).release();
-  }
-  if (mvar_check(other)) return quadratic_unsupported();
-  if (mlinexpr_check(other)) return not_implemented();
-  // Lists and other array-likes: as an ndarray.
-  py::Ref arr = np::fn("asarray", {other}, {{"dtype", np::text("float64").get()}});
-  if (!arr) {
-    if (!PyErr_ExceptionMatches(PyExc_TypeError) && !PyErr_ExceptionMatches(PyExc_ValueError)) return nullptr;
-    PyErr_Clear();
-    return not_implemented();
-  }
-  return (other == b ? mlinexpr_matmul_left(a, arr.get()) : mlinexpr_matmul_right(arr.get(), b)).release();
-}
+// Sums, products and comparisons are those of the matrix expressions (mexpr.h), which take MVar
+// operands; only the power is the MVar's own.
 
 PyObject* mvar_pow(PyObject* a, PyObject* b, PyObject*) {
   if (!mvar_check(a)) return not_implemented();
@@ -99,31 +68,11 @@ PyObject* mvar_pow(PyObject* a, PyObject* b, PyObject*) {
   double v = 0;
   int k = expr_classify(exponent.get(), &v);
   if (k == kOperandError) return nullptr;
-  if (k == kOperandNumber && v == 2.0) return quadratic_unsupported();
+  if (k == kOperandNumber && v == 2.0) return mexpr_product(a, a).release();
   return raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, "MVar can only be raised to a power of two");
 }
 
-PyObject* mvar_neg(PyObject* a) {
-  py::Ref e = expr_of(a);
-  return e ? PyNumber_Negative(e.get()) : nullptr;
-}
-
 PyObject* mvar_pos(PyObject* a) { return expr_of(a).release(); }
-
-PyObject* mvar_richcompare(PyObject* a, PyObject* b, int op) {
-  switch (op) {
-    case Py_LE:
-      return tempconstr_new(a, '<', b).release();
-    case Py_GE:
-      return tempconstr_new(a, '>', b).release();
-    case Py_EQ:
-      return tempconstr_new(a, '=', b).release();
-    case Py_NE:
-      return raise_velmor_msg(0, "Inequality constraints not supported");
-    default:
-      return not_implemented();
-  }
-}
 
 // ---- methods ---------------------------------------------------------------------------------
 
@@ -145,7 +94,7 @@ PyObject* mvar_sum(PyObject* self, PyObject* args, PyObject* kwds) {
   PyObject* axis = Py_None;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, "|O:sum", const_cast<char**>(kwlist), &axis)) return nullptr;
   py::Ref e = expr_of(self);
-  return e ? mlinexpr_sum(e.get(), axis).release() : nullptr;
+  return e ? mexpr_sum(e.get(), axis).release() : nullptr;
 }
 
 PyObject* mvar_toexpr(PyObject* self, PyObject*) { return expr_of(self).release(); }
@@ -191,13 +140,13 @@ py::Ref mvar_fromlist(PyObject* list) {
 }
 
 int register_mvar(PyObject* m) {
-  mvar_number.nb_add = py::guarded<&mlinexpr_add>;
-  mvar_number.nb_subtract = py::guarded<&mlinexpr_sub>;
-  mvar_number.nb_multiply = py::guarded<&mvar_mul>;
-  mvar_number.nb_true_divide = py::guarded<&mvar_div>;
-  mvar_number.nb_matrix_multiply = py::guarded<&mvar_matmul>;
+  mvar_number.nb_add = py::guarded<&mexpr_add>;
+  mvar_number.nb_subtract = py::guarded<&mexpr_sub>;
+  mvar_number.nb_multiply = py::guarded<&mexpr_mul>;
+  mvar_number.nb_true_divide = py::guarded<&mexpr_div>;
+  mvar_number.nb_matrix_multiply = py::guarded<&mexpr_matmul>;
   mvar_number.nb_power = py::guarded<&mvar_pow>;
-  mvar_number.nb_negative = py::guarded<&mvar_neg>;
+  mvar_number.nb_negative = py::guarded<&mexpr_neg>;
   mvar_number.nb_positive = py::guarded<&mvar_pos>;
   mvar_mapping.mp_subscript = py::guarded<&melem_subscript>;
   mvar_mapping.mp_length = py::guarded<&melem_length>;
@@ -206,7 +155,7 @@ int register_mvar(PyObject* m) {
   MVarType.tp_repr = py::guarded<&mvar_repr>;
   MVarType.tp_as_number = &mvar_number;
   MVarType.tp_as_mapping = &mvar_mapping;
-  MVarType.tp_richcompare = py::guarded<&mvar_richcompare>;
+  MVarType.tp_richcompare = py::guarded<&mexpr_richcompare>;
   if (melem_ready(&MVarType, "_vararr", mvar_methods) < 0) return -1;
   Py_INCREF(&MVarType);
   return PyModule_AddObject(m, "MVar", reinterpret_cast<PyObject*>(&MVarType));

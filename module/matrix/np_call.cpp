@@ -1,6 +1,8 @@
 // Calls into NumPy and scipy.sparse (see np_call.h).
 #include "matrix/np_call.h"
 
+#include <cstring>
+
 namespace np {
 
 namespace {
@@ -80,6 +82,14 @@ py::Ref meth(PyObject* obj, const char* name, std::initializer_list<PyObject*> a
 
 py::Ref integer(long long v) { return py::Ref::steal(PyLong_FromLongLong(v)); }
 py::Ref text(const char* s) { return py::Ref::steal(PyUnicode_FromString(s)); }
+
+py::Ref array_from(const void* data, Py_ssize_t n, const char* dtype) {
+  py::Ref arr = fn("empty", {integer(n).get()}, {{"dtype", text(dtype).get()}});
+  View v;
+  if (!arr || !v.open(arr.get(), dtype)) return py::Ref();
+  if (n > 0) std::memcpy(v.data<char>(), data, static_cast<size_t>(n) * static_cast<size_t>(v.itemsize()));
+  return arr;
+}
 
 bool issparse(PyObject* o) {
   PyObject* sp = sparse();

@@ -38,6 +38,9 @@ py::Ref attr(PyObject* obj, const char* name);
 py::Ref integer(long long v);
 py::Ref text(const char* s);
 
+// A new 1-D array of `n` items of `dtype` copied from `data` (itemsize must match dtype).
+py::Ref array_from(const void* data, Py_ssize_t n, const char* dtype);
+
 // Whether `o` is a scipy.sparse matrix or array (false, no exception, when SciPy is missing).
 bool issparse(PyObject* o);
 // Whether `o` is a NumPy ndarray.
@@ -65,12 +68,26 @@ class View {
     return static_cast<T*>(buf_.buf);
   }
   Py_ssize_t size() const { return held_ ? buf_.len / buf_.itemsize : 0; }
+  Py_ssize_t itemsize() const { return held_ ? buf_.itemsize : 0; }
   PyObject* array() const { return arr_.get(); }
 
  private:
   py::Ref arr_;
   Py_buffer buf_{};
   bool held_ = false;
+};
+
+// The three arrays of a scipy.sparse CSR matrix as 64-bit views.
+struct CsrView {
+  View ptr, ind, val;
+  bool open(PyObject* m) {
+    return ptr.open(attr(m, "indptr").get(), "int64") && ind.open(attr(m, "indices").get(), "int64") &&
+           val.open(attr(m, "data").get(), "float64");
+  }
+  long long begin(Py_ssize_t r) const { return ptr.data<long long>()[r]; }
+  long long end(Py_ssize_t r) const { return ptr.data<long long>()[r + 1]; }
+  long long col(long long t) const { return ind.data<long long>()[t]; }
+  double value(long long t) const { return val.data<double>()[t]; }
 };
 
 }  // namespace np

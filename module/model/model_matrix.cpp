@@ -2,6 +2,8 @@
 #include "model/model_matrix.h"
 
 #include <climits>
+#include <cstring>
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -9,7 +11,8 @@
 #include "core/py_error.h"
 #include "elements/handle.h"
 #include "matrix/mconstr.h"
-#include "matrix/mlinexpr.h"
+#include "matrix/mexpr.h"
+#include "matrix/mqconstr.h"
 #include "matrix/mvar.h"
 #include "matrix/np_call.h"
 #include "model/model.h"
@@ -243,7 +246,7 @@ PyObject* model_addndconstr(PyObject* self, PyObject* args) {
   PyObject *expr, *sense, *name = Py_None;
   if (!PyArg_ParseTuple(args, "OO|O:_addNDConstr", &expr, &sense, &name)) return nullptr;
   if (!mlinexpr_check(expr)) return invalid("Model._addNDConstr takes an MLinExpr");
-  MLinExprObject* e = as_mlinexpr(expr);
+  MExprObject* e = as_mexpr(expr);
   std::vector<int> cols;
   if (alive(self) == nullptr || model_setup(self, false) < 0 || !columns_of(self, e->vars, &cols)) return nullptr;
   py::Ref shape = np::shape_of(e->constant);
@@ -253,6 +256,78 @@ PyObject* model_addndconstr(PyObject* self, PyObject* args) {
     return nullptr;
   }
   return add_rows(self, e->coef, cols, senses, rhs, name, shape.get());
+}
+
+bool finite_values(const np::View& v, const char* what) {
+  for (Py_ssize_t i = 0; i < v.size(); ++i) {
+    if (!std::isfinite(v.data<double>()[i])) {
+      invalid(std::string("Matrix quadratic constraints need finite ") + what);
+      return false;
+    }
+  }
+  return true;
+}
+
+// One quadratic constraint per element, VLMaddqconstr each (the library has no block call for
+// them). Everything the library could refuse is checked first; should it refuse one anyway,
+// the constraints added before it keep their handles, so the lists stay in step.
+PyObject* model_addndqconstr(PyObject* self, PyObject* args) {
+  PyObject *expr, *sense, *name = Py_None;
+  if (!PyArg_ParseTuple(args, "OO|O:_addNDQConstr", &expr, &sense, &name)) return nullptr;
+  if (mlinexpr_check(expr)) return model_addndconstr(self, args);
+  if (!mquadexpr_check(expr)) return invalid("Model._addNDQConstr takes an MQuadExpr");
+  MExprObject* e = as_mexpr(expr);
+  VLMmodel* h = alive(self);
+  std::vector<int> cols;
+  if (h == nullptr || model_setup(self, false) < 0 || !columns_of(self, e->vars, &cols)) return nullptr;
+  const long long k = static_cast<long long>(cols.size());
+  py::Ref shape = np::shape_of(e->constant);
+  np::CsrView lin, quad;
+  np::View constant, senses;
+  if (!shape || !lin.open(e->coef) || !quad.open(e->qcoef) || !constant.open(e->constant, "float64") ||
+      !broadcast_arg(sense, "S1", shape.get(), &senses)) {
+    return nullptr;
+  }
+  const Py_ssize_t n = constant.size();
+  for (Py_ssize_t i = 0; i < n; ++i) {
+    char s = senses.data<char>()[i];
+    if (s != '<' && s != '>' && s != '=') return invalid_fmt("Invalid sense %R for a quadratic constraint", sense);
+  }
+  if (!finite_values(lin.val, "coefficients") || !finite_values(quad.val, "coefficients") ||
+      !finite_values(constant, "constants")) {
+    return nullptr;
+  }
+  std::vector<std::string> store;
+  std::vector<const char*> names;
+  py::Ref keep;
+  if (!names_arg(name, shape.get(), &store, &names, &keep)) return nullptr;
+  std::vector<int> lind, qrow, qcol;
+  std::vector<double> lval, qval;
+  for (Py_ssize_t r = 0; r < n; ++r) {
+    lind.clear(), lval.clear(), qrow.clear(), qcol.clear(), qval.clear();
+    for (long long t = lin.begin(r); t < lin.end(r); ++t) {
+      lind.push_back(cols[static_cast<size_t>(lin.col(t))]);
+      lval.push_back(lin.value(t));
+    }
+    for (long long t = quad.begin(r); t < quad.end(r); ++t) {
+      qrow.push_back(cols[static_cast<size_t>(quad.col(t) / k)]);
+      qcol.push_back(cols[static_cast<size_t>(quad.col(t) % k)]);
+      qval.push_back(quad.value(t));
+    }
+    int nl = static_cast<int>(lind.size()), nq = static_cast<int>(qval.size());
+    VLMclean2(&nl, lind.data(), lval.data());
+    VLMclean3(&nq, qrow.data(), qcol.data(), qval.data());
+    int rc = VLMaddqconstr(h, nl, lind.data(), lval.data(), nq, qrow.data(), qcol.data(), qval.data(),
+                           senses.data<char>()[r], -constant.data<double>()[r],
+                           names.empty() ? nullptr : names[static_cast<size_t>(r)]);
+    if (rc != 0) {
+      if (r > 0 && model_append_handles(self, VLM_KIND_QCONSTR, r) < 0) return nullptr;
+      return raise_velmor(rc, self);
+    }
+  }
+  if (model_append_handles(self, VLM_KIND_QCONSTR, n) < 0) return nullptr;
+  py::Ref arr = tail_array(self, VLM_KIND_QCONSTR, n, shape.get());
+  return arr ? mqconstr_new(arr.get(), self).release() : nullptr;
 }
 
 PyObject* model_addmconstr(PyObject* self, PyObject* args, PyObject* kwds) {
@@ -302,18 +377,70 @@ const char model_addmconstr_doc[] =
     "variables of the model), sense one character or an array of m ('<', '>', '='), b a\n"
     "vector of m right-hand sides. Mismatched dimensions raise VelmorError naming the shapes.";
 
-// ---- objective -------------------------------------------------------------------------------
+// ---- objective and single quadratic constraints ----------------------------------------------
 
 // The columns of an optional MVar argument; all variables of the model when it is None.
-bool vars_arg(PyObject* self, PyObject* x, std::vector<int>* cols) {
+bool vars_arg(PyObject* self, PyObject* x, const char* fname, std::vector<int>* cols) {
   py::Ref xv = x == nullptr || x == Py_None ? py::Ref::steal(PyObject_CallMethod(self, "_createX", nullptr))
                                             : py::Ref::borrow(x);
   if (!xv) return false;
   if (!mvar_check(xv.get())) {
-    invalid("setMObjective: xQ_L, xQ_R and xc must be MVar objects");
+    invalid(std::string(fname) + ": xQ_L, xQ_R and xc must be MVar objects");
     return false;
   }
   return columns_of(self, as_melem(xv.get())->arr, cols);
+}
+
+// Terms of xQ_L' Q xQ_R and c' xc as library arrays (Q or c None: no terms).
+struct Terms {
+  std::vector<int> qrow, qcol, lind;
+  std::vector<double> qval, lval;
+};
+
+bool quadratic_terms(PyObject* self, PyObject* Q, PyObject* xl, PyObject* xr, const char* fname, Terms* t) {
+  if (Q == Py_None) return true;
+  std::vector<int> left, right;
+  if (!vars_arg(self, xl, fname, &left) || !vars_arg(self, xr, fname, &right)) return false;
+  py::Ref coo = np::spfn("coo_matrix", {Q});
+  py::Ref qs = np::shape_of(coo.get());
+  if (!qs) return false;
+  if (PyLong_AsSize_t(PyTuple_GET_ITEM(qs.get(), 0)) != left.size() ||
+      PyLong_AsSize_t(PyTuple_GET_ITEM(qs.get(), 1)) != right.size()) {
+    invalid_fmt("Incompatible dimensions: Q has shape %S for %zd and %zd variables", qs.get(),
+                static_cast<Py_ssize_t>(left.size()), static_cast<Py_ssize_t>(right.size()));
+    return false;
+  }
+  np::View r, k, v;
+  if (!r.open(np::attr(coo.get(), "row").get(), "int64") || !k.open(np::attr(coo.get(), "col").get(), "int64") ||
+      !v.open(np::attr(coo.get(), "data").get(), "float64")) {
+    return false;
+  }
+  for (Py_ssize_t i = 0; i < v.size(); ++i) {
+    if (v.data<double>()[i] == 0.0) continue;
+    t->qrow.push_back(left[static_cast<size_t>(r.data<long long>()[i])]);
+    t->qcol.push_back(right[static_cast<size_t>(k.data<long long>()[i])]);
+    t->qval.push_back(v.data<double>()[i]);
+  }
+  return true;
+}
+
+bool linear_terms(PyObject* self, PyObject* c, PyObject* xc, const char* fname, Terms* t) {
+  if (c == Py_None) return true;
+  std::vector<int> cols;
+  np::View cv;
+  py::Ref flat = np::fn("ravel", {c});
+  if (!vars_arg(self, xc, fname, &cols) || !cv.open(flat.get(), "float64")) return false;
+  if (static_cast<size_t>(cv.size()) != cols.size()) {
+    invalid_fmt("Incompatible dimensions: c has %zd entries for %zd variables", cv.size(),
+                static_cast<Py_ssize_t>(cols.size()));
+    return false;
+  }
+  for (size_t i = 0; i < cols.size(); ++i) {
+    if (cv.data<double>()[i] == 0.0) continue;
+    t->lind.push_back(cols[i]);
+    t->lval.push_back(cv.data<double>()[i]);
+  }
+  return true;
 }
 
 PyObject* model_setmobjective(PyObject* self, PyObject* args, PyObject* kwds) {
@@ -331,51 +458,54 @@ PyObject* model_setmobjective(PyObject* self, PyObject* args, PyObject* kwds) {
     s = static_cast<int>(PyLong_AsLong(sense));
     if (s == -1 && PyErr_Occurred()) return nullptr;
   }
-  std::vector<int> qrow, qcol, lind;
-  std::vector<double> qval, lval;
-  if (Q != Py_None) {
-    std::vector<int> left, right;
-    if (!vars_arg(self, xl, &left) || !vars_arg(self, xr, &right)) return nullptr;
-    py::Ref coo = np::spfn("coo_matrix", {Q});
-    py::Ref qs = np::shape_of(coo.get());
-    if (!qs) return nullptr;
-    if (PyLong_AsSize_t(PyTuple_GET_ITEM(qs.get(), 0)) != left.size() ||
-        PyLong_AsSize_t(PyTuple_GET_ITEM(qs.get(), 1)) != right.size()) {
-      return invalid_fmt("Incompatible dimensions: Q has shape %S for %zd and %zd variables", qs.get(),
-                         static_cast<Py_ssize_t>(left.size()), static_cast<Py_ssize_t>(right.size()));
-    }
-    np::View r, k, v;
-    if (!r.open(np::attr(coo.get(), "row").get(), "int64") || !k.open(np::attr(coo.get(), "col").get(), "int64") ||
-        !v.open(np::attr(coo.get(), "data").get(), "float64")) {
-      return nullptr;
-    }
-    for (Py_ssize_t i = 0; i < v.size(); ++i) {
-      if (v.data<double>()[i] == 0.0) continue;
-      qrow.push_back(left[static_cast<size_t>(r.data<long long>()[i])]);
-      qcol.push_back(right[static_cast<size_t>(k.data<long long>()[i])]);
-      qval.push_back(v.data<double>()[i]);
-    }
+  Terms t;
+  if (!quadratic_terms(self, Q, xl, xr, "setMObjective", &t) || !linear_terms(self, c, xc, "setMObjective", &t)) {
+    return nullptr;
   }
-  if (c != Py_None) {
-    std::vector<int> cols;
-    np::View cv;
-    py::Ref flat = np::fn("ravel", {c});
-    if (!vars_arg(self, xc, &cols) || !cv.open(flat.get(), "float64")) return nullptr;
-    if (static_cast<size_t>(cv.size()) != cols.size()) {
-      return invalid_fmt("Incompatible dimensions: c has %zd entries for %zd variables", cv.size(),
-                         static_cast<Py_ssize_t>(cols.size()));
-    }
-    for (size_t i = 0; i < cols.size(); ++i) {
-      if (cv.data<double>()[i] == 0.0) continue;
-      lind.push_back(cols[i]);
-      lval.push_back(cv.data<double>()[i]);
-    }
-  }
-  int rc = VLMsetobjective(h, s, constant, static_cast<int>(lind.size()), lind.data(), lval.data(),
-                           static_cast<int>(qval.size()), qrow.data(), qcol.data(), qval.data());
+  int rc = VLMsetobjective(h, s, constant, static_cast<int>(t.lind.size()), t.lind.data(), t.lval.data(),
+                           static_cast<int>(t.qval.size()), t.qrow.data(), t.qcol.data(), t.qval.data());
   if (rc != 0) return raise_velmor(rc, self);
   return py::none();
 }
+
+PyObject* model_addmqconstr(PyObject* self, PyObject* args, PyObject* kwds) {
+  static const char* kwlist[] = {"Q", "c", "sense", "rhs", "xQ_L", "xQ_R", "xc", "name", nullptr};
+  PyObject *Q, *c, *xl = Py_None, *xr = Py_None, *xc = Py_None, *name = Py_None;
+  const char* sense = nullptr;
+  double rhs = 0.0;
+  if (!PyArg_ParseTupleAndKeywords(args, kwds, "OOsd|OOOO:addMQConstr", const_cast<char**>(kwlist), &Q, &c, &sense,
+                                   &rhs, &xl, &xr, &xc, &name)) {
+    return nullptr;
+  }
+  VLMmodel* h = alive(self);
+  if (h == nullptr || model_setup(self, false) < 0) return nullptr;
+  if (std::strlen(sense) != 1 || std::strchr("<>=", sense[0]) == nullptr) {
+    return invalid(std::string("Invalid sense '") + sense + "' for a quadratic constraint");
+  }
+  const char* cname = nullptr;
+  if (name != Py_None && (cname = py::utf8(name)) == nullptr) return nullptr;
+  Terms t;
+  if (!quadratic_terms(self, Q, xl, xr, "addMQConstr", &t) || !linear_terms(self, c, xc, "addMQConstr", &t)) {
+    return nullptr;
+  }
+  int nl = static_cast<int>(t.lind.size()), nq = static_cast<int>(t.qval.size());
+  VLMclean2(&nl, t.lind.data(), t.lval.data());
+  VLMclean3(&nq, t.qrow.data(), t.qcol.data(), t.qval.data());
+  int rc = VLMaddqconstr(h, nl, t.lind.data(), t.lval.data(), nq, t.qrow.data(), t.qcol.data(), t.qval.data(),
+                         sense[0], rhs, cname);
+  if (rc != 0) return raise_velmor(rc, self);
+  if (model_append_handles(self, VLM_KIND_QCONSTR, 1) < 0) return nullptr;
+  py::Ref shape = py::Ref::steal(Py_BuildValue("(i)", 1));
+  py::Ref arr = shape ? tail_array(self, VLM_KIND_QCONSTR, 1, shape.get()) : py::Ref();
+  return arr ? mqconstr_new(arr.get(), self).release() : nullptr;
+}
+
+const char model_addmqconstr_doc[] =
+    "addMQConstr(Q, c, sense, rhs, xQ_L=None, xQ_R=None, xc=None, name=\"\")\n\n"
+    "Adds the quadratic constraint xQ_L' Q xQ_R + c' xc sense rhs and returns it as an MQConstr\n"
+    "of shape (1,). Q (ndarray or scipy.sparse) and c may be None; the variable arguments are\n"
+    "MVar objects and default to all variables of the model. Mismatched dimensions raise\n"
+    "VelmorError naming them.";
 
 const char model_setmobjective_doc[] =
     "setMObjective(Q, c, constant, xQ_L=None, xQ_R=None, xc=None, sense=None)\n\n"
@@ -454,7 +584,7 @@ PyObject* model_createx(PyObject* self, PyObject*) {
   return mvar_fromlist(vars.get()).release();
 }
 
-PyObject* model_ndindexednames(PyObject* self, PyObject* args) {
+PyObject* model_ndindexednames(PyObject*, PyObject* args) {
   PyObject *prefix, *shape_in;
   if (!PyArg_ParseTuple(args, "UO:_nd_indexed_names", &prefix, &shape_in)) return nullptr;
   py::Ref shape = shape_arg(shape_in);
@@ -480,6 +610,9 @@ PyMethodDef model_matrix_methods[] = {
     {"addMConstr", VARARGS_KW(model_addmconstr), model_addmconstr_doc},
     {"_addNDConstr", py::guarded<&model_addndconstr>, METH_VARARGS,
      "_addNDConstr(expr, sense, name)\n\nAdds the constraints expr sense 0 of an MLinExpr as an MConstr of its shape."},
+    {"_addNDQConstr", py::guarded<&model_addndqconstr>, METH_VARARGS,
+     "_addNDQConstr(expr, sense, name)\n\nAdds the constraints expr sense 0 of an MQuadExpr as an MQConstr of its shape."},
+    {"addMQConstr", VARARGS_KW(model_addmqconstr), model_addmqconstr_doc},
     {"setMObjective", VARARGS_KW(model_setmobjective), model_setmobjective_doc},
     {"getA", py::guarded<&model_geta>, METH_NOARGS, model_geta_doc},
     {"getQ", py::guarded<&model_getq>, METH_NOARGS, model_getq_doc},

@@ -1,8 +1,8 @@
-// Model methods of the matrix layer: addMVar, addMConstr, setMObjective, getA, getQ, _createX,
-// _nd_indexed_names and the route from addConstr for matrix expressions (_addNDConstr).
+// Model methods of the matrix layer: addMVar, addMConstr, addMQConstr, setMObjective, getA, getQ, _createX,
+// _nd_indexed_names and the routes from addConstr for matrix expressions (_addNDConstr, _addNDQConstr).
 //
 // Each adder checks and converts its arrays completely, then makes one library call for the
-// whole block (VLMaddvars, VLMaddconstrs) and appends the handles only when it succeeded, so a
+// whole block (VLMaddvars, VLMaddconstrs; quadratic constraints one VLMaddqconstr each) and appends the handles only when it succeeded, so a
 // refused call leaves the model as it was.
 #pragma once
 

@@ -167,11 +167,18 @@ int sense_code(PyObject* sense) {
   return static_cast<int>(s);
 }
 
-// A linear matrix expression of one element: its coefficient row, variables and constant go
-// to setMObjective. Quadratic matrix expressions are not built yet.
+// A matrix expression of one element: its matrices (_extract_xQy for a quadratic one,
+// _extract_Axb for a linear one) go to setMObjective.
 PyObject* set_matrix_objective(PyObject* self, PyObject* expr, PyObject* sense) {
   if (PyObject_HasAttrString(expr, "_extract_xQy")) {
-    return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, "Quadratic matrix objectives are not supported yet");
+    py::Ref parts = py::Ref::steal(PyObject_CallMethod(expr, "_extract_xQy", nullptr));
+    PyObject *Q = nullptr, *x = nullptr, *c = nullptr, *constant = nullptr;
+    if (!parts || !PyArg_ParseTuple(parts.get(), "OOOO", &Q, &x, &c, &constant)) return nullptr;
+    py::Ref fn = py::Ref::steal(PyObject_GetAttrString(self, "setMObjective"));
+    py::Ref args = fn ? py::Ref::steal(PyTuple_Pack(3, Q, c, constant)) : py::Ref();
+    py::Ref kw = args ? py::Ref::steal(Py_BuildValue("{sOsOsOsO}", "xQ_L", x, "xQ_R", x, "xc", x, "sense", sense))
+                      : py::Ref();
+    return kw ? PyObject_Call(fn.get(), args.get(), kw.get()) : nullptr;
   }
   py::Ref lin = expr_is_mvar(expr) ? py::Ref::steal(PyObject_CallMethod(expr, "_toexpr", nullptr)) : py::Ref::borrow(expr);
   py::Ref parts = lin ? py::Ref::steal(PyObject_CallMethod(lin.get(), "_extract_Axb", nullptr)) : py::Ref();
