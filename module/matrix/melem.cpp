@@ -220,7 +220,10 @@ PyObject* get_idxarr(PyObject* self, void*) {
   np::View v;
   if (!out || !v.open(out.get(), "int32")) return nullptr;
   PyObject** h = objs.data<PyObject*>();
-  for (Py_ssize_t i = 0; i < objs.size(); ++i) v.data<int>()[i] = as_handle(h[i])->index;
+  for (Py_ssize_t i = 0; i < objs.size(); ++i) {
+    if (handle_kind(h[i]) != m->kind) return PyErr_Format(PyExc_ValueError, "element %zd is not a %s", i, handle_type_name(m->kind));
+    v.data<int>()[i] = as_handle(h[i])->index;
+  }
   return out.release();
 }
 
@@ -334,6 +337,21 @@ PyObject* melem_subscript(PyObject* self, PyObject* key) {
 
 Py_ssize_t melem_length(PyObject* self) { return PyObject_Length(as_melem(self)->arr); }
 
+PyObject* melem_iter(PyObject* self) {
+  // Iterates over the first axis, as an ndarray does: x[0], x[1], ...
+  const Py_ssize_t n = PyObject_Length(as_melem(self)->arr);
+  if (n < 0) return nullptr;
+  py::Ref items = py::Ref::steal(PyList_New(n));
+  if (!items) return nullptr;
+  for (Py_ssize_t i = 0; i < n; ++i) {
+    py::Ref key = py::Ref::steal(PyLong_FromSsize_t(i));
+    py::Ref item = key ? py::Ref::steal(melem_subscript(self, key.get())) : py::Ref();
+    if (!item) return nullptr;
+    PyList_SET_ITEM(items.get(), i, item.release());
+  }
+  return PyObject_GetIter(items.get());
+}
+
 PyObject* melem_repr(PyObject* self, const char* label) {
   MElemObject* m = as_melem(self);
   py::Ref shape = np::shape_of(m->arr);
@@ -374,6 +392,7 @@ int melem_ready(PyTypeObject* type, const char* array_field, PyMethodDef* extra)
   type->tp_clear = melem_clear;
   type->tp_dealloc = melem_dealloc;
   type->tp_getattro = py::guarded<&melem_getattro>;
+  type->tp_iter = py::guarded<&melem_iter>;
   type->tp_setattro = py::guarded<&melem_setattro>;
   type->tp_methods = methods;
   type->tp_getset = getset;

@@ -413,6 +413,21 @@ PyObject* mexpr_subscript(PyObject* self, PyObject* key) {
 
 Py_ssize_t mexpr_length(PyObject* self) { return PyObject_Length(as_mexpr(self)->constant); }
 
+// Iterates over the first axis, as an ndarray does.
+PyObject* mexpr_iter(PyObject* self) {
+  const Py_ssize_t n = PyObject_Length(as_mexpr(self)->constant);
+  if (n < 0) return nullptr;
+  py::Ref items = py::Ref::steal(PyList_New(n));
+  if (!items) return nullptr;
+  for (Py_ssize_t i = 0; i < n; ++i) {
+    py::Ref key = py::Ref::steal(PyLong_FromSsize_t(i));
+    py::Ref item = key ? py::Ref::steal(mexpr_subscript(self, key.get())) : py::Ref();
+    if (!item) return nullptr;
+    PyList_SET_ITEM(items.get(), i, item.release());
+  }
+  return PyObject_GetIter(items.get());
+}
+
 // "<velmor.MLinExpr (2,): [x[0] + 2.0 x[1], x[2]]>", the first elements only for large ones.
 PyObject* mexpr_repr(PyObject* self) {
   constexpr Py_ssize_t kShown = 6;
@@ -606,6 +621,17 @@ PyObject* mexpr_div(PyObject* a, PyObject* b) {
   py::Ref x;
   int ke = operand(a, &x);
   if (ke <= 0) return ke < 0 ? nullptr : not_implemented();
+  // Division by zero fails as it does for LinExpr, instead of making infinite coefficients.
+  if (k == kOperandNumber) {
+    if (!expr_divisor(b, &v)) return nullptr;
+    py::Ref inv = py::Ref::steal(PyFloat_FromDouble(1.0 / v));
+    return inv ? scale(x.get(), inv.get()).release() : nullptr;
+  }
+  py::Ref zero = np::fn("any", {np::fn("equal", {b, py::Ref::steal(PyFloat_FromDouble(0.0)).get()}).get()});
+  if (!zero) return nullptr;
+  if (zero.get() == Py_True || PyObject_IsTrue(zero.get()) == 1) {
+    return py::raise(PyExc_ZeroDivisionError, "float division");
+  }
   py::Ref inv = np::fn("divide", {py::Ref::steal(PyFloat_FromDouble(1.0)).get(), b});
   return inv ? scale(x.get(), inv.get()).release() : nullptr;
 }
@@ -850,6 +876,7 @@ int mexpr_register(PyObject* m, PyTypeObject* type, const char* name, const char
   type->tp_as_number = &mexpr_number;
   type->tp_as_mapping = &mexpr_mapping;
   type->tp_richcompare = py::guarded<&mexpr_richcompare>;
+  type->tp_iter = py::guarded<&mexpr_iter>;
   type->tp_methods = methods;
   type->tp_getset = mexpr_getset;
   if (PyType_Ready(type) < 0) return -1;

@@ -19,7 +19,8 @@ PyObject* ml_item(PyObject* self, PyObject*) {
   if (PyLong_AsLong(size.get()) != 1) {
     return py::raise(PyExc_ValueError, "can only convert an expression of size 1 to a LinExpr");
   }
-  py::Ref row = np::meth(x->coef, "tocoo");
+  // In variable order, as the expression was written.
+  py::Ref row = np::meth(np::meth(x->coef, "sorted_indices").get(), "tocoo");
   np::View c, v, vars;
   if (!c.open(np::attr(row.get(), "col").get(), "int64") || !v.open(np::attr(row.get(), "data").get(), "float64") ||
       !vars.open(x->vars, "O")) {

@@ -27,8 +27,8 @@ PyObject* mq_item(PyObject* self, PyObject*) {
   MExprObject* x = as_mexpr(self);
   if (!size_one(self, "a QuadExpr")) return nullptr;
   const long long k = mexpr_nvars(self);
-  py::Ref lrow = np::meth(x->coef, "tocoo");
-  py::Ref qrow = np::meth(x->qcoef, "tocoo");
+  py::Ref lrow = np::meth(np::meth(x->coef, "sorted_indices").get(), "tocoo");
+  py::Ref qrow = np::meth(np::meth(x->qcoef, "sorted_indices").get(), "tocoo");
   np::View lc, lv, qc, qv, vars;
   if (!lc.open(np::attr(lrow.get(), "col").get(), "int64") || !lv.open(np::attr(lrow.get(), "data").get(), "float64") ||
       !qc.open(np::attr(qrow.get(), "col").get(), "int64") || !qv.open(np::attr(qrow.get(), "data").get(), "float64") ||

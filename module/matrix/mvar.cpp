@@ -20,7 +20,7 @@ PyObject* not_implemented() { return py::new_ref(Py_NotImplemented); }
 PyObject* model_of(PyObject* arr) {
   np::View objs;
   if (!objs.open(arr, "O")) return nullptr;
-  if (objs.size() == 0) return Py_None;
+  if (objs.size() == 0 || !var_check(objs.data<PyObject*>()[0])) return Py_None;
   PyObject* model = handle_model(objs.data<PyObject*>()[0]);
   return model ? model : Py_None;
 }
@@ -32,11 +32,8 @@ PyObject* mvar_new_slot(PyTypeObject*, PyObject* args, PyObject* kwds) {
   static const char* kwlist[] = {"arr", nullptr};
   if (!PyArg_ParseTupleAndKeywords(args, kwds, "O:MVar", const_cast<char**>(kwlist), &arr)) return nullptr;
   if (np::isndarray(arr)) {
-    py::Ref copy = np::meth(arr, "copy");
-    if (!copy) return nullptr;
-    PyObject* model = model_of(copy.get());
-    if (model == nullptr) return nullptr;
-    return mvar_new(copy.get(), model).release();
+    // fromlist copies the array and checks that it holds Vars only.
+    return mvar_fromlist(arr).release();
   }
   const bool single = var_check(arr);
   if (PyErr_WarnEx(PyExc_DeprecationWarning,

@@ -136,6 +136,12 @@ def test_shape_errors_name_both_shapes(m):
         x + y
     with pytest.raises(VelmorError, match=r"Invalid axis specifications: 1"):
         x.sum(axis=1)
+    with pytest.raises(VelmorError, match=r"Invalid axis specifications: \(0, 0\)"):
+        m.addMVar((2, 2)).sum(axis=(0, 0))
+    with pytest.raises(ZeroDivisionError, match="float division"):
+        x / 0
+    with pytest.raises(ZeroDivisionError, match="float division"):
+        (2 * x) / np.array([1.0, 0.0, 1.0, 1.0, 1.0])
     m.update()
     assert m.NumConstrs == 0
 
@@ -176,6 +182,9 @@ def test_sum_indexing_and_items(m):
     x = m.addMVar((2, 3), name="x")
     m.update()
     assert x.sum().shape == () and x.sum(axis=(0, 1)).shape == ()
+    assert str(x.sum(axis=1)[0].item()) == "x[0,0] + x[0,1] + x[0,2]"
+    assert repr(x[0].sum() - 1) == "<velmor.MLinExpr (): [-1.0 + x[0,0] + x[0,1] + x[0,2]]>"
+    assert [e.shape for e in 2 * x] == [(3,), (3,)] and sum(x).shape == (3,)
     assert x.sum(axis=-1).shape == (2,)
     lin = (x.sum() + 4).item()
     assert lin.size() == 6 and lin.getConstant() == 4.0

@@ -69,6 +69,8 @@ def test_fromlist_fromvar_and_constructor_warnings(m):
         assert vp.MVar(v[0]).shape == ()
     with pytest.warns(DeprecationWarning, match="use MVar.fromlist instead"):
         assert vp.MVar([v[0], v[1]]).shape == (2,)
+    with pytest.raises(ValueError, match="MVar.fromlist expects a list of Vars, '1' is not valid input"):
+        vp.MVar(np.array([1, 2]))
     with warnings.catch_warnings():
         warnings.simplefilter("error")
         arr = np.array(v, dtype=object)
@@ -90,6 +92,7 @@ def test_indexing_and_shape_operations_share_variables(m):
     assert q.diagonal(1).shape == (2,)
     assert x._squeeze(1).shape == (4,)
     assert x.copy().tolist() == flat and len(y) == 3
+    assert [r.shape for r in x] == [(1,)] * 4 and [r.item() for r in y] == y.tolist()
     with pytest.raises(ValueError):
         y.item()
 
