@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <string>
 
 #include "attrs/attrutil.h"
 #include "core/py_error.h"
@@ -281,9 +282,16 @@ bool melem_positions(PyObject* self, std::vector<int>* out) {
   if (!objs.open(m->arr, "O")) return false;
   PyObject** h = objs.data<PyObject*>();
   out->resize(static_cast<size_t>(objs.size()));
+  // Elements of another model would read that model's positions in this one.
+  ModelCore* core = services().model_core(m->model);
   for (Py_ssize_t i = 0; i < objs.size(); ++i) {
     if (handle_kind(h[i]) != m->kind) {
       PyErr_Format(PyExc_ValueError, "element %zd is not a %s", i, handle_type_name(m->kind));
+      return false;
+    }
+    if (as_handle(h[i])->core != core) {
+      std::string text = std::string(handle_element_word(m->kind)) + " not in model";
+      raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, text.c_str());
       return false;
     }
     int idx = as_handle(h[i])->index;
