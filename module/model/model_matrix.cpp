@@ -3,7 +3,6 @@
 
 #include <climits>
 #include <cstring>
-#include <cmath>
 #include <string>
 #include <vector>
 
@@ -258,19 +257,7 @@ PyObject* model_addndconstr(PyObject* self, PyObject* args) {
   return add_rows(self, e->coef, cols, senses, rhs, name, shape.get());
 }
 
-bool finite_values(const np::View& v, const char* what) {
-  for (Py_ssize_t i = 0; i < v.size(); ++i) {
-    if (!std::isfinite(v.data<double>()[i])) {
-      invalid(std::string("Matrix quadratic constraints need finite ") + what);
-      return false;
-    }
-  }
-  return true;
-}
-
-// One quadratic constraint per element, VLMaddqconstr each (the library has no block call for
-// them). Everything the library could refuse is checked first; should it refuse one anyway,
-// the constraints added before it keep their handles, so the lists stay in step.
+// All elements as quadratic constraints in one VLMaddqconstrs call (all or none).
 PyObject* model_addndqconstr(PyObject* self, PyObject* args) {
   PyObject *expr, *sense, *name = Py_None;
   if (!PyArg_ParseTuple(args, "OO|O:_addNDQConstr", &expr, &sense, &name)) return nullptr;
@@ -289,42 +276,42 @@ PyObject* model_addndqconstr(PyObject* self, PyObject* args) {
     return nullptr;
   }
   const Py_ssize_t n = constant.size();
-  for (Py_ssize_t i = 0; i < n; ++i) {
-    char s = senses.data<char>()[i];
-    if (s != '<' && s != '>' && s != '=') return invalid_fmt("Invalid sense %R for a quadratic constraint", sense);
-  }
-  if (!finite_values(lin.val, "coefficients") || !finite_values(quad.val, "coefficients") ||
-      !finite_values(constant, "constants")) {
-    return nullptr;
+  if (n > INT_MAX || lin.val.size() > INT_MAX || quad.val.size() > INT_MAX) {
+    return invalid("Too many terms for one block of quadratic constraints");
   }
   std::vector<std::string> store;
   std::vector<const char*> names;
   py::Ref keep;
   if (!names_arg(name, shape.get(), &store, &names, &keep)) return nullptr;
-  std::vector<int> lind, qrow, qcol;
-  std::vector<double> lval, qval;
+  // Each row's terms, merged (VLMclean2 / VLMclean3) and packed one row after the other.
+  std::vector<int> lbeg(static_cast<size_t>(n)), qbeg(static_cast<size_t>(n));
+  std::vector<int> lind(static_cast<size_t>(lin.val.size())), qrow(static_cast<size_t>(quad.val.size())),
+      qcol(static_cast<size_t>(quad.val.size()));
+  std::vector<double> lval(lind.size()), qval(qrow.size()), rhs(static_cast<size_t>(n));
+  int lout = 0, qout = 0;
   for (Py_ssize_t r = 0; r < n; ++r) {
-    lind.clear(), lval.clear(), qrow.clear(), qcol.clear(), qval.clear();
-    for (long long t = lin.begin(r); t < lin.end(r); ++t) {
-      lind.push_back(cols[static_cast<size_t>(lin.col(t))]);
-      lval.push_back(lin.value(t));
+    lbeg[static_cast<size_t>(r)] = lout;
+    qbeg[static_cast<size_t>(r)] = qout;
+    int nl = 0, nq = 0;
+    for (long long t = lin.begin(r); t < lin.end(r); ++t, ++nl) {
+      lind[static_cast<size_t>(lout + nl)] = cols[static_cast<size_t>(lin.col(t))];
+      lval[static_cast<size_t>(lout + nl)] = lin.value(t);
     }
-    for (long long t = quad.begin(r); t < quad.end(r); ++t) {
-      qrow.push_back(cols[static_cast<size_t>(quad.col(t) / k)]);
-      qcol.push_back(cols[static_cast<size_t>(quad.col(t) % k)]);
-      qval.push_back(quad.value(t));
+    for (long long t = quad.begin(r); t < quad.end(r); ++t, ++nq) {
+      qrow[static_cast<size_t>(qout + nq)] = cols[static_cast<size_t>(quad.col(t) / k)];
+      qcol[static_cast<size_t>(qout + nq)] = cols[static_cast<size_t>(quad.col(t) % k)];
+      qval[static_cast<size_t>(qout + nq)] = quad.value(t);
     }
-    int nl = static_cast<int>(lind.size()), nq = static_cast<int>(qval.size());
-    VLMclean2(&nl, lind.data(), lval.data());
-    VLMclean3(&nq, qrow.data(), qcol.data(), qval.data());
-    int rc = VLMaddqconstr(h, nl, lind.data(), lval.data(), nq, qrow.data(), qcol.data(), qval.data(),
-                           senses.data<char>()[r], -constant.data<double>()[r],
-                           names.empty() ? nullptr : names[static_cast<size_t>(r)]);
-    if (rc != 0) {
-      if (r > 0 && model_append_handles(self, VLM_KIND_QCONSTR, r) < 0) return nullptr;
-      return raise_velmor(rc, self);
-    }
+    VLMclean2(&nl, lind.data() + lout, lval.data() + lout);
+    VLMclean3(&nq, qrow.data() + qout, qcol.data() + qout, qval.data() + qout);
+    lout += nl;
+    qout += nq;
+    rhs[static_cast<size_t>(r)] = py::to_lib_dbl(-constant.data<double>()[r]);
   }
+  int rc = VLMaddqconstrs(h, static_cast<int>(n), lout, lbeg.data(), lind.data(), lval.data(), qout, qbeg.data(),
+                          qrow.data(), qcol.data(), qval.data(), senses.data<char>(), rhs.data(),
+                          names.empty() ? nullptr : names.data());
+  if (rc != 0) return raise_velmor(rc, self);
   if (model_append_handles(self, VLM_KIND_QCONSTR, n) < 0) return nullptr;
   py::Ref arr = tail_array(self, VLM_KIND_QCONSTR, n, shape.get());
   return arr ? mqconstr_new(arr.get(), self).release() : nullptr;

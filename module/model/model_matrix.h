@@ -2,7 +2,7 @@
 // _nd_indexed_names and the routes from addConstr for matrix expressions (_addNDConstr, _addNDQConstr).
 //
 // Each adder checks and converts its arrays completely, then makes one library call for the
-// whole block (VLMaddvars, VLMaddconstrs; quadratic constraints one VLMaddqconstr each) and appends the handles only when it succeeded, so a
+// whole block (VLMaddvars, VLMaddconstrs, VLMaddqconstrs) and appends the handles only when it succeeded, so a
 // refused call leaves the model as it was.
 #pragma once
 
