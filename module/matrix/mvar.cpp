@@ -3,6 +3,8 @@
 // through MLinExpr.
 #include "matrix/mvar.h"
 
+#include <vector>
+
 #include "core/py_error.h"
 #include "elements/handle.h"
 #include "elements/var.h"
@@ -96,6 +98,20 @@ PyObject* mvar_sum(PyObject* self, PyObject* args, PyObject* kwds) {
 
 PyObject* mvar_toexpr(PyObject* self, PyObject*) { return expr_of(self).release(); }
 
+// coldata[column of each variable], shaped like the MVar: how per-column vectors (a callback's
+// solution, say) are read for an MVar.
+PyObject* mvar_indexed_data(PyObject* self, PyObject* coldata) {
+  std::vector<int> pos;
+  if (!melem_positions(self, &pos)) return nullptr;
+  for (int p : pos) {
+    if (p < 0) return raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, "Variable not in model");
+  }
+  py::Ref data = np::fn("asarray", {coldata});
+  py::Ref idx = np::array_from(pos.data(), static_cast<Py_ssize_t>(pos.size()), "int32");
+  py::Ref picked = data && idx ? py::Ref::steal(PyObject_GetItem(data.get(), idx.get())) : py::Ref();
+  return np::meth(picked.get(), "reshape", {np::shape_of(as_melem(self)->arr).get()}).release();
+}
+
 PyMethodDef mvar_methods[] = {
     {"fromlist", py::guarded<&mvar_fromlist_method>, METH_O | METH_STATIC,
      "fromlist(varlist)\n\nAn MVar from a (nested) list of Var objects; the nesting gives the shape."},
@@ -104,6 +120,8 @@ PyMethodDef mvar_methods[] = {
      "sum(axis=None)\n\nThe sum of the variables as an MLinExpr: over all of them, or over the axis\n"
      "or tuple of axes given."},
     {"_toexpr", py::guarded<&mvar_toexpr>, METH_NOARGS, "_toexpr()\n\nThe MVar as an MLinExpr."},
+    {"_indexed_data", py::guarded<&mvar_indexed_data>, METH_O,
+     "_indexed_data(coldata)\n\nThe entries of a per-column vector at the MVar's variables, as an ndarray of its shape."},
     {nullptr, nullptr, 0, nullptr}};
 
 PyNumberMethods mvar_number = {};

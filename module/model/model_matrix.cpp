@@ -222,8 +222,15 @@ PyObject* model_addmvar(PyObject* self, PyObject* args, PyObject* kwds) {
   std::vector<const char*> names;
   py::Ref keep;
   if (!names_arg(name, shape.get(), &store, &names, &keep)) return nullptr;
+  // Without ub, binaries get 1 and the others infinity, as with addVar.
+  std::vector<double> ubs;
+  if (ub == nullptr || ub == Py_None) {
+    ubs.resize(static_cast<size_t>(n));
+    for (Py_ssize_t i = 0; i < n; ++i) ubs[static_cast<size_t>(i)] = vtyp.data<char>()[i] == 'B' ? 1.0 : VLM_INFINITY;
+  }
   int rc = VLMaddvars(h, static_cast<int>(n), 0, nullptr, nullptr, nullptr, vobj.data<double>(), vlb.data<double>(),
-                      vub.data<double>(), vtyp.data<char>(), names.empty() ? nullptr : names.data());
+                      ubs.empty() ? vub.data<double>() : ubs.data(), vtyp.data<char>(),
+                      names.empty() ? nullptr : names.data());
   if (rc != 0) return raise_velmor(rc, self);
   if (model_append_handles(self, VLM_KIND_VAR, n) < 0) return nullptr;
   py::Ref arr = tail_array(self, VLM_KIND_VAR, n, shape.get());
@@ -234,6 +241,7 @@ PyObject* model_addmvar(PyObject* self, PyObject* args, PyObject* kwds) {
 const char model_addmvar_doc[] =
     "addMVar(shape, lb=0.0, ub=VLM.INFINITY, obj=0.0, vtype=VLM.CONTINUOUS, name=\"\")\n\n"
     "Adds an n-dimensional array of variables in one call and returns it as an MVar.\n"
+    "Without ub, binary variables get the upper bound 1, as with addVar.\n"
     "shape is an int or a tuple of ints. The values of the lb, ub, obj, and vtype arguments can either\n"
     "      be scalars, lists, or ndarrays that can be broadcast to the given shape.\n"
     "name is a str, used as the prefix of names such as x[0,1], or an array of names of exactly\n"

@@ -27,7 +27,7 @@ def test_addmvar_shapes_types_and_bounds(m):
     m.update()
     assert x.shape == (3,) and x.ndim == 1 and x.size == 3
     assert y.shape == (4, 2) and m.NumVars == 14 and m.NumBinVars == 8
-    assert (y.VType == "B").all() and y.VType.shape == (4, 2)
+    assert (y.VType == "B").all() and y.VType.shape == (4, 2) and (y.UB == 1.0).all()
     assert z.LB.tolist() == [-1.0, -2.0, -1.0] and z.LB.dtype == np.float64
     assert z.UB.tolist() == [5.0, 6.0, 7.0] and z.Obj.tolist() == [2.5] * 3
     assert x.UB.tolist() == [float("inf")] * 3
@@ -110,6 +110,14 @@ def test_vectorised_attribute_reads_and_writes(m):
     assert x.getAttr("LB").tolist() == [[-1.0, 0.0, 1.0], [2.0, 3.0, 4.0]]
     assert x[1].VarName.tolist() == ["d", "e", "f"]
     assert "LB" in dir(x) and "getAttr" in dir(x)
+
+
+def test_indexed_data_picks_per_column_values(m):
+    m.addMVar(2)
+    x = m.addMVar((2, 2))
+    m.update()
+    assert x._indexed_data(np.arange(6.0) * 10).tolist() == [[20.0, 30.0], [40.0, 50.0]]
+    assert x.T._indexed_data(list(range(6))).tolist() == [[2, 4], [3, 5]]
 
 
 def test_attribute_refusals_are_attribute_errors(m):
