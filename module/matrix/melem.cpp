@@ -295,7 +295,14 @@ bool melem_positions(PyObject* self, std::vector<int>* out) {
       return false;
     }
     int idx = as_handle(h[i])->index;
-    (*out)[static_cast<size_t>(i)] = idx >= 0 ? idx : (idx <= -3 ? handle_position(idx) : -1);
+    if (idx == kIndexPending || idx == kIndexRemoved) {
+      // The texts of the single-element access.
+      std::string text = std::string(handle_type_name(m->kind)) +
+                         (idx == kIndexPending ? " has not yet been added to the model" : " was removed from the model");
+      raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, text.c_str());
+      return false;
+    }
+    (*out)[static_cast<size_t>(i)] = handle_position(idx);
   }
   return true;
 }

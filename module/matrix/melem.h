@@ -27,8 +27,10 @@ py::Ref melem_new(PyTypeObject* type, int kind, PyObject* arr, PyObject* model);
 // The same class as `self` over another array of the same handles.
 py::Ref melem_derive(PyObject* self, PyObject* arr);
 
-// The library positions of the elements in C order; an element not in the model (pending or
-// removed) gives -1. O(n).
+// The library positions of the elements in C order. An element awaiting its update or removed
+// raises VelmorError (not in model) with the texts of a single element's attribute access
+// ("Var has not yet been added to the model", "... was removed from the model"), one of
+// another model "Variable not in model". O(n).
 bool melem_positions(PyObject* self, std::vector<int>* out);
 
 // The library model; nullptr with VelmorError "Model has already been freed" when it is gone.

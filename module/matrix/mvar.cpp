@@ -103,9 +103,6 @@ PyObject* mvar_toexpr(PyObject* self, PyObject*) { return expr_of(self).release(
 PyObject* mvar_indexed_data(PyObject* self, PyObject* coldata) {
   std::vector<int> pos;
   if (!melem_positions(self, &pos)) return nullptr;
-  for (int p : pos) {
-    if (p < 0) return raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, "Variable not in model");
-  }
   py::Ref data = np::fn("asarray", {coldata});
   py::Ref idx = np::array_from(pos.data(), static_cast<Py_ssize_t>(pos.size()), "int32");
   py::Ref picked = data && idx ? py::Ref::steal(PyObject_GetItem(data.get(), idx.get())) : py::Ref();

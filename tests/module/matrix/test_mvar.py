@@ -110,6 +110,7 @@ def test_vectorised_attribute_reads_and_writes(m):
     assert x.getAttr("LB").tolist() == [[-1.0, 0.0, 1.0], [2.0, 3.0, 4.0]]
     assert x[1].VarName.tolist() == ["d", "e", "f"]
     assert "LB" in dir(x) and "getAttr" in dir(x)
+    assert x.prefetchAttr("LB") is None
 
 
 def test_indexed_data_picks_per_column_values(m):
@@ -157,9 +158,15 @@ def test_repr_shows_shape_and_pending_state(env):
     m.Params.UpdateMode = 0
     x = m.addMVar(2, name="x")
     assert repr(x).startswith("<MVar (2,) *awaiting update*\n") and repr(x).endswith(">\n")
+    with pytest.raises(VelmorError, match="Var has not yet been added to the model") as err:
+        x.LB
+    assert err.value.errno == VLM.ERROR_NOT_IN_MODEL
     m.update()
     assert repr(x).startswith("<MVar (2,)\n") and "x[1]" in repr(x)
     m.remove(x[0])
     m.update()
     assert "(some removed)" in repr(x)
+    assert x[1].LB.tolist() == 0.0
+    with pytest.raises(VelmorError, match="Var was removed from the model"):
+        x.UB = 1
     m.dispose()
