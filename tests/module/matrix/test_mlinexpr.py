@@ -256,3 +256,35 @@ def test_getq_returns_the_quadratic_terms_written(m):
     m.update()
     q = m.getQ()
     assert q.shape == (3, 3) and np.array_equal(q.toarray(), Q)
+
+
+# A random sparse LP (seeded): max c'x s.t. A x <= b, 0 <= x <= 10, with b = A x0 + 1 for a
+# point x0 inside the box, so the model is feasible and bounded. No hand optimum: the matrix
+# form must reach the loop twin's value, and its solution must satisfy the rows.
+@pytest.mark.parametrize("fmt", ["csr", "csc", "coo"])
+def test_sparse_lp_matches_the_loop_twin(env, fmt):
+    rng = np.random.default_rng(7)
+    A = sp.random(60, 40, density=0.15, random_state=rng, format=fmt) - sp.random(60, 40, density=0.05,
+                                                                                  random_state=rng, format=fmt)
+    b = A @ rng.uniform(0, 10, 40) + 1.0
+    c = rng.uniform(0.5, 2.0, 40)
+    objs = []
+    for matrix_form in (True, False):
+        m = vp.Model(env=env)
+        if matrix_form:
+            x = m.addMVar(40, ub=10.0)
+            m.addMConstr(A, x, "<", b)
+            m.setObjective(c @ x, VLM.MAXIMIZE)
+        else:
+            x = [m.addVar(ub=10.0) for _ in range(40)]
+            Ar = sp.csr_matrix(A)
+            for i in range(60):
+                lo, hi = Ar.indptr[i], Ar.indptr[i + 1]
+                m.addConstr(vp.quicksum(v * x[j] for j, v in zip(Ar.indices[lo:hi], Ar.data[lo:hi])) <= b[i])
+            m.setObjective(vp.quicksum(c[j] * x[j] for j in range(40)), VLM.MAXIMIZE)
+        m.optimize()
+        objs.append(m.ObjVal)
+        if matrix_form:
+            assert np.all(A @ x.X <= b + 1e-6) and np.allclose(dense(m.getA()), dense(A))
+        m.dispose()
+    assert objs[0] == pytest.approx(objs[1], rel=1e-9)
