@@ -146,3 +146,19 @@ def test_addmqconstr_writes_one_constraint_and_checks_shapes(m):
         m.addMQConstr(np.eye(2), None, "!", 1.0, x, x)
     m.update()
     assert m.NumQConstrs == 1
+
+
+# With K variables the quadratic coefficients have K² columns: 40,000 variables give 1.6e9
+# columns, so any step whose workspace is one entry per column would need tens of gigabytes.
+def test_quadratic_algebra_scales_with_terms_not_columns(m):
+    x = m.addMVar(20000)
+    Q = sp.diags([np.ones(19999), 2 * np.ones(20000), np.ones(19999)], [-1, 0, 1], format="csr")
+    e = x @ Q @ x + 3 * (x * x).sum() - 0.5 * (x * x)[:10].sum()
+    assert e.shape == () and e._qcoef.nnz <= 3 * 20000 * 2
+    m.update()
+    m.setObjective(e)
+    m.update()
+    # Each pair once: diagonal 2 + 3 (- 0.5 for the first ten), neighbours 1 + 1.
+    q = m.getQ().tocsr()
+    assert q.nnz == 20000 + 19999
+    assert q[0, 0] == 4.5 and q[10, 10] == 5.0 and q[5, 6] + q[6, 5] == 2.0
