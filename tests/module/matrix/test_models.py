@@ -61,3 +61,23 @@ def test_facility_in_matrix_form_writes_the_rows_of_the_loop_twin(env, G):
     assert np.array_equal(mat.getAttr("Obj"), loop.getAttr("Obj"))
     for m in models:
         m.dispose()
+
+
+# The control problem is a convex QP; no hand optimum, but both forms must reach the same value
+# and write the same rows.
+def test_lqcp_in_matrix_form_matches_the_loop_twin(env):
+    from matrix_lqcp import loop_form as lqcp_loops, matrix_form as lqcp_matrix
+    values, rows, q = [], [], []
+    for build in (lqcp_matrix, lqcp_loops):
+        m = vp.Model(env=env)
+        build(m, 6)
+        m.optimize()
+        values.append(m.ObjVal)
+        rows.append(linear_rows(m))
+        qm = m.getQ().tocsr()
+        qm.sum_duplicates()
+        q.append(qm.toarray())
+        m.dispose()
+    assert values[0] == pytest.approx(values[1], rel=1e-7, abs=1e-12) and values[0] > 0
+    assert rows[0] == rows[1]
+    assert np.allclose(q[0], q[1])
