@@ -261,18 +261,19 @@ py::Ref combine(PyObject* a0, PyObject* b0, double sign) {
     if (q) q = csr(std::move(q));
     return mexpr_make(py::Ref::borrow(x->vars), std::move(coef), std::move(constant), std::move(q));
   }
-  py::Ref both = py::Ref::steal(PyTuple_Pack(2, x->vars, y->vars));
-  py::Ref vars = np::fn("concatenate", {both.get()});
-  py::Ref blocks = py::Ref::steal(PyTuple_Pack(2, x->coef, cb.get()));
-  py::Ref coef = np::spfn("hstack", {blocks.get()}, {{"format", np::text("csr").get()}});
-  coef = csr(std::move(coef));
-  const long long k = ka + kb;
-  if (qa) qa = remap_quadratic(qa.get(), ka, k, 0);
-  if (qb) qb = remap_quadratic(qb.get(), kb, k, ka);
+  // Different lists: their union by identity, so that pieces of one MVar (slices, shifts) keep
+  // one column per variable instead of one per appearance.
+  VarUnion u;
+  if (!var_union(x->vars, y->vars, &u)) return py::Ref();
+  py::Ref ca = u.k == ka ? py::Ref::borrow(x->coef) : widen(x->coef, u.k);
+  py::Ref cbm = remap_columns(cb.get(), u.map_b, u.k);
+  // The linear matrices have K columns: SciPy's sum is fine (and faster) for them.
+  py::Ref coef = ca && cbm ? csr(py::Ref::steal(PyNumber_Add(ca.get(), cbm.get()))) : py::Ref();
+  if (qa) qa = remap_quadratic(qa.get(), ka, nullptr, u.k);
+  if (qb) qb = remap_quadratic(qb.get(), kb, &u.map_b, u.k);
   if ((x->qcoef && !qa) || (y->qcoef && !qb)) return py::Ref();
   py::Ref q = add_parts(std::move(qa), std::move(qb));
-  if (q) q = csr(std::move(q));
-  return mexpr_make(std::move(vars), std::move(coef), std::move(constant), std::move(q));
+  return mexpr_make(std::move(u.vars), std::move(coef), std::move(constant), std::move(q));
 }
 
 // e @ f for two expressions, as the sum of an elementwise product over the shared axis.
@@ -719,11 +720,19 @@ py::Ref mexpr_product(PyObject* a0, PyObject* b0) {
   if (!b) return b;
   MExprObject* x = as_mexpr(a.get());
   MExprObject* y = as_mexpr(b.get());
-  const bool same = x->vars == y->vars;
-  const long long kx = mexpr_nvars(a.get()), ky = mexpr_nvars(b.get());
-  const long long k = same ? kx : kx + ky, off = same ? 0 : kx;
-  py::Ref vars = same ? py::Ref::borrow(x->vars)
-                      : np::fn("concatenate", {py::Ref::steal(PyTuple_Pack(2, x->vars, y->vars)).get()});
+  // b's columns in the union of both variable lists (identity when they share one).
+  VarUnion u;
+  if (x->vars == y->vars) {
+    u.vars = py::Ref::borrow(x->vars);
+    u.k = mexpr_nvars(a.get());
+    u.map_b.resize(static_cast<size_t>(u.k));
+    for (long long j = 0; j < u.k; ++j) u.map_b[static_cast<size_t>(j)] = j;
+  } else if (!var_union(x->vars, y->vars, &u)) {
+    return py::Ref();
+  }
+  const long long k = u.k;
+  py::Ref vars = std::move(u.vars);
+  auto bcol = [&u](long long c) { return u.map_b[static_cast<size_t>(c)]; };
   np::CsrView A, B;
   np::View ca, cb;
   if (!vars || !A.open(x->coef) || !B.open(y->coef) || !ca.open(x->constant, "float64") ||
@@ -745,14 +754,14 @@ py::Ref mexpr_product(PyObject* a0, PyObject* b0) {
       }
       for (long long t = B.begin(e); t < B.end(e); ++t) {
         qrow.push_back(e);
-        qcol.push_back(A.col(s) * k + off + B.col(t));
+        qcol.push_back(A.col(s) * k + bcol(B.col(t)));
         qval.push_back(A.value(s) * B.value(t));
       }
     }
     if (av == 0) continue;
     for (long long t = B.begin(e); t < B.end(e); ++t) {
       lrow.push_back(e);
-      lcol.push_back(off + B.col(t));
+      lcol.push_back(bcol(B.col(t)));
       lval.push_back(B.value(t) * av);
     }
   }

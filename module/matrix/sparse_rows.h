@@ -25,6 +25,22 @@ py::Ref map_rows(PyObject* map, PyObject* q);
 // a + b for two matrices of one shape.
 py::Ref add_rows(PyObject* a, PyObject* b);
 
-// Quadratic coefficients over k variables moved to a list of `knew` variables in which the old
-// ones start at `offset`: column i*k + j becomes (i+offset)*knew + (j+offset).
-py::Ref remap_quadratic(PyObject* q, long long k, long long knew, long long offset);
+// m with column c renamed map[c], `width` columns wide. O(nonzeros).
+py::Ref remap_columns(PyObject* m, const std::vector<long long>& map, long long width);
+
+// Quadratic coefficients over k variables moved to a list of `knew`: column i*k + j becomes
+// map[i]*knew + map[j], or i*knew + j without a map (the old variables first). O(nonzeros).
+py::Ref remap_quadratic(PyObject* q, long long k, const std::vector<long long>* map, long long knew);
+
+// m with `width` columns (at least its own), sharing its arrays.
+py::Ref widen(PyObject* m, long long width);
+
+// The union of two variable lists by object identity: the entries of `a` keep their positions
+// and the variables of `b` that `a` lacks follow in order; map_b[j] is the position of b's
+// entry j. `vars` is `a` itself when it holds all of b's variables. O(len a + len b).
+struct VarUnion {
+  py::Ref vars;
+  std::vector<long long> map_b;
+  long long k = 0;
+};
+bool var_union(PyObject* a, PyObject* b, VarUnion* u);

@@ -288,3 +288,21 @@ def test_sparse_lp_matches_the_loop_twin(env, fmt):
             assert np.all(A @ x.X <= b + 1e-6) and np.allclose(dense(m.getA()), dense(A))
         m.dispose()
     assert objs[0] == pytest.approx(objs[1], rel=1e-9)
+
+
+# Pieces of one MVar share its variables: x[1:] - x[:-1] has one column per variable, with
+# +1 and -1 in each row, whether the variables are placed (immediate update mode) or pending.
+@pytest.mark.parametrize("update_mode", [1, 0])
+def test_slices_of_one_mvar_keep_one_column_per_variable(env, update_mode):
+    m = vp.Model(env=env)
+    m.Params.UpdateMode = update_mode
+    x = m.addMVar(5)
+    d = x[1:] - x[:-1]
+    q = x[1:] * x[:-1] + 2 * x[:4] * x[:4]
+    assert d._vars.size == 5 and q._vars.size == 5
+    coef = dense(d._coef)
+    for i in range(4):
+        assert coef[i, list(d._vars).index(x.tolist()[i + 1])] == 1.0
+        assert coef[i, list(d._vars).index(x.tolist()[i])] == -1.0
+    assert q._qcoef.nnz == 8
+    m.dispose()
