@@ -39,8 +39,8 @@ py::Ref scale_rows(PyObject* m, const double* f) {
     for (long long t = v.begin(r); t < v.end(r); ++t) data[static_cast<size_t>(t)] = v.value(t) * f[r];
   }
   py::Ref arr = np::array_from(data.data(), static_cast<Py_ssize_t>(data.size()), "float64");
-  py::Ref parts = arr ? py::Ref::steal(PyTuple_Pack(3, arr.get(), np::attr(m, "indices").get(), np::attr(m, "indptr").get()))
-                      : py::Ref();
+  py::Ref ind = np::attr(m, "indices"), ptr = np::attr(m, "indptr");
+  py::Ref parts = arr && ind && ptr ? py::Ref::steal(PyTuple_Pack(3, arr.get(), ind.get(), ptr.get())) : py::Ref();
   return np::spfn("csr_matrix", {parts.get()}, {{"shape", np::shape_of(m).get()}});
 }
 
@@ -182,8 +182,8 @@ py::Ref remap_quadratic(PyObject* q, long long k, const std::vector<long long>* 
 }
 
 py::Ref widen(PyObject* m, long long width) {
-  py::Ref parts = py::Ref::steal(PyTuple_Pack(3, np::attr(m, "data").get(), np::attr(m, "indices").get(),
-                                             np::attr(m, "indptr").get()));
+  py::Ref data = np::attr(m, "data"), ind = np::attr(m, "indices"), ptr = np::attr(m, "indptr");
+  py::Ref parts = data && ind && ptr ? py::Ref::steal(PyTuple_Pack(3, data.get(), ind.get(), ptr.get())) : py::Ref();
   py::Ref shape = py::Ref::steal(Py_BuildValue("(LL)", dim_of(m, 0), width));
   return np::spfn("csr_matrix", {parts.get()}, {{"shape", shape.get()}});
 }
