@@ -254,6 +254,13 @@ PyObject* model_setobjectiven(PyObject* self, PyObject* args, PyObject* kwds) {
   if (expr_is_matrix(expr) && PyObject_HasAttrString(expr, "_extract_xQy")) {
     return raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, "Objective must be linear");
   }
+  // A one-element MVar or MLinExpr stands for its Var or LinExpr (item() refuses larger ones).
+  py::Ref single;
+  if (expr_is_matrix(expr)) {
+    single = py::Ref::steal(PyObject_CallMethod(expr, "item", nullptr));
+    if (!single) return nullptr;
+    expr = single.get();
+  }
   ObjectiveArrays a;
   if (!objective_arrays(self, expr, true, a)) return nullptr;
   int rc = VLMsetobjectiven(h, index, priority, weight, abstol, reltol, name, a.constant,

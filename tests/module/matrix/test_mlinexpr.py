@@ -247,6 +247,17 @@ def test_setobjective_takes_a_one_element_matrix_expression(m):
         m.setObjective(2 * x)
 
 
+def test_setobjectiven_takes_a_one_element_matrix_expression(m):
+    x = m.addMVar(2, ub=1, name="x")
+    m.setObjectiveN(np.array([1.0, 2.0]) @ x + 3, 0)
+    m.update()
+    assert str(m.getObjective(0)) == "3.0 + x[0] + 2.0 x[1]"
+    with pytest.raises(ValueError, match="size 1"):
+        m.setObjectiveN(2 * x, 1)
+    with pytest.raises(VelmorError, match="Objective must be linear"):
+        m.setObjectiveN(x @ x, 1)
+
+
 def test_getq_returns_the_quadratic_terms_written(m):
     x = m.addMVar(3)
     m.update()
