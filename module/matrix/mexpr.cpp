@@ -586,7 +586,7 @@ PyObject* mexpr_div(PyObject* a, PyObject* b) {
   double v = 0;
   int k = expr_classify(b, &v);
   if (k == kOperandError) return nullptr;
-  if (k != kOperandNumber && !np::isndarray(b)) return not_implemented();
+  if (k != kOperandNumber && !np::isndarray(b) && !PyList_Check(b) && !PyTuple_Check(b)) return not_implemented();
   py::Ref x;
   int ke = operand(a, &x);
   if (ke <= 0) return ke < 0 ? nullptr : not_implemented();

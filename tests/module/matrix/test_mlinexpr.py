@@ -176,6 +176,8 @@ def test_ndarray_operands_on_the_left_defer_to_the_expression(m):
     assert "".join(c.Sense) == ">>>" and np.array_equal(dense(m.getA()), -np.eye(3))
     t = np.array([1.0, 2.0, 3.0]) * x
     assert np.array_equal(dense(t._coef), np.diag([1.0, 2.0, 3.0]))
+    assert np.array_equal(dense((x / [1.0, 2.0, 4.0])._coef), np.diag([1.0, 0.5, 0.25]))
+    assert np.array_equal(dense((x * (2, 1, 0))._coef), np.diag([2.0, 1.0, 0.0]))
 
 
 def test_sum_indexing_and_items(m):
