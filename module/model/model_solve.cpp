@@ -170,35 +170,35 @@ int sense_code(PyObject* sense) {
 // A matrix expression of one element: its matrices (_extract_xQy for a quadratic one,
 // _extract_Axb for a linear one) go to setMObjective.
 PyObject* set_matrix_objective(PyObject* self, PyObject* expr, PyObject* sense) {
+  if (sense_code(sense) == 2) return nullptr;
+  py::Ref size = py::Ref::steal(PyObject_GetAttrString(expr, "size"));
+  if (!size) return nullptr;
+  if (PyLong_AsLong(size.get()) != 1) {
+    py::Ref shape = py::Ref::steal(PyObject_GetAttrString(expr, "shape"));
+    py::Ref text = shape ? py::Ref::steal(PyUnicode_FromFormat(
+                               "The objective must be one expression, not a matrix expression of shape %S", shape.get()))
+                         : py::Ref();
+    return text ? raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, PyUnicode_AsUTF8(text.get())) : nullptr;
+  }
+  py::Ref fn = py::Ref::steal(PyObject_GetAttrString(self, "setMObjective"));
+  if (!fn) return nullptr;
   if (PyObject_HasAttrString(expr, "_extract_xQy")) {
     py::Ref parts = py::Ref::steal(PyObject_CallMethod(expr, "_extract_xQy", nullptr));
     PyObject *Q = nullptr, *x = nullptr, *c = nullptr, *constant = nullptr;
     if (!parts || !PyArg_ParseTuple(parts.get(), "OOOO", &Q, &x, &c, &constant)) return nullptr;
-    py::Ref fn = py::Ref::steal(PyObject_GetAttrString(self, "setMObjective"));
-    py::Ref args = fn ? py::Ref::steal(PyTuple_Pack(3, Q, c, constant)) : py::Ref();
+    py::Ref args = py::Ref::steal(PyTuple_Pack(3, Q, c, constant));
     py::Ref kw = args ? py::Ref::steal(Py_BuildValue("{sOsOsOsO}", "xQ_L", x, "xQ_R", x, "xc", x, "sense", sense))
                       : py::Ref();
     return kw ? PyObject_Call(fn.get(), args.get(), kw.get()) : nullptr;
   }
   py::Ref lin = expr_is_mvar(expr) ? py::Ref::steal(PyObject_CallMethod(expr, "_toexpr", nullptr)) : py::Ref::borrow(expr);
   py::Ref parts = lin ? py::Ref::steal(PyObject_CallMethod(lin.get(), "_extract_Axb", nullptr)) : py::Ref();
-  if (!parts) return nullptr;
   PyObject *A = nullptr, *x = nullptr, *b = nullptr;
-  if (!PyArg_ParseTuple(parts.get(), "OOO", &A, &x, &b)) return nullptr;
-  py::Ref size = py::Ref::steal(PyObject_GetAttrString(b, "size"));
-  if (!size) return nullptr;
-  if (PyLong_AsLong(size.get()) != 1) {
-    py::Ref shape = py::Ref::steal(PyObject_GetAttrString(b, "shape"));
-    py::Ref text = shape ? py::Ref::steal(PyUnicode_FromFormat(
-                               "The objective must be one expression, not a matrix expression of shape %S", shape.get()))
-                         : py::Ref();
-    return text ? raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, PyUnicode_AsUTF8(text.get())) : nullptr;
-  }
+  if (!parts || !PyArg_ParseTuple(parts.get(), "OOO", &A, &x, &b)) return nullptr;
   py::Ref row = py::Ref::steal(PyObject_CallMethod(A, "toarray", nullptr));
   py::Ref constant = py::Ref::steal(PyObject_CallMethod(b, "item", nullptr));
   if (!row || !constant) return nullptr;
-  py::Ref fn = py::Ref::steal(PyObject_GetAttrString(self, "setMObjective"));
-  py::Ref args = fn ? py::Ref::steal(PyTuple_Pack(3, Py_None, row.get(), constant.get())) : py::Ref();
+  py::Ref args = py::Ref::steal(PyTuple_Pack(3, Py_None, row.get(), constant.get()));
   py::Ref kw = args ? py::Ref::steal(Py_BuildValue("{sOsO}", "xc", x, "sense", sense)) : py::Ref();
   return kw ? PyObject_Call(fn.get(), args.get(), kw.get()) : nullptr;
 }

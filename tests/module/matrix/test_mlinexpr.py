@@ -247,6 +247,10 @@ def test_setobjective_takes_a_one_element_matrix_expression(m):
     assert m.ObjVal == pytest.approx(2.0)
     with pytest.raises(VelmorError, match=r"not a matrix expression of shape \(2,\)"):
         m.setObjective(2 * x)
+    with pytest.raises(VelmorError, match=r"not a matrix expression of shape \(2,\)"):
+        m.setObjective(x * x)
+    with pytest.raises(VelmorError, match="VLM.MINIMIZE or VLM.MAXIMIZE"):
+        m.setObjective(x.sum(), 5)
 
 
 def test_setobjectiven_takes_a_one_element_matrix_expression(m):
