@@ -262,6 +262,17 @@ VLM_API int VLMaddqconstr(VLMmodel *model, int numlnz, const int *lind, const do
                           int numqnz, const int *qrow, const int *qcol, const double *qval,
                           char sense, double rhs, const char *QCname);
 
+/* `numqconstrs` quadratic constraints in one call, all or none: constraint i is
+ * sum(lval[k] x[lind[k]]) + sum(qval[k] x[qrow[k]] x[qcol[k]]) sense[i] rhs[i], its linear
+ * terms being k in lbeg[i] .. lbeg[i+1] (the last up to numlnz) and its quadratic terms k in
+ * qbeg[i] .. qbeg[i+1] (the last up to numqnz). Term arrays may be NULL when their count is 0;
+ * QCnames may be NULL, as may any of its entries (default names "QC<index>"). A refused
+ * constraint (bad sense, index, NaN, starts outside the terms) adds none of them. */
+VLM_API int VLMaddqconstrs(VLMmodel *model, int numqconstrs, int numlnz, const int *lbeg,
+                           const int *lind, const double *lval, int numqnz, const int *qbeg,
+                           const int *qrow, const int *qcol, const double *qval,
+                           const char *sense, const double *rhs, const char *const *QCnames);
+
 /* `numsos` SOS constraints of types (1 or 2); members of set i are ind/weight[beg[i] ..). */
 VLM_API int VLMaddsos(VLMmodel *model, int numsos, int nummembers, const int *types,
                       const int *beg, const int *ind, const double *weight);

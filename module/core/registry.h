@@ -17,6 +17,11 @@ int register_var_ops(PyObject* m);     // var_ops.cpp: the Var operators (before
 int register_tuplelist(PyObject* m);  // tuplelist.cpp: tuplelist
 int register_tupledict(PyObject* m);  // tupledict.cpp: tupledict
 int register_multidict(PyObject* m);  // multidict.cpp: multidict
+int register_mvar(PyObject* m);       // mvar.cpp: MVar
+int register_mlinexpr(PyObject* m);   // mlinexpr.cpp: MLinExpr
+int register_mquadexpr(PyObject* m);  // mquadexpr.cpp: MQuadExpr
+int register_mconstr(PyObject* m);    // mconstr.cpp: MConstr
+int register_mqconstr(PyObject* m);   // mqconstr.cpp: MQConstr
 int register_var(PyObject* m);        // var.cpp: Var
 int register_constr(PyObject* m);     // constr.cpp: Constr
 int register_qconstr(PyObject* m);    // qconstr.cpp: QConstr

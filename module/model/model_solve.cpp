@@ -167,6 +167,42 @@ int sense_code(PyObject* sense) {
   return static_cast<int>(s);
 }
 
+// A matrix expression of one element: its matrices (_extract_xQy for a quadratic one,
+// _extract_Axb for a linear one) go to setMObjective.
+PyObject* set_matrix_objective(PyObject* self, PyObject* expr, PyObject* sense) {
+  if (sense_code(sense) == 2) return nullptr;
+  py::Ref size = py::Ref::steal(PyObject_GetAttrString(expr, "size"));
+  if (!size) return nullptr;
+  if (PyLong_AsLong(size.get()) != 1) {
+    py::Ref shape = py::Ref::steal(PyObject_GetAttrString(expr, "shape"));
+    py::Ref text = shape ? py::Ref::steal(PyUnicode_FromFormat(
+                               "The objective must be one expression, not a matrix expression of shape %S", shape.get()))
+                         : py::Ref();
+    return text ? raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, PyUnicode_AsUTF8(text.get())) : nullptr;
+  }
+  py::Ref fn = py::Ref::steal(PyObject_GetAttrString(self, "setMObjective"));
+  if (!fn) return nullptr;
+  if (PyObject_HasAttrString(expr, "_extract_xQy")) {
+    py::Ref parts = py::Ref::steal(PyObject_CallMethod(expr, "_extract_xQy", nullptr));
+    PyObject *Q = nullptr, *x = nullptr, *c = nullptr, *constant = nullptr;
+    if (!parts || !PyArg_ParseTuple(parts.get(), "OOOO", &Q, &x, &c, &constant)) return nullptr;
+    py::Ref args = py::Ref::steal(PyTuple_Pack(3, Q, c, constant));
+    py::Ref kw = args ? py::Ref::steal(Py_BuildValue("{sOsOsOsO}", "xQ_L", x, "xQ_R", x, "xc", x, "sense", sense))
+                      : py::Ref();
+    return kw ? PyObject_Call(fn.get(), args.get(), kw.get()) : nullptr;
+  }
+  py::Ref lin = expr_is_mvar(expr) ? py::Ref::steal(PyObject_CallMethod(expr, "_toexpr", nullptr)) : py::Ref::borrow(expr);
+  py::Ref parts = lin ? py::Ref::steal(PyObject_CallMethod(lin.get(), "_extract_Axb", nullptr)) : py::Ref();
+  PyObject *A = nullptr, *x = nullptr, *b = nullptr;
+  if (!parts || !PyArg_ParseTuple(parts.get(), "OOO", &A, &x, &b)) return nullptr;
+  py::Ref row = py::Ref::steal(PyObject_CallMethod(A, "toarray", nullptr));
+  py::Ref constant = py::Ref::steal(PyObject_CallMethod(b, "item", nullptr));
+  if (!row || !constant) return nullptr;
+  py::Ref args = py::Ref::steal(PyTuple_Pack(3, Py_None, row.get(), constant.get()));
+  py::Ref kw = args ? py::Ref::steal(Py_BuildValue("{sOsO}", "xc", x, "sense", sense)) : py::Ref();
+  return kw ? PyObject_Call(fn.get(), args.get(), kw.get()) : nullptr;
+}
+
 }  // namespace
 
 const char model_setobjective_doc[] =
@@ -185,9 +221,7 @@ PyObject* model_setobjective(PyObject* self, PyObject* args, PyObject* kwds) {
   VLMmodel* h = model_handle(self);
   if (h == nullptr) return raise_velmor(VLM_ERROR_NULL_ARGUMENT, self);
   if (model_setup(self, false) < 0) return nullptr;
-  if (expr_is_matrix(expr)) {
-    return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, "Matrix objectives are not supported yet");
-  }
+  if (expr_is_matrix(expr)) return set_matrix_objective(self, expr, sense);
   int s = sense_code(sense);
   if (s == 2) return nullptr;
   ObjectiveArrays a;
@@ -219,6 +253,13 @@ PyObject* model_setobjectiven(PyObject* self, PyObject* args, PyObject* kwds) {
   if (model_setup(self, false) < 0) return nullptr;
   if (expr_is_matrix(expr) && PyObject_HasAttrString(expr, "_extract_xQy")) {
     return raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, "Objective must be linear");
+  }
+  // A one-element MVar or MLinExpr stands for its Var or LinExpr (item() refuses larger ones).
+  py::Ref single;
+  if (expr_is_matrix(expr)) {
+    single = py::Ref::steal(PyObject_CallMethod(expr, "item", nullptr));
+    if (!single) return nullptr;
+    expr = single.get();
   }
   ObjectiveArrays a;
   if (!objective_arrays(self, expr, true, a)) return nullptr;

@@ -219,6 +219,49 @@ VLM_API int VLMaddqconstr(VLMmodel* model, int numlnz, const int* lind, const do
   });
 }
 
+VLM_API int VLMaddqconstrs(VLMmodel* model, int numqconstrs, int numlnz, const int* lbeg, const int* lind,
+                           const double* lval, int numqnz, const int* qbeg, const int* qrow, const int* qcol,
+                           const double* qval, const char* sense, const double* rhs,
+                           const char* const* QCnames) {
+  return model_call(model, [&](Model& m) {
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(numqconstrs, "quadratic constraints",
+                                                  {{sense, "sense"}, {rhs, "rhs"}}));
+    VLM_RETURN_IF_ERROR(
+        vlm::capi::require_arrays(numlnz, "linear terms", {{lbeg, "lbeg"}, {lind, "lind"}, {lval, "lval"}}));
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(
+        numqnz, "quadratic terms", {{qbeg, "qbeg"}, {qrow, "qrow"}, {qcol, "qcol"}, {qval, "qval"}}));
+    // Block i spans beg[i] .. beg[i + 1] (the last up to the total); no starts means no terms.
+    auto span = [numqconstrs](const int* beg, int total, int i, int* b, int* e) {
+      *b = beg ? beg[i] : 0;
+      *e = beg ? (i + 1 < numqconstrs ? beg[i + 1] : total) : 0;
+      return *b >= 0 && *b <= *e && *e <= total;
+    };
+    std::vector<vlm::QConstrData> qs(static_cast<std::size_t>(numqconstrs));
+    for (int i = 0; i < numqconstrs; ++i) {
+      int lb = 0, le = 0, qb = 0, qe = 0;
+      if (!span(numlnz > 0 ? lbeg : nullptr, numlnz, i, &lb, &le) ||
+          !span(numqnz > 0 ? qbeg : nullptr, numqnz, i, &qb, &qe)) {
+        return Status(VLM_ERROR_INVALID_ARGUMENT,
+                      "Term starts of quadratic constraint " + std::to_string(i) + " are not within the terms");
+      }
+      vlm::QConstrData& q = qs[static_cast<std::size_t>(i)];
+      if (le > lb) {
+        q.lind.assign(lind + lb, lind + le);
+        q.lval.assign(lval + lb, lval + le);
+      }
+      if (qe > qb) {
+        q.qrow.assign(qrow + qb, qrow + qe);
+        q.qcol.assign(qcol + qb, qcol + qe);
+        q.qval.assign(qval + qb, qval + qe);
+      }
+      q.sense = sense[i];
+      q.rhs = rhs[i];
+      if (QCnames && QCnames[i]) q.name = QCnames[i];
+    }
+    return m.add_qconstrs(std::move(qs));
+  });
+}
+
 VLM_API int VLMaddsos(VLMmodel* model, int numsos, int nummembers, const int* types,
                       const int* beg, const int* ind, const double* weight) {
   return model_call(model, [&](Model& m) { return m.add_sos(numsos, nummembers, types, beg, ind, weight); });

@@ -407,7 +407,7 @@ Status Model::add_range_constr(int numnz, const int* ind, const double* val, dou
 
 // ---- quadratic, SOS and general constraints ---------------------------------------------------
 
-Status Model::add_qconstr(QConstrData q) {
+Status Model::check_qconstr(const QConstrData& q) const {
   if (!valid_sense(q.sense)) {
     return invalid("Invalid constraint sense " + sense_text(q.sense) + " (expected '<', '>' or '=')");
   }
@@ -424,11 +424,24 @@ Status Model::add_qconstr(QConstrData q) {
     VLM_RETURN_IF_ERROR(check_var(q.qcol[k], "Variable"));
     VLM_RETURN_IF_ERROR(check_coef(q.qval[k], "Quadratic coefficient"));
   }
-  merge_terms(q.lind, q.lval);
-  merge_quad(q.qrow, q.qcol, q.qval);
-  q.rhs = clamp_inf(q.rhs);
-  if (q.name.empty()) q.name = "QC" + std::to_string(data_.num_qconstrs() + pending_.add.num_qconstrs());
-  pending_.add.qconstrs.push_back(std::move(q));
+  return Status::Ok();
+}
+
+Status Model::add_qconstr(QConstrData q) {
+  std::vector<QConstrData> one;
+  one.push_back(std::move(q));
+  return add_qconstrs(std::move(one));
+}
+
+Status Model::add_qconstrs(std::vector<QConstrData> qs) {
+  for (const QConstrData& q : qs) VLM_RETURN_IF_ERROR(check_qconstr(q));
+  for (QConstrData& q : qs) {
+    merge_terms(q.lind, q.lval);
+    merge_quad(q.qrow, q.qcol, q.qval);
+    q.rhs = clamp_inf(q.rhs);
+    if (q.name.empty()) q.name = "QC" + std::to_string(data_.num_qconstrs() + pending_.add.num_qconstrs());
+    pending_.add.qconstrs.push_back(std::move(q));
+  }
   return Status::Ok();
 }
 

@@ -46,6 +46,9 @@ class Model {
   Status add_range_constr(int numnz, const int* ind, const double* val, double lower,
                           double upper, const char* name);
   Status add_qconstr(QConstrData q);
+  // A block of quadratic constraints, all or none: every one is checked before any is queued.
+  // O(total terms).
+  Status add_qconstrs(std::vector<QConstrData> qs);
   Status add_sos(int numsos, int nummembers, const int* types, const int* beg, const int* ind,
                  const double* weight);
   Status add_genconstr(GenConstrData g);
@@ -132,6 +135,8 @@ class Model {
 
   Status check_var(int v, const char* what) const;
   Status check_coef(double v, const char* what) const;
+  // The checks of add_qconstr, without queuing.
+  Status check_qconstr(const QConstrData& q) const;
   bool updatemode_immediate() const;
   void drop_name_index(int kind);
 
