@@ -415,3 +415,10 @@ int melem_ready(PyTypeObject* type, const char* array_field, PyMethodDef* extra)
   // NumPy hands every operator with one of these objects to the object's own methods.
   return PyDict_SetItemString(type->tp_dict, "__array_ufunc__", Py_None);
 }
+
+bool melem_check(PyObject* o) {
+  for (PyTypeObject* t = Py_TYPE(o); t != nullptr; t = t->tp_base) {
+    if (t->tp_dealloc == melem_dealloc) return true;
+  }
+  return false;
+}

@@ -36,6 +36,9 @@ bool melem_positions(PyObject* self, std::vector<int>* out);
 // The library model; nullptr with VelmorError "Model has already been freed" when it is gone.
 VLMmodel* melem_cmodel(PyObject* self);
 
+// Whether `o` is an element array (MVar, MConstr, MQConstr or a subclass of one).
+bool melem_check(PyObject* o);
+
 // Slots and methods shared by the three classes (each returns nullptr / -1 with an exception).
 int melem_traverse(PyObject* self, visitproc visit, void* arg);
 int melem_clear(PyObject* self);

@@ -4,10 +4,14 @@
 // (printers), model_build_*.cpp, model_genconstr.cpp and model_solve.cpp.
 //
 // Invariants: `handle` is nullptr exactly when `cmodel` is (never created or disposed).
+#include "model/model_matrix.h"
 #include "model/model.h"
+
+#include <vector>
 
 #include <cstdint>
 #include <type_traits>
+#include <vector>
 
 #include "env/env.h"
 #include "elements/handle.h"
@@ -16,6 +20,7 @@
 #include "model/model_files.h"
 #include "model/model_genconstr.h"
 #include "model/model_lists.h"
+#include "model/model_matrix.h"
 #include "model/model_print.h"
 #include "model/model_util.h"
 #include "core/py_convert.h"
@@ -551,7 +556,13 @@ int register_model(PyObject* m) {
   ModelType.tp_repr = py::guarded<&model_repr>;
   ModelType.tp_getattro = py::guarded<&model_getattro>;
   ModelType.tp_setattro = py::guarded<&model_setattro>;
-  ModelType.tp_methods = model_methods;
+  // Aspects with tables of their own (the matrix layer) join the type's table here.
+  static std::vector<PyMethodDef> methods;
+  for (const PyMethodDef* table : {model_methods, model_matrix_methods}) {
+    for (const PyMethodDef* d = table; d->ml_name != nullptr; ++d) methods.push_back(*d);
+  }
+  methods.push_back({nullptr, nullptr, 0, nullptr});
+  ModelType.tp_methods = methods.data();
   ModelType.tp_getset = model_getset;
   ModelType.tp_dictoffset = offsetof(ModelObject, dict);
   ModelType.tp_weaklistoffset = offsetof(ModelObject, weakreflist);

@@ -10,6 +10,7 @@
 #include "attrs/attrutil.h"
 #include "env/env.h"
 #include "elements/handle.h"
+#include "matrix/melem.h"
 #include "model/model.h"
 #include "model/model_util.h"
 #include "core/py_convert.h"
@@ -170,6 +171,8 @@ PyObject* model_getattr_method(PyObject* self, PyObject* args, PyObject* kwds) {
     if (!get_int(self, kKinds[info.kind].count_attr, &n)) return nullptr;
     return attr_get_array(self, model_handle(self), s, info, 0, n).release();
   }
+  // An element array answers with an array of its own shape.
+  if (melem_check(objs)) return PyObject_CallMethod(objs, "getAttr", "O", attrname);
   if (PyDict_Check(objs)) {
     py::Ref keys = py::Ref::steal(PyDict_Keys(objs));
     py::Ref values = keys ? py::Ref::steal(PyDict_Values(objs)) : py::Ref();
@@ -197,6 +200,7 @@ PyObject* model_setattr_method(PyObject* self, PyObject* args, PyObject* kwds) {
     if (attr_set(t, attrname, arg1) < 0) return nullptr;
     return py::none();
   }
+  if (melem_check(arg1)) return PyObject_CallMethod(arg1, "setAttr", "OO", attrname, arg2);
   const char* s = nullptr;
   AttrInfo info;
   if (!attr_info(t, attrname, &s, &info)) return nullptr;
