@@ -2,6 +2,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -156,6 +157,19 @@ StatusOr<std::string> read_file(const std::string& filename) {
     }
     if (n == 0) break;
     content.append(buf.data(), static_cast<std::size_t>(n));
+  }
+  // gzread reports a stream cut short or corrupted only through gzerror, after handing over
+  // what it could decompress: without this check half a model would read as a whole one.
+  int zerr = Z_OK;
+  const char* msg = gzerror(in.f, &zerr);
+  if (zerr != Z_OK && zerr != Z_STREAM_END) {
+    const long line = 1 + std::count(content.begin(), content.end(), '\n');
+    std::string why = msg != nullptr ? msg : "";
+    // zlib prefixes its message with the file name; the caller's text already has it.
+    if (why.rfind(filename + ": ", 0) == 0) why = why.substr(filename.size() + 2);
+    if (zerr == Z_ERRNO) why = reason(errno);
+    return Status(VLM_ERROR_FILE_READ, "File '" + filename + "', line " + std::to_string(line) +
+                                           ": compressed data is cut short or damaged (" + why + ")");
   }
   return content;
 }

@@ -434,6 +434,7 @@ Status LpParser::parse(std::string_view text) {
   // Pass 1: split into sections of tokens.
   std::vector<SectionText> sections;
   int lineno = 0;
+  int last_text_line = 0;
   std::size_t at = 0;
   bool ended = false;
   while (at <= text.size() && !ended) {
@@ -449,6 +450,7 @@ Status LpParser::parse(std::string_view text) {
       }
       line = line.substr(0, bs);
     }
+    if (!trim(raw).empty()) last_text_line = lineno;
     lines_.emplace_back(line);
     if (trim(line).empty()) continue;
     // Headers normally start their line; indented, only the unmistakable long forms count,
@@ -547,6 +549,12 @@ Status LpParser::parse(std::string_view text) {
         break;
     }
     VLM_RETURN_IF_ERROR(st);
+  }
+  // A file without End was cut short (or never finished): refusing it is the only way not to
+  // pass off part of a model as the whole. Errors in the text come first, as they say more.
+  if (!ended) {
+    return parse_error(filename_, last_text_line,
+                       "expected 'End' after this line, found the end of the file (is the file cut short?)");
   }
   finish();
   return Status::Ok();

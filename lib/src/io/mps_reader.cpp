@@ -266,6 +266,7 @@ Status MpsParser::record(std::string_view line, bool has_code, int n_names, Reco
 Status MpsParser::parse(ReadModel& out) {
   std::size_t at = 0;
   bool ended = false;
+  int last_text_line = 0;
   while (at < text_.size() && !ended) {
     std::size_t nl = text_.find('\n', at);
     std::string_view line = text_.substr(at, nl == std::string_view::npos ? std::string_view::npos : nl - at);
@@ -275,6 +276,7 @@ Status MpsParser::parse(ReadModel& out) {
       line.remove_suffix(1);
     }
     if (line.empty() || line[0] == '*') continue;
+    last_text_line = line_;
     if (!is_blank(line[0])) {
       if (sec_ == Sec::kGencons) VLM_RETURN_IF_ERROR(finish_genconstr());
       Words w = split(line);
@@ -286,6 +288,12 @@ Status MpsParser::parse(ReadModel& out) {
       continue;
     }
     VLM_RETURN_IF_ERROR(data(line));
+  }
+  // A file without ENDATA was cut short (or never finished): refusing it is the only way not
+  // to pass off part of a model as the whole.
+  if (!ended) {
+    return parse_error(filename_, last_text_line,
+                       "expected 'ENDATA' after this line, found the end of the file (is the file cut short?)");
   }
   if (sec_ == Sec::kGencons) VLM_RETURN_IF_ERROR(finish_genconstr());
   return finish(out);
