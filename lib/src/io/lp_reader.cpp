@@ -52,7 +52,7 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 bool is_delim(char c, bool parens) {
   switch (c) {
-    case '+': case '-': case '*': case '^': case '/': case '[': case ']':
+    case '+': case '-': case '*': case '^': case '[': case ']':
     case ':': case '<': case '>': case '=':
       return true;
     case '(': case ')': case ',':
@@ -62,7 +62,9 @@ bool is_delim(char c, bool parens) {
   }
 }
 
-// Splits one comment-free line into tokens. In `parens` mode ( ) , are operators too.
+// Splits one comment-free line into tokens. In `parens` mode ( ) , are operators too. The
+// format lets names hold / (other writers use it freely), so '/' is an operator only right
+// after the ']' of a quadratic bracket ("[ ... ] / 2"), the one place it divides.
 void tokenize(std::string_view s, int lineno, bool parens, std::vector<Token>& out) {
   std::size_t i = 0;
   const std::size_t n = s.size();
@@ -92,7 +94,7 @@ void tokenize(std::string_view s, int lineno, bool parens, std::vector<Token>& o
       t.kind = Kind::kNumber;
       t.text = std::string(s.substr(b, i - b));
       std::from_chars(t.text.data(), t.text.data() + t.text.size(), t.value);
-    } else if (is_delim(c, parens)) {
+    } else if (is_delim(c, parens) || (c == '/' && !out.empty() && out.back().text == "]")) {
       t.kind = Kind::kOp;
       char d = i + 1 < n ? s[i + 1] : '\0';
       std::size_t len = 1;
