@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/text.h"
+#include "io/lp_names.h"
 
 namespace vlm::io {
 
@@ -94,7 +95,7 @@ void tokenize(std::string_view s, int lineno, bool parens, std::vector<Token>& o
       t.kind = Kind::kNumber;
       t.text = std::string(s.substr(b, i - b));
       std::from_chars(t.text.data(), t.text.data() + t.text.size(), t.value);
-    } else if (is_delim(c, parens) || (c == '/' && !out.empty() && out.back().text == "]")) {
+    } else if (is_delim(c, parens) || (c == '/' && !out.empty() && out.back().kind == Kind::kOp && out.back().text == "]")) {
       t.kind = Kind::kOp;
       char d = i + 1 < n ? s[i + 1] : '\0';
       std::size_t len = 1;
@@ -106,7 +107,19 @@ void tokenize(std::string_view s, int lineno, bool parens, std::vector<Token>& o
       if (t.text == "==") t.text = "=";
       i += len;
     } else {
-      while (i < n && !is_delim(s[i], parens)) ++i;
+      // Square brackets opened inside a name belong to it ("x[0]", "y[1][2]"); a '[' that
+      // starts a token opens a quadratic expression instead.
+      int depth = 0;
+      while (i < n) {
+        if (s[i] == '[') {
+          ++depth;
+        } else if (s[i] == ']' && depth > 0) {
+          --depth;
+        } else if (is_delim(s[i], parens)) {
+          break;
+        }
+        ++i;
+      }
       t.kind = Kind::kName;
       t.text = std::string(s.substr(b, i - b));
     }
@@ -295,7 +308,7 @@ class LpParser {
   // Consumes a leading "name:" and returns the name ("" when there is none).
   std::string take_label() {
     if (!peek_label()) return std::string();
-    std::string label = peek()->text;
+    std::string label = lp_read_name(peek()->text);
     pos_ += 2;
     return label;
   }
@@ -384,7 +397,7 @@ class LpParser {
       d_.ub.push_back(VLM_INFINITY);
       d_.obj.push_back(0.0);
       d_.vtype.push_back('C');
-      d_.varname.push_back(name);
+      d_.varname.push_back(lp_read_name(name));
       lb_set_.push_back(0);
       ub_set_.push_back(0);
       binary_.push_back(0);
@@ -448,7 +461,7 @@ Status LpParser::parse(std::string_view text) {
     std::size_t bs = line.find('\\');
     if (bs != std::string_view::npos) {
       if (sections.empty()) {
-        if (auto name = name_in_comment(line.substr(bs + 1))) d_.name = *name;
+        if (auto name = name_in_comment(line.substr(bs + 1))) d_.name = lp_read_name(*name);
       }
       line = line.substr(0, bs);
     }

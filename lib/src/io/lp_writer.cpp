@@ -4,9 +4,11 @@
 #include <cmath>
 #include <numeric>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "io/file_format.h"
+#include "io/lp_names.h"
 
 namespace vlm::io {
 
@@ -67,7 +69,13 @@ class Text {
 
 class LpWriter {
  public:
-  LpWriter(const ModelData& d, bool generic) : d_(d), generic_(generic), seen_(d.num_vars(), 0) {}
+  LpWriter(const ModelData& d, bool generic)
+      : d_(d),
+        generic_(generic),
+        parens_(!d.genconstrs.empty() || !d.pwlobj.empty()),
+        seen_(d.num_vars(), 0) {
+    if (!generic_) plan_var_names();
+  }
 
   std::string write();
 
@@ -80,16 +88,49 @@ class LpWriter {
     }
     return raw_vname(j);
   }
-  // A variable's own name is returned in place; generic and default names are built.
+  // A variable's own name is returned in place; generic, default and escaped names are built.
   const std::string& raw_vname(int j) {
+    if (!written_.empty() && !written_[j].empty()) return written_[j];
     if (!generic_ && !d_.varname.given(j).empty()) return d_.varname.given(j);
     scratch_ = generic_ ? indexed_name("C", j) : d_.varname[j];
     return scratch_;
   }
-  std::string cname(int i) const { return generic_ ? indexed_name("R", i) : d_.constrname[i]; }
-  std::string qname(int i) const { return generic_ ? indexed_name("QC", i) : d_.qconstrs[i].name; }
-  std::string gname(int i) const { return generic_ ? indexed_name("GC", i) : d_.genconstrs[i].name; }
-  std::string oname(int k) const { return generic_ ? indexed_name("OBJ", k) : d_.objn[k].name; }
+  // Constraint and objective names label their item; equal labels do no harm, so only names
+  // the format cannot hold are escaped.
+  std::string label(const std::string& name) const {
+    return name.empty() ? name : lp_written_name(name, parens_);
+  }
+  std::string cname(int i) const { return generic_ ? indexed_name("R", i) : label(d_.constrname[i]); }
+  std::string qname(int i) const { return generic_ ? indexed_name("QC", i) : label(d_.qconstrs[i].name); }
+  std::string gname(int i) const { return generic_ ? indexed_name("GC", i) : label(d_.genconstrs[i].name); }
+  std::string oname(int k) const { return generic_ ? indexed_name("OBJ", k) : label(d_.objn[k].name); }
+
+  // Variables are identified by their names in an LP file: a name the format cannot hold is
+  // escaped, and a name already taken by an earlier variable gets a unique escaped form, so
+  // that no two variables merge on reading (lp_names.h). Fills written_ only when some name
+  // needs it. O(total name length).
+  void plan_var_names() {
+    const int n = d_.num_vars();
+    std::unordered_set<std::string> taken;
+    taken.reserve(static_cast<std::size_t>(n));
+    for (int j = 0; j < n; ++j) {
+      std::string shown = d_.varname[j];
+      const bool plain = lp_plain_name(shown, parens_);
+      if (plain && taken.insert(shown).second) continue;
+      std::string w = lp_escape_name(shown);
+      if (plain || !taken.insert(w).second) {
+        for (int k = 1;; ++k) {
+          std::string candidate = w + "~" + std::to_string(k);
+          if (taken.insert(candidate).second) {
+            w = std::move(candidate);
+            break;
+          }
+        }
+      }
+      if (written_.empty()) written_.resize(static_cast<std::size_t>(n));
+      written_[j] = std::move(w);
+    }
+  }
 
   // "+ 2 x", "- x", or without the leading "+" for the first term.
   std::string term(double c, const std::string& name, bool first) const {
@@ -136,7 +177,9 @@ class LpWriter {
 
   const ModelData& d_;
   bool generic_;
+  bool parens_;  // ( ) , are operators in some section of this file
   std::vector<char> seen_;
+  std::vector<std::string> written_;  // escaped variable names; empty when none is needed
   std::vector<int> order_;
   std::string scratch_;
 };
@@ -358,7 +401,11 @@ std::string LpWriter::write() {
   }
 
   Text head;
-  if (!generic_ && !d_.name.empty()) head.line("\\ Model: " + d_.name);
+  if (!generic_ && !d_.name.empty()) {
+    // A model name with a line break would end the comment early: such names are escaped.
+    const bool one_line = d_.name.find_first_of("\r\n") == std::string::npos;
+    head.line("\\ Model: " + (one_line ? d_.name : lp_escape_name(d_.name)));
+  }
   const char* sense = d_.sense == -1 ? "Maximize" : "Minimize";
   head.line(multi ? std::string(sense) + " multi-objectives" : std::string(sense));
   head.begin("obj:");
