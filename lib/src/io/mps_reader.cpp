@@ -181,6 +181,7 @@ class MpsParser {
   Sec sec_ = Sec::kNone;
 
   std::string name_;
+  std::string full_name_;  // the NAME line's text, before a sense word was taken off
   int sense_ = 1;
   std::string obj_name_;
   std::vector<RowInfo> rows_;
@@ -306,6 +307,7 @@ Status MpsParser::header(std::string_view line) {
   sec_ = Sec::kNone;
   if (key == "name") {
     name_ = std::string(arg);
+    full_name_ = name_;
     if (!fixed_) {
       Words a = split(arg);
       if (a.w.size() >= 2 && sense_word(a.w.back()).ok()) {
@@ -313,6 +315,8 @@ Status MpsParser::header(std::string_view line) {
       }
     }
   } else if (key == "objsense") {
+    // With an OBJSENSE section a last word MAX/MIN on the NAME line is part of the name.
+    name_ = full_name_;
     if (!arg.empty()) return sense_word(arg);
     sec_ = Sec::kObjsense;
   } else if (key == "objname") {
@@ -933,19 +937,60 @@ Status MpsParser::finish(ReadModel& out) {
   return Status::Ok();
 }
 
+// True when some data line holds a blank between two non-blanks inside one of the fixed name
+// fields (columns 5-12, 15-22, 40-47): the only sign that the file may need the fixed reading
+// although the free one succeeded. O(text size).
+bool fixed_name_field_has_blank(std::string_view text) {
+  std::size_t at = 0;
+  while (at < text.size()) {
+    std::size_t nl = text.find('\n', at);
+    std::string_view line = text.substr(at, nl == std::string_view::npos ? std::string_view::npos : nl - at);
+    at = nl == std::string_view::npos ? text.size() : nl + 1;
+    if (line.empty() || !is_blank(line[0])) continue;
+    for (std::size_t from : {4, 14, 39}) {
+      if (from >= line.size()) break;
+      std::string_view field = trim(line.substr(from, 8));
+      if (field.find_first_of(" \t") != std::string_view::npos) return true;
+    }
+  }
+  return false;
+}
+
+bool has_name_with_blank(const ModelData& d) {
+  auto blank = [](const std::string& n) { return n.find(' ') != std::string::npos; };
+  for (int j = 0; j < d.num_vars(); ++j) {
+    if (blank(d.varname.given(j))) return true;
+  }
+  for (int i = 0; i < d.num_constrs(); ++i) {
+    if (blank(d.constrname.given(i))) return true;
+  }
+  for (const QConstrData& q : d.qconstrs) {
+    if (blank(q.name)) return true;
+  }
+  for (const GenConstrData& g : d.genconstrs) {
+    if (blank(g.name)) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 Status read_mps(std::string_view text, const std::string& filename, ReadModel& out) {
   MpsParser free_parser(text, filename, false);
   ReadModel free_model;
   Status free_status = free_parser.parse(free_model);
-  if (free_status.ok()) {
+  const bool try_fixed = !free_status.ok() || fixed_name_field_has_blank(text);
+  if (!try_fixed) {
     out = std::move(free_model);
     return Status::Ok();
   }
   MpsParser fixed_parser(text, filename, true);
   ReadModel fixed_model;
   Status fixed_status = fixed_parser.parse(fixed_model);
+  if (free_status.ok() && (!fixed_status.ok() || !has_name_with_blank(fixed_model.data))) {
+    out = std::move(free_model);
+    return Status::Ok();
+  }
   if (fixed_status.ok()) {
     out = std::move(fixed_model);
     return Status::Ok();
