@@ -18,6 +18,7 @@
 #include "core/platform.h"
 #include "params/param_table.h"
 #include "engine/engine.h"
+#include "reform/convexity.h"
 #include "interfaces/highs_c_api.h"
 
 namespace vlm::engine {
@@ -237,7 +238,7 @@ Status check_supported(const ModelData& d) {
   if (!d.scenarios.empty()) return unsupported("multiple scenarios");
   bool integer = std::any_of(d.vtype.begin(), d.vtype.end(), [](char t) { return t != 'C'; });
   if (integer && !d.qval.empty()) return unsupported("a quadratic objective with integer variables");
-  return Status::Ok();
+  return reform::check_objective_curvature(d);
 }
 
 struct Problem {
