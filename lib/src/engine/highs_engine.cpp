@@ -16,6 +16,7 @@
 
 #include "attrs/attr_table.h"
 #include "core/platform.h"
+#include "core/text.h"
 #include "params/param_table.h"
 #include "engine/engine.h"
 #include "reform/convexity.h"
@@ -281,7 +282,7 @@ Status build(const ModelData& d, Problem& p) {
             return Status(VLM_ERROR_INVALID_ARGUMENT,
                           "Semi-continuous variable '" + d.varname[j] +
                               "' needs finite bounds to be solved (its bounds are [" +
-                              std::to_string(lb) + ", " + std::to_string(ub) + "])");
+                              short_number(lb) + ", " + short_number(ub) + "])");
           }
           p.integrality[j] = d.vtype[j] == 'N' ? 1 : 0;
           extra_rows.push_back({j, 0.0});

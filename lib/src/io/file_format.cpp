@@ -349,4 +349,12 @@ Status parse_error(const std::string& filename, int line, const std::string& wha
                 "File '" + filename + "', line " + std::to_string(line) + ": " + what);
 }
 
+Status refuse_nul(std::string_view text, const std::string& filename) {
+  const std::size_t at = text.find('\0');
+  if (at == std::string_view::npos) return Status::Ok();
+  const int line = 1 + static_cast<int>(std::count(text.begin(), text.begin() + at, '\n'));
+  return parse_error(filename, line,
+                     "the file holds a NUL character (byte 0), which no name or number may contain");
+}
+
 }  // namespace vlm::io

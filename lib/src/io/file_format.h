@@ -96,4 +96,8 @@ std::string indexed_name(const char* prefix, int index);
 // VLM_ERROR_FILE_READ "File 'name', line N: what".
 Status parse_error(const std::string& filename, int line, const std::string& what);
 
+// Refuses text holding a NUL byte (names would be cut short at it on their way into the
+// model): "File 'name', line N: the file holds a NUL character (byte 0) ...". O(size).
+Status refuse_nul(std::string_view text, const std::string& filename);
+
 }  // namespace vlm::io

@@ -1126,6 +1126,7 @@ void LpParser::finish() {
 }  // namespace
 
 Status read_lp(std::string_view text, const std::string& filename, ReadModel& out) {
+  VLM_RETURN_IF_ERROR(refuse_nul(text, filename));
   LpParser parser(filename, out);
   return parser.parse(text);
 }

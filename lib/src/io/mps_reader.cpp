@@ -132,6 +132,11 @@ class MpsParser {
     v = *d;
     return Status::Ok();
   }
+  // Coefficients cannot be infinite, and values of 1e30 or more mean infinity in MPS files.
+  Status finite(const char* what, double v, const std::string& where) const {
+    if (std::fabs(v) < kMpsInfinity) return Status::Ok();
+    return error(std::string(what) + " " + short_number(v) + " " + where + " is infinite (1e30 or more)");
+  }
   Status row_of(const std::string& name, int& r) const {
     auto it = row_index_.find(name);
     if (it == row_index_.end()) return error("unknown row '" + name + "'");
@@ -462,6 +467,7 @@ Status MpsParser::columns_line(std::string_view line) {
     VLM_RETURN_IF_ERROR(row_of(f[k], r));
     double v = 0.0;
     VLM_RETURN_IF_ERROR(number(f[k + 1], v, "the coefficient"));
+    VLM_RETURN_IF_ERROR(finite("coefficient", v, "of '" + f[1] + "' in row '" + f[k] + "'"));
     if (r == obj_row_) {
       vars_.obj[j] += v;
     } else {
@@ -641,6 +647,7 @@ Status MpsParser::quad_line(std::string_view line) {
   VLM_RETURN_IF_ERROR(col_of(f[2], j));
   double v = 0.0;
   VLM_RETURN_IF_ERROR(number(f[3], v, "the quadratic coefficient"));
+  VLM_RETURN_IF_ERROR(finite("quadratic coefficient", v, "of '" + f[1] + "' * '" + f[2] + "'"));
   std::pair<int, int> key(std::min(i, j), std::max(i, j));
   if (sec_ == Sec::kQcmatrix) {
     // x'Qx: both halves of an off-diagonal pair are listed and add up.
@@ -976,6 +983,7 @@ bool has_name_with_blank(const ModelData& d) {
 }  // namespace
 
 Status read_mps(std::string_view text, const std::string& filename, ReadModel& out) {
+  VLM_RETURN_IF_ERROR(refuse_nul(text, filename));
   MpsParser free_parser(text, filename, false);
   ReadModel free_model;
   Status free_status = free_parser.parse(free_model);

@@ -132,6 +132,8 @@ class Model {
 
   Status check_var(int v, const char* what) const;
   Status check_coef(double v, const char* what) const;
+  // "variable 'x'", or "variable 7" when it has no name (messages only; v must be valid).
+  std::string var_label(int v) const;
   bool updatemode_immediate() const;
   void drop_name_index(int kind);
 
