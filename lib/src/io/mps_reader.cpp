@@ -1,5 +1,7 @@
 #include "io/mps_reader.h"
 
+#include "io/mps_layout.h"
+
 #include <array>
 #include <cmath>
 #include <map>
@@ -942,42 +944,6 @@ Status MpsParser::finish(ReadModel& out) {
   d.pwlobj = std::move(pwl_);
   d.genconstrs = std::move(gens_);
   return Status::Ok();
-}
-
-// True when some data line holds a blank between two non-blanks inside one of the fixed name
-// fields (columns 5-12, 15-22, 40-47): the only sign that the file may need the fixed reading
-// although the free one succeeded. O(text size).
-bool fixed_name_field_has_blank(std::string_view text) {
-  std::size_t at = 0;
-  while (at < text.size()) {
-    std::size_t nl = text.find('\n', at);
-    std::string_view line = text.substr(at, nl == std::string_view::npos ? std::string_view::npos : nl - at);
-    at = nl == std::string_view::npos ? text.size() : nl + 1;
-    if (line.empty() || !is_blank(line[0])) continue;
-    for (std::size_t from : {4, 14, 39}) {
-      if (from >= line.size()) break;
-      std::string_view field = trim(line.substr(from, 8));
-      if (field.find_first_of(" \t") != std::string_view::npos) return true;
-    }
-  }
-  return false;
-}
-
-bool has_name_with_blank(const ModelData& d) {
-  auto blank = [](const std::string& n) { return n.find(' ') != std::string::npos; };
-  for (int j = 0; j < d.num_vars(); ++j) {
-    if (blank(d.varname.given(j))) return true;
-  }
-  for (int i = 0; i < d.num_constrs(); ++i) {
-    if (blank(d.constrname.given(i))) return true;
-  }
-  for (const QConstrData& q : d.qconstrs) {
-    if (blank(q.name)) return true;
-  }
-  for (const GenConstrData& g : d.genconstrs) {
-    if (blank(g.name)) return true;
-  }
-  return false;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "model/model.h"
 
 #include "core/text.h"
+#include "model/value_checks.h"
 
 #include <algorithm>
 #include <charconv>
@@ -13,30 +14,6 @@ namespace vlm {
 namespace {
 
 Status invalid(std::string msg) { return Status(VLM_ERROR_INVALID_ARGUMENT, std::move(msg)); }
-
-bool finite_coef(double v) { return std::isfinite(v) && std::fabs(v) < VLM_INFINITY; }
-
-// "<what> <value> <where> is not a finite number", the value in short form.
-Status coef_error(double v, const char* what, const std::string& where) {
-  return invalid(std::string(what) + " " + short_number(v) + " " + where + " is not a finite number");
-}
-
-// "constraint 'c0'" for a named element, "constraint 3" (its position) for an unnamed one.
-std::string labelled(const char* kind, const char* name, int index) {
-  if (name != nullptr && *name != '\0') return std::string(kind) + " '" + name + "'";
-  return std::string(kind) + " " + std::to_string(index);
-}
-
-// A right-hand side that no value of the row can meet: infinite for an equality, or infinite
-// on the side where a '<' or '>' row binds. (x + y <= inf is merely no restriction.)
-Status check_rhs(double rhs, char sense, const std::string& element) {
-  if (std::isnan(rhs)) return invalid("Right-hand side NaN of " + element + " is not a number");
-  const bool bad = sense == '=' ? std::fabs(rhs) >= VLM_INFINITY
-                                : sense == '<' ? rhs <= -VLM_INFINITY : rhs >= VLM_INFINITY;
-  if (!bad) return Status::Ok();
-  return invalid("Right-hand side " + short_number(rhs) + " of " + element + " is infinite, which its '" +
-                 std::string(1, sense) + "' row can never meet");
-}
 
 const char* kind_word(int kind) {
   switch (kind) {
