@@ -4,7 +4,8 @@
 #include <cmath>
 #include <numeric>
 #include <string>
-#include <unordered_set>
+#include <functional>
+#include <string_view>
 #include <vector>
 
 #include "io/file_format.h"
@@ -106,29 +107,51 @@ class LpWriter {
   std::string oname(int k) const { return generic_ ? indexed_name("OBJ", k) : label(d_.objn[k].name); }
 
   // Variables are identified by their names in an LP file: a name the format cannot hold is
-  // escaped, and a name already taken by an earlier variable gets a unique escaped form, so
-  // that no two variables merge on reading (lp_names.h). Fills written_ only when some name
-  // needs it. O(total name length).
+  // escaped, and the k-th repeat of a name (k >= 1, in index order) is written as the escaped
+  // name plus "~k", so that no two variables merge on reading (lp_names.h). The forms are
+  // unique without a lookup: plain names never start with "~~", escapes are one-to-one and
+  // hold no '~' of their own. Repeats are found by sorting (hash, index) pairs, which costs
+  // far less than a set of a million strings. Fills written_ only when some name needs it.
+  // O(n log n + total name length).
   void plan_var_names() {
     const int n = d_.num_vars();
-    std::unordered_set<std::string> taken;
-    taken.reserve(static_cast<std::size_t>(n));
+    std::vector<std::string> made;  // default names of unnamed variables
     for (int j = 0; j < n; ++j) {
-      std::string shown = d_.varname[j];
-      const bool plain = lp_plain_name(shown, parens_);
-      if (plain && taken.insert(shown).second) continue;
-      std::string w = lp_escape_name(shown);
-      if (plain || !taken.insert(w).second) {
-        for (int k = 1;; ++k) {
-          std::string candidate = w + "~" + std::to_string(k);
-          if (taken.insert(candidate).second) {
-            w = std::move(candidate);
-            break;
-          }
+      if (!d_.varname.given(j).empty()) continue;
+      if (made.empty()) made.resize(static_cast<std::size_t>(n));
+      made[j] = d_.varname[j];
+    }
+    auto name = [&](int j) -> std::string_view {
+      const std::string& g = d_.varname.given(j);
+      return g.empty() ? std::string_view(made[j]) : std::string_view(g);
+    };
+    std::vector<std::pair<std::size_t, int>> keyed(static_cast<std::size_t>(n));
+    for (int j = 0; j < n; ++j) keyed[j] = {std::hash<std::string_view>{}(name(j)), j};
+    std::sort(keyed.begin(), keyed.end());
+    std::vector<int> repeat;  // the k of each variable's name; empty when no name repeats
+    for (std::size_t a = 0; a < keyed.size();) {
+      std::size_t b = a + 1;
+      while (b < keyed.size() && keyed[b].first == keyed[a].first) ++b;
+      if (b - a > 1) {
+        // Equal hashes: group by name (then index), and number the repeats of each name.
+        std::sort(keyed.begin() + a, keyed.begin() + b, [&](const auto& x, const auto& y) {
+          const int c = name(x.second).compare(name(y.second));
+          return c != 0 ? c < 0 : x.second < y.second;
+        });
+        for (std::size_t k = a + 1; k < b; ++k) {
+          if (name(keyed[k].second) != name(keyed[k - 1].second)) continue;
+          if (repeat.empty()) repeat.resize(static_cast<std::size_t>(n), 0);
+          repeat[keyed[k].second] = repeat[keyed[k - 1].second] + 1;
         }
       }
+      a = b;
+    }
+    for (int j = 0; j < n; ++j) {
+      const int k = repeat.empty() ? 0 : repeat[j];
+      if (k == 0 && lp_plain_name(name(j), parens_)) continue;
       if (written_.empty()) written_.resize(static_cast<std::size_t>(n));
-      written_[j] = std::move(w);
+      written_[j] = lp_escape_name(name(j));
+      if (k > 0) written_[j] += "~" + std::to_string(k);
     }
   }
 
