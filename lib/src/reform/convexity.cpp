@@ -4,7 +4,6 @@
 #include <cmath>
 #include <numeric>
 #include <string>
-#include <unordered_map>
 
 #include "velmor_codes.h"
 
@@ -64,64 +63,77 @@ bool dense_psd(std::vector<double>& h, int k) {
 CurvatureCheck check_psd(const std::vector<int>& row, const std::vector<int>& col,
                          const std::vector<double>& val, bool negate) {
   CurvatureCheck out;
-  // Dense positions of the variables with a non-zero term.
-  std::unordered_map<int, int> pos;
-  std::vector<int> var;
-  auto at = [&](int v) {
-    auto [it, fresh] = pos.emplace(v, static_cast<int>(var.size()));
-    if (fresh) var.push_back(v);
-    return it->second;
-  };
+  const double sign = negate ? -1.0 : 1.0;
+  int nmax = 0;
+  for (std::size_t t = 0; t < val.size(); ++t) {
+    if (val[t] != 0.0) nmax = std::max(nmax, std::max(row[t], col[t]) + 1);
+  }
+  // Union-find over the variables; a product term joins its two variables.
+  Blocks blocks(nmax);
+  std::vector<char> used(static_cast<std::size_t>(nmax), 0);
   for (std::size_t t = 0; t < val.size(); ++t) {
     if (val[t] == 0.0) continue;
-    at(row[t]);
-    at(col[t]);
+    used[row[t]] = used[col[t]] = 1;
+    if (row[t] != col[t]) blocks.join(row[t], col[t]);
   }
-  const int n = static_cast<int>(var.size());
-  Blocks blocks(n);
-  for (std::size_t t = 0; t < val.size(); ++t) {
-    if (val[t] != 0.0 && row[t] != col[t]) blocks.join(pos[row[t]], pos[col[t]]);
+  // Variables ordered by (block, index): each block is a run, its first entry its least.
+  std::vector<std::pair<int, int>> members;
+  for (int v = 0; v < nmax; ++v) {
+    if (used[v]) members.emplace_back(blocks.find(v), v);
   }
-  std::unordered_map<int, std::vector<int>> by_root;  // root -> dense positions
-  for (int i = 0; i < n; ++i) by_root[blocks.find(i)].push_back(i);
-  // Blocks in order of their smallest variable, so that the culprit reported is deterministic.
-  std::vector<std::pair<int, std::vector<int>>> members(by_root.begin(), by_root.end());
-  auto least = [&](const std::vector<int>& b) {
-    int m = var[b[0]];
-    for (int a : b) m = std::min(m, var[a]);
-    return m;
+  std::sort(members.begin(), members.end());
+  struct Run {
+    std::size_t begin, end;  // in members
+    int least;
   };
-  std::sort(members.begin(), members.end(),
-            [&](const auto& x, const auto& y) { return least(x.second) < least(y.second); });
-  std::unordered_map<int, std::vector<std::size_t>> terms;  // root -> term indices
-  for (std::size_t t = 0; t < val.size(); ++t) {
-    if (val[t] != 0.0) terms[blocks.find(pos[row[t]])].push_back(t);
+  std::vector<Run> runs;
+  for (std::size_t a = 0; a < members.size();) {
+    std::size_t b = a + 1;
+    while (b < members.size() && members[b].first == members[a].first) ++b;
+    runs.push_back({a, b, members[a].second});
+    a = b;
   }
-
-  const double sign = negate ? -1.0 : 1.0;
-  for (auto& [root, idx] : members) {
-    const int k = static_cast<int>(idx.size());
-    if (k > kMaxDenseBlock) {
+  // Terms by block.
+  std::vector<std::pair<int, std::size_t>> terms;
+  std::vector<double> diag(static_cast<std::size_t>(nmax), 0.0);  // 1x1 blocks only
+  for (std::size_t t = 0; t < val.size(); ++t) {
+    if (val[t] == 0.0) continue;
+    if (row[t] == col[t]) diag[row[t]] += sign * val[t];
+    terms.emplace_back(blocks.find(row[t]), t);
+  }
+  std::sort(terms.begin(), terms.end());
+  // Blocks in order of their least variable, so that the culprit reported is deterministic.
+  std::sort(runs.begin(), runs.end(), [](const Run& x, const Run& y) { return x.least < y.least; });
+  std::vector<int> local(static_cast<std::size_t>(nmax), -1);
+  for (const Run& run : runs) {
+    const int k = static_cast<int>(run.end - run.begin);
+    bool psd = true;
+    if (k == 1) {
+      psd = diag[members[run.begin].second] >= 0.0;  // a 1x1 block is its diagonal entry
+    } else if (k > kMaxDenseBlock) {
       out.unchecked_vars += k;
       continue;
-    }
-    std::unordered_map<int, int> local;
-    for (int a = 0; a < k; ++a) local[idx[a]] = a;
-    std::vector<double> h(static_cast<std::size_t>(k) * k, 0.0);
-    for (std::size_t t : terms[root]) {
-      const int a = local[pos[row[t]]], b = local[pos[col[t]]];
-      const double v = sign * val[t];
-      if (a == b) {
-        h[a * k + a] += v;
-      } else {
-        h[a * k + b] += v / 2;
-        h[b * k + a] += v / 2;
+    } else {
+      for (std::size_t m = run.begin; m < run.end; ++m) local[members[m].second] = static_cast<int>(m - run.begin);
+      std::vector<double> h(static_cast<std::size_t>(k) * k, 0.0);
+      const int root = members[run.begin].first;
+      auto it = std::lower_bound(terms.begin(), terms.end(), std::make_pair(root, std::size_t{0}));
+      for (; it != terms.end() && it->first == root; ++it) {
+        const std::size_t t = it->second;
+        const int a = local[row[t]], b = local[col[t]];
+        const double v = sign * val[t];
+        if (a == b) {
+          h[a * k + a] += v;
+        } else {
+          h[a * k + b] += v / 2;
+          h[b * k + a] += v / 2;
+        }
       }
+      psd = dense_psd(h, k);
     }
-    if (!dense_psd(h, k)) {
+    if (!psd) {
       out.psd = false;
-      for (int a : idx) out.culprit.push_back(var[a]);
-      std::sort(out.culprit.begin(), out.culprit.end());
+      for (std::size_t m = run.begin; m < run.end; ++m) out.culprit.push_back(members[m].second);
       return out;
     }
   }

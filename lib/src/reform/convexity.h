@@ -19,7 +19,7 @@
 
 namespace vlm::reform {
 
-// Largest block that is factorised: 1,500 variables take about 0.7 s and 18 MB (measured,
+// Largest block that is factorised: 1,500 variables take about 1 s and 18 MB (measured,
 // docs/convexity.md).
 inline constexpr int kMaxDenseBlock = 1500;
 
