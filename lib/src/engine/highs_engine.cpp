@@ -19,6 +19,7 @@
 #include "core/text.h"
 #include "params/param_table.h"
 #include "engine/engine.h"
+#include "engine/highs_limits.h"
 #include "reform/convexity.h"
 #include "interfaces/highs_c_api.h"
 
@@ -867,7 +868,7 @@ Status optimize(Model& m) {
                          p.qval.empty() ? nullptr : p.qindex.data(),
                          p.qval.empty() ? nullptr : p.qval.data(),
                          p.mip ? p.integrality.data() : nullptr);
-    if (rc == kHighsStatusError) return Status(VLM_ERROR_INVALID_ARGUMENT, "HiGHS rejected the model");
+    if (rc == kHighsStatusError) return explain_rejected_model(d);
     double cutoff = ps.dbl_param("Cutoff");
     if (p.mip && d.sense == 1 && cutoff < VLM_INFINITY && cutoff > -VLM_INFINITY) {
       // HiGHS prunes with it as an upper bound of a minimisation; maximisations are cut off

@@ -121,6 +121,24 @@ TEST_F(EntryCheckTest, ParameterMessagesShowTheValueGiven) {
   }
 }
 
+// Values finite for the model but above what HiGHS takes (1e15) are named when the solve is
+// refused: a matrix coefficient, and a squared term HiGHS holds doubled (6e14 becomes 1.2e15).
+TEST_F(EntryCheckTest, ValuesBeyondHighsLimitsAreNamedAtSolve) {
+  int ind[] = {0, 1};
+  double val[] = {1, 1e16};
+  ASSERT_EQ(VLMaddconstr(m_, 2, ind, val, '<', 4, "c1"), VLM_OK);
+  EXPECT_EQ(VLMoptimize(m_), VLM_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(msg(), "Coefficient 1e+16 of variable 'y' in constraint 'c1' is larger than 1e+15, the largest "
+                   "matrix value HiGHS accepts");
+  ASSERT_EQ(VLMchgcoeffs(m_, 1, ind, ind + 1, val), VLM_OK);  // y's coefficient back to 1
+  int qi[] = {0};
+  double qv[] = {6e14};
+  ASSERT_EQ(VLMaddqpterms(m_, 1, qi, qi, qv), VLM_OK);
+  EXPECT_EQ(VLMoptimize(m_), VLM_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(msg(), "Quadratic coefficient 6e+14 of 'x' * 'x' in the objective (held doubled by HiGHS) is larger "
+                   "than 1e+15, the largest matrix value HiGHS accepts");
+}
+
 std::unique_ptr<vlm::Model> read_lp(const std::string& text, vlm::Status* s) {
   return read_model_text(vlm::io::read_lp, text, "m.lp", s);
 }
