@@ -6,9 +6,9 @@
 // Not tested here: a real full disk or a crash between write and rename (the rename is the
 // operating system's atomic step; the hook stands in for the disk).
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
