@@ -114,6 +114,16 @@ TEST_F(AtomicWriteTest, MissingFolderFailsWithTheFileErrorAndCreatesNothing) {
   EXPECT_EQ(message(), "Unable to open parameter file '" + prm + "' for writing: No such file or directory");
 }
 
+// The last step fails when the target is a folder: the temporary file goes, the folder stays.
+TEST_F(AtomicWriteTest, FailedRenameRemovesTheTemporaryFile) {
+  const std::string target = path("d.lp");
+  fs::create_directory(target);
+  EXPECT_EQ(VLMwrite(m_, target.c_str()), VLM_ERROR_FILE_WRITE);
+  EXPECT_EQ(message(), "Unable to replace file '" + target + "': Is a directory");
+  EXPECT_EQ(folder_listing(dir_), std::vector<std::string>{"d.lp"});
+  EXPECT_TRUE(fs::is_directory(target));
+}
+
 TEST_F(AtomicWriteTest, ReadOnlyFolderKeepsTheOldFile) {
   const std::string target = path("m.mps");
   const std::string old = "NAME old\nENDATA\n";
