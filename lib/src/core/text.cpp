@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
 namespace vlm {
@@ -52,6 +53,14 @@ std::optional<long long> parse_integer(std::string_view s) {
   if (!d || !std::isfinite(*d) || std::floor(*d) != *d) return std::nullopt;
   if (*d < -9.0e18 || *d > 9.0e18) return std::nullopt;
   return static_cast<long long>(*d);
+}
+
+std::string short_number(double v) {
+  if (std::isnan(v)) return "NaN";
+  if (std::isinf(v)) return v > 0 ? "inf" : "-inf";
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.6g", v);
+  return buf;
 }
 
 }  // namespace vlm

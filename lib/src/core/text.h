@@ -24,4 +24,8 @@ std::optional<double> parse_double(std::string_view s);
 // integral value ("5.0", "1e3").
 std::optional<long long> parse_integer(std::string_view s);
 
+// A number for messages, in the short form of printf's %.6g ("3", "0.1", "1e+300", "inf",
+// "-inf", "NaN"): a value given as 1e300 never turns into a 300-digit text.
+std::string short_number(double v);
+
 }  // namespace vlm

@@ -16,8 +16,10 @@
 
 #include "attrs/attr_table.h"
 #include "core/platform.h"
+#include "core/text.h"
 #include "params/param_table.h"
 #include "engine/engine.h"
+#include "engine/highs_limits.h"
 #include "engine/sigint.h"
 #include "reform/pipeline.h"
 #include "interfaces/highs_c_api.h"
@@ -617,6 +619,15 @@ const Sensitivity* sensitivity(const ModelData& d, const Solution& s) {
   for (int i = 0; i < m; ++i) {
     sa.rhs_lo[i] = lib(rdv[i]);
     sa.rhs_up[i] = lib(ruv[i]);
+    // A basic row does not bind: its right-hand side can move away from the row freely and
+    // towards it up to the activity, where the row starts to bind. (HiGHS ranges the other,
+    // inactive bound of such a row, which is not the question asked.) A basic equality row
+    // is degenerate and allows no change at all.
+    if (!s.cbasis.empty() && s.cbasis[i] == 0 && !s.slack.empty()) {
+      const double activity = d.rhs[i] - s.slack[i];
+      sa.rhs_lo[i] = d.csense[i] == '>' ? -VLM_INFINITY : activity;
+      sa.rhs_up[i] = d.csense[i] == '<' ? VLM_INFINITY : activity;
+    }
   }
   s.sensitivity = std::move(sa);
   return &*s.sensitivity;
@@ -705,7 +716,7 @@ Status optimize(Model& m) {
                          p.qval.empty() ? nullptr : p.qindex.data(),
                          p.qval.empty() ? nullptr : p.qval.data(),
                          p.mip ? p.integrality.data() : nullptr);
-    if (rc == kHighsStatusError) return Status(VLM_ERROR_INVALID_ARGUMENT, "HiGHS rejected the model");
+    if (rc == kHighsStatusError) return explain_rejected_model(d);
     double cutoff = ps.dbl_param("Cutoff");
     if (p.mip && d.sense == 1 && cutoff < VLM_INFINITY && cutoff > -VLM_INFINITY) {
       // HiGHS prunes with it as an upper bound of a minimisation; maximisations are cut off
@@ -770,10 +781,9 @@ Status optimize(Model& m) {
   }
   sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
   sol->nodecount = static_cast<double>(nodes);
-  // HiGHS reports -1 for a method that did not run; the MIP counts its LP iterations apart.
-  int64_t mip_lp_iters = 0;
-  Highs_getInt64InfoValue(h, "mip_total_lp_iterations", &mip_lp_iters);
-  sol->itercount = p.mip ? static_cast<double>(std::max<int64_t>(mip_lp_iters, 0)) : std::max<HighsInt>(simplex_iters, 0);
+  // HiGHS reports -1 for a method that did not run. After a MIP, simplex_iteration_count holds
+  // the LP iterations of the whole search (the "LP iterations" of its report).
+  sol->itercount = std::max<HighsInt>(simplex_iters, 0);
   sol->baritercount = std::max<HighsInt>(ipm_iters, 0);
 
   const int n = d.num_vars(), mrows = d.num_constrs();

@@ -3,10 +3,12 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <vector>
 
 #include "attrs/attr_engine.h"
 #include "core/text.h"
+#include "io/file_format.h"
 #include "io/words.h"
 #include "params/param_table.h"
 
@@ -91,11 +93,7 @@ Status read_attr_file(const std::string& filename, Model& m) {
 }
 
 Status write_attr_file(const std::string& filename, Model& m) {
-  std::ofstream out(filename, std::ios::trunc);
-  if (!out) {
-    return Status(VLM_ERROR_FILE_WRITE, "Unable to open attribute file '" + filename +
-                                            "' for writing: " + std::strerror(errno));
-  }
+  std::ostringstream out;
   out << "# Velmor attribute file\n";
   const ModelData& d = m.data();
   const auto& table = attr_table();
@@ -122,9 +120,7 @@ Status write_attr_file(const std::string& filename, Model& m) {
       }
     }
   }
-  out.flush();
-  if (!out) return Status(VLM_ERROR_FILE_WRITE, "Error while writing attribute file '" + filename + "'");
-  return Status::Ok();
+  return write_whole_file(filename, out.str(), "attribute file");
 }
 
 }  // namespace vlm::io

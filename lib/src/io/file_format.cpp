@@ -2,6 +2,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -10,6 +11,7 @@
 #include <sstream>
 #include <vector>
 
+#include "core/platform.h"
 #include "core/text.h"
 #include "io/lp_reader.h"
 #include "io/lp_writer.h"
@@ -34,7 +36,67 @@ struct GzFile {
   }
 };
 
+// gzip-wraps `content` in memory (zlib's deflate with the gzip header), so that compressed files
+// take the same atomic path as plain ones. False only when zlib runs out of memory.
+bool gzip_compress(std::string_view content, std::string* out) {
+  z_stream z{};
+  if (deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+    return false;
+  }
+  out->clear();
+  std::vector<unsigned char> buf(1 << 16);
+  std::size_t done = 0;
+  int rc = Z_OK;
+  do {
+    const std::size_t chunk = std::min<std::size_t>(content.size() - done, 1u << 30);
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content.data() + done));
+    z.avail_in = static_cast<uInt>(chunk);
+    done += chunk;
+    const int flush = done == content.size() ? Z_FINISH : Z_NO_FLUSH;
+    do {
+      z.next_out = buf.data();
+      z.avail_out = static_cast<uInt>(buf.size());
+      rc = deflate(&z, flush);
+      if (rc == Z_STREAM_ERROR) {
+        deflateEnd(&z);
+        return false;
+      }
+      out->append(reinterpret_cast<const char*>(buf.data()), buf.size() - z.avail_out);
+    } while (z.avail_out == 0);
+  } while (rc != Z_STREAM_END);
+  deflateEnd(&z);
+  return true;
+}
+
 }  // namespace
+
+Status write_whole_file(const std::string& filename, std::string_view bytes, const char* what) {
+  auto failed = [&](const std::string& head, const std::string& tail, int err) {
+    return Status(VLM_ERROR_FILE_WRITE,
+                  head + " " + what + " '" + filename + "'" + tail + ": " + reason(err));
+  };
+  errno = 0;
+  std::string temp;
+  const int fd = create_temp_beside(filename, &temp);
+  if (fd < 0) return failed("Unable to open", " for writing", errno);
+  if (!write_all(fd, bytes.data(), bytes.size())) {
+    const int err = errno;
+    sync_and_close(fd);
+    remove_file(temp);
+    return failed("Error while writing", "", err);
+  }
+  if (!sync_and_close(fd)) {
+    const int err = errno;
+    remove_file(temp);
+    return failed("Error while writing", "", err);
+  }
+  if (!replace_file(temp, write_target(filename))) {
+    const int err = errno;
+    remove_file(temp);
+    return failed("Unable to replace", "", err);
+  }
+  return Status::Ok();
+}
 
 std::string file_suffix(std::string_view filename) {
   std::string_view name = filename;
@@ -96,45 +158,31 @@ StatusOr<std::string> read_file(const std::string& filename) {
     if (n == 0) break;
     content.append(buf.data(), static_cast<std::size_t>(n));
   }
+  // gzread reports a stream cut short or corrupted only through gzerror, after handing over
+  // what it could decompress: without this check half a model would read as a whole one.
+  int zerr = Z_OK;
+  const char* msg = gzerror(in.f, &zerr);
+  if (zerr != Z_OK && zerr != Z_STREAM_END) {
+    const long line = 1 + std::count(content.begin(), content.end(), '\n');
+    std::string why = msg != nullptr ? msg : "";
+    // zlib prefixes its message with the file name; the caller's text already has it.
+    if (why.rfind(filename + ": ", 0) == 0) why = why.substr(filename.size() + 2);
+    if (zerr == Z_ERRNO) why = reason(errno);
+    return Status(VLM_ERROR_FILE_READ, "File '" + filename + "', line " + std::to_string(line) +
+                                           ": compressed data is cut short or damaged (" + why + ")");
+  }
   return content;
 }
 
 Status write_file(const std::string& filename, std::string_view content) {
-  errno = 0;
   if (ends_with_gz(filename)) {
-    GzFile out;
-    out.f = gzopen(filename.c_str(), "wb");
-    if (out.f == nullptr) {
-      return Status(VLM_ERROR_FILE_WRITE,
-                    "Unable to open file '" + filename + "' for writing: " + reason(errno));
+    std::string packed;
+    if (!gzip_compress(content, &packed)) {
+      return Status(VLM_ERROR_OUT_OF_MEMORY, "Out of memory while compressing file '" + filename + "'");
     }
-    std::size_t done = 0;
-    while (done < content.size()) {
-      unsigned chunk = static_cast<unsigned>(std::min<std::size_t>(content.size() - done, 1u << 20));
-      if (gzwrite(out.f, content.data() + done, chunk) != static_cast<int>(chunk)) {
-        return Status(VLM_ERROR_FILE_WRITE, "Error while writing file '" + filename + "'");
-      }
-      done += chunk;
-    }
-    gzFile f = out.f;
-    out.f = nullptr;
-    if (gzclose(f) != Z_OK) {
-      return Status(VLM_ERROR_FILE_WRITE, "Error while writing file '" + filename + "'");
-    }
-    return Status::Ok();
+    return write_whole_file(filename, packed);
   }
-  std::FILE* f = std::fopen(filename.c_str(), "wb");
-  if (f == nullptr) {
-    return Status(VLM_ERROR_FILE_WRITE,
-                  "Unable to open file '" + filename + "' for writing: " + reason(errno));
-  }
-  bool ok = std::fwrite(content.data(), 1, content.size(), f) == content.size();
-  ok = std::fclose(f) == 0 && ok;
-  if (!ok) {
-    return Status(VLM_ERROR_FILE_WRITE,
-                  "Error while writing file '" + filename + "': " + reason(errno));
-  }
-  return Status::Ok();
+  return write_whole_file(filename, content);
 }
 
 StatusOr<std::unique_ptr<Model>> read_model_file(const Env& env, const std::string& filename) {
@@ -299,6 +347,14 @@ std::string indexed_name(const char* prefix, int index) {
 Status parse_error(const std::string& filename, int line, const std::string& what) {
   return Status(VLM_ERROR_FILE_READ,
                 "File '" + filename + "', line " + std::to_string(line) + ": " + what);
+}
+
+Status refuse_nul(std::string_view text, const std::string& filename) {
+  const std::size_t at = text.find('\0');
+  if (at == std::string_view::npos) return Status::Ok();
+  const int line = 1 + static_cast<int>(std::count(text.begin(), text.begin() + at, '\n'));
+  return parse_error(filename, line,
+                     "the file holds a NUL character (byte 0), which no name or number may contain");
 }
 
 }  // namespace vlm::io

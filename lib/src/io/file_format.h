@@ -49,9 +49,18 @@ bool is_attr_file(std::string_view filename);
 // VLM_ERROR_FILE_READ "Unable to open file 'x' for reading: <reason>".
 StatusOr<std::string> read_file(const std::string& filename);
 
-// Writes `content` to a file, gzip-compressed when the name ends in ".gz". Fails with
-// VLM_ERROR_FILE_WRITE naming the file and the reason.
+// Writes `content` to a file, gzip-compressed when the name ends in ".gz", through
+// write_whole_file. Fails with VLM_ERROR_FILE_WRITE naming the file and the reason.
 Status write_file(const std::string& filename, std::string_view content);
+
+// The one way the library writes a file: `bytes` go to a temporary file beside `filename`,
+// which is flushed to storage, closed and checked, then renamed over `filename`. On any failure
+// (missing folder, no permission, full disk, a write error part-way) the temporary file is
+// removed and an existing `filename` is left exactly as it was. Fails with
+// VLM_ERROR_FILE_WRITE: "Unable to open <what> 'name' for writing: <reason>", "Error while
+// writing <what> 'name': <reason>" or "Unable to replace <what> 'name': <reason>". O(size).
+Status write_whole_file(const std::string& filename, std::string_view bytes,
+                        const char* what = "file");
 
 // Reads an LP or MPS file (by suffix) into a new, updated model on a copy of `env`, named as
 // the file says (MPS NAME line, LP "\ Model:" comment) or "". Fails with
@@ -86,5 +95,9 @@ std::string indexed_name(const char* prefix, int index);
 
 // VLM_ERROR_FILE_READ "File 'name', line N: what".
 Status parse_error(const std::string& filename, int line, const std::string& what);
+
+// Refuses text holding a NUL byte (names would be cut short at it on their way into the
+// model): "File 'name', line N: the file holds a NUL character (byte 0) ...". O(size).
+Status refuse_nul(std::string_view text, const std::string& filename);
 
 }  // namespace vlm::io

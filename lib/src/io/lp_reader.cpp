@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/text.h"
+#include "io/lp_names.h"
 
 namespace vlm::io {
 
@@ -52,7 +53,7 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 bool is_delim(char c, bool parens) {
   switch (c) {
-    case '+': case '-': case '*': case '^': case '/': case '[': case ']':
+    case '+': case '-': case '*': case '^': case '[': case ']':
     case ':': case '<': case '>': case '=':
       return true;
     case '(': case ')': case ',':
@@ -62,7 +63,9 @@ bool is_delim(char c, bool parens) {
   }
 }
 
-// Splits one comment-free line into tokens. In `parens` mode ( ) , are operators too.
+// Splits one comment-free line into tokens. In `parens` mode ( ) , are operators too. The
+// format lets names hold / (other writers use it freely), so '/' is an operator only right
+// after the ']' of a quadratic bracket ("[ ... ] / 2"), the one place it divides.
 void tokenize(std::string_view s, int lineno, bool parens, std::vector<Token>& out) {
   std::size_t i = 0;
   const std::size_t n = s.size();
@@ -92,7 +95,7 @@ void tokenize(std::string_view s, int lineno, bool parens, std::vector<Token>& o
       t.kind = Kind::kNumber;
       t.text = std::string(s.substr(b, i - b));
       std::from_chars(t.text.data(), t.text.data() + t.text.size(), t.value);
-    } else if (is_delim(c, parens)) {
+    } else if (is_delim(c, parens) || (c == '/' && !out.empty() && out.back().kind == Kind::kOp && out.back().text == "]")) {
       t.kind = Kind::kOp;
       char d = i + 1 < n ? s[i + 1] : '\0';
       std::size_t len = 1;
@@ -104,7 +107,19 @@ void tokenize(std::string_view s, int lineno, bool parens, std::vector<Token>& o
       if (t.text == "==") t.text = "=";
       i += len;
     } else {
-      while (i < n && !is_delim(s[i], parens)) ++i;
+      // Square brackets opened inside a name belong to it ("x[0]", "y[1][2]"); a '[' that
+      // starts a token opens a quadratic expression instead.
+      int depth = 0;
+      while (i < n) {
+        if (s[i] == '[') {
+          ++depth;
+        } else if (s[i] == ']' && depth > 0) {
+          --depth;
+        } else if (is_delim(s[i], parens)) {
+          break;
+        }
+        ++i;
+      }
       t.kind = Kind::kName;
       t.text = std::string(s.substr(b, i - b));
     }
@@ -293,7 +308,7 @@ class LpParser {
   // Consumes a leading "name:" and returns the name ("" when there is none).
   std::string take_label() {
     if (!peek_label()) return std::string();
-    std::string label = peek()->text;
+    std::string label = lp_read_name(peek()->text);
     pos_ += 2;
     return label;
   }
@@ -382,7 +397,7 @@ class LpParser {
       d_.ub.push_back(VLM_INFINITY);
       d_.obj.push_back(0.0);
       d_.vtype.push_back('C');
-      d_.varname.push_back(name);
+      d_.varname.push_back(lp_read_name(name));
       lb_set_.push_back(0);
       ub_set_.push_back(0);
       binary_.push_back(0);
@@ -434,6 +449,7 @@ Status LpParser::parse(std::string_view text) {
   // Pass 1: split into sections of tokens.
   std::vector<SectionText> sections;
   int lineno = 0;
+  int last_text_line = 0;
   std::size_t at = 0;
   bool ended = false;
   while (at <= text.size() && !ended) {
@@ -445,10 +461,11 @@ Status LpParser::parse(std::string_view text) {
     std::size_t bs = line.find('\\');
     if (bs != std::string_view::npos) {
       if (sections.empty()) {
-        if (auto name = name_in_comment(line.substr(bs + 1))) d_.name = *name;
+        if (auto name = name_in_comment(line.substr(bs + 1))) d_.name = lp_read_name(*name);
       }
       line = line.substr(0, bs);
     }
+    if (!trim(raw).empty()) last_text_line = lineno;
     lines_.emplace_back(line);
     if (trim(line).empty()) continue;
     // Headers normally start their line; indented, only the unmistakable long forms count,
@@ -547,6 +564,12 @@ Status LpParser::parse(std::string_view text) {
         break;
     }
     VLM_RETURN_IF_ERROR(st);
+  }
+  // A file without End was cut short (or never finished): refusing it is the only way not to
+  // pass off part of a model as the whole. Errors in the text come first, as they say more.
+  if (!ended) {
+    return parse_error(filename_, last_text_line,
+                       "expected 'End' after this line, found the end of the file (is the file cut short?)");
   }
   finish();
   return Status::Ok();
@@ -1103,6 +1126,7 @@ void LpParser::finish() {
 }  // namespace
 
 Status read_lp(std::string_view text, const std::string& filename, ReadModel& out) {
+  VLM_RETURN_IF_ERROR(refuse_nul(text, filename));
   LpParser parser(filename, out);
   return parser.parse(text);
 }

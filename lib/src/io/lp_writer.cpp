@@ -4,9 +4,12 @@
 #include <cmath>
 #include <numeric>
 #include <string>
+#include <functional>
+#include <string_view>
 #include <vector>
 
 #include "io/file_format.h"
+#include "io/lp_names.h"
 
 namespace vlm::io {
 
@@ -67,7 +70,13 @@ class Text {
 
 class LpWriter {
  public:
-  LpWriter(const ModelData& d, bool generic) : d_(d), generic_(generic), seen_(d.num_vars(), 0) {}
+  LpWriter(const ModelData& d, bool generic)
+      : d_(d),
+        generic_(generic),
+        parens_(!d.genconstrs.empty() || !d.pwlobj.empty()),
+        seen_(d.num_vars(), 0) {
+    if (!generic_) plan_var_names();
+  }
 
   std::string write();
 
@@ -80,16 +89,71 @@ class LpWriter {
     }
     return raw_vname(j);
   }
-  // A variable's own name is returned in place; generic and default names are built.
+  // A variable's own name is returned in place; generic, default and escaped names are built.
   const std::string& raw_vname(int j) {
+    if (!written_.empty() && !written_[j].empty()) return written_[j];
     if (!generic_ && !d_.varname.given(j).empty()) return d_.varname.given(j);
     scratch_ = generic_ ? indexed_name("C", j) : d_.varname[j];
     return scratch_;
   }
-  std::string cname(int i) const { return generic_ ? indexed_name("R", i) : d_.constrname[i]; }
-  std::string qname(int i) const { return generic_ ? indexed_name("QC", i) : d_.qconstrs[i].name; }
-  std::string gname(int i) const { return generic_ ? indexed_name("GC", i) : d_.genconstrs[i].name; }
-  std::string oname(int k) const { return generic_ ? indexed_name("OBJ", k) : d_.objn[k].name; }
+  // Constraint and objective names label their item; equal labels do no harm, so only names
+  // the format cannot hold are escaped.
+  std::string label(const std::string& name) const {
+    return name.empty() ? name : lp_written_name(name, parens_);
+  }
+  std::string cname(int i) const { return generic_ ? indexed_name("R", i) : label(d_.constrname[i]); }
+  std::string qname(int i) const { return generic_ ? indexed_name("QC", i) : label(d_.qconstrs[i].name); }
+  std::string gname(int i) const { return generic_ ? indexed_name("GC", i) : label(d_.genconstrs[i].name); }
+  std::string oname(int k) const { return generic_ ? indexed_name("OBJ", k) : label(d_.objn[k].name); }
+
+  // Variables are identified by their names in an LP file: a name the format cannot hold is
+  // escaped, and the k-th repeat of a name (k >= 1, in index order) is written as the escaped
+  // name plus "~k", so that no two variables merge on reading (lp_names.h). The forms are
+  // unique without a lookup: plain names never start with "~~", escapes are one-to-one and
+  // hold no '~' of their own. Repeats are found by sorting (hash, index) pairs, which costs
+  // far less than a set of a million strings. Fills written_ only when some name needs it.
+  // O(n log n + total name length).
+  void plan_var_names() {
+    const int n = d_.num_vars();
+    std::vector<std::string> made;  // default names of unnamed variables
+    for (int j = 0; j < n; ++j) {
+      if (!d_.varname.given(j).empty()) continue;
+      if (made.empty()) made.resize(static_cast<std::size_t>(n));
+      made[j] = d_.varname[j];
+    }
+    auto name = [&](int j) -> std::string_view {
+      const std::string& g = d_.varname.given(j);
+      return g.empty() ? std::string_view(made[j]) : std::string_view(g);
+    };
+    std::vector<std::pair<std::size_t, int>> keyed(static_cast<std::size_t>(n));
+    for (int j = 0; j < n; ++j) keyed[j] = {std::hash<std::string_view>{}(name(j)), j};
+    std::sort(keyed.begin(), keyed.end());
+    std::vector<int> repeat;  // the k of each variable's name; empty when no name repeats
+    for (std::size_t a = 0; a < keyed.size();) {
+      std::size_t b = a + 1;
+      while (b < keyed.size() && keyed[b].first == keyed[a].first) ++b;
+      if (b - a > 1) {
+        // Equal hashes: group by name (then index), and number the repeats of each name.
+        std::sort(keyed.begin() + a, keyed.begin() + b, [&](const auto& x, const auto& y) {
+          const int c = name(x.second).compare(name(y.second));
+          return c != 0 ? c < 0 : x.second < y.second;
+        });
+        for (std::size_t k = a + 1; k < b; ++k) {
+          if (name(keyed[k].second) != name(keyed[k - 1].second)) continue;
+          if (repeat.empty()) repeat.resize(static_cast<std::size_t>(n), 0);
+          repeat[keyed[k].second] = repeat[keyed[k - 1].second] + 1;
+        }
+      }
+      a = b;
+    }
+    for (int j = 0; j < n; ++j) {
+      const int k = repeat.empty() ? 0 : repeat[j];
+      if (k == 0 && lp_plain_name(name(j), parens_)) continue;
+      if (written_.empty()) written_.resize(static_cast<std::size_t>(n));
+      written_[j] = lp_escape_name(name(j));
+      if (k > 0) written_[j] += "~" + std::to_string(k);
+    }
+  }
 
   // "+ 2 x", "- x", or without the leading "+" for the first term.
   std::string term(double c, const std::string& name, bool first) const {
@@ -136,7 +200,9 @@ class LpWriter {
 
   const ModelData& d_;
   bool generic_;
+  bool parens_;  // ( ) , are operators in some section of this file
   std::vector<char> seen_;
+  std::vector<std::string> written_;  // escaped variable names; empty when none is needed
   std::vector<int> order_;
   std::string scratch_;
 };
@@ -358,7 +424,11 @@ std::string LpWriter::write() {
   }
 
   Text head;
-  if (!generic_ && !d_.name.empty()) head.line("\\ Model: " + d_.name);
+  if (!generic_ && !d_.name.empty()) {
+    // A model name with a line break would end the comment early: such names are escaped.
+    const bool one_line = d_.name.find_first_of("\r\n") == std::string::npos;
+    head.line("\\ Model: " + (one_line ? d_.name : lp_escape_name(d_.name)));
+  }
   const char* sense = d_.sense == -1 ? "Maximize" : "Minimize";
   head.line(multi ? std::string(sense) + " multi-objectives" : std::string(sense));
   head.begin("obj:");

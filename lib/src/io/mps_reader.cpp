@@ -1,5 +1,7 @@
 #include "io/mps_reader.h"
 
+#include "io/mps_layout.h"
+
 #include <array>
 #include <cmath>
 #include <map>
@@ -132,6 +134,11 @@ class MpsParser {
     v = *d;
     return Status::Ok();
   }
+  // Coefficients cannot be infinite, and values of 1e30 or more mean infinity in MPS files.
+  Status finite(const char* what, double v, const std::string& where) const {
+    if (std::fabs(v) < kMpsInfinity) return Status::Ok();
+    return error(std::string(what) + " " + short_number(v) + " " + where + " is infinite (1e30 or more)");
+  }
   Status row_of(const std::string& name, int& r) const {
     auto it = row_index_.find(name);
     if (it == row_index_.end()) return error("unknown row '" + name + "'");
@@ -181,6 +188,7 @@ class MpsParser {
   Sec sec_ = Sec::kNone;
 
   std::string name_;
+  std::string full_name_;  // the NAME line's text, before a sense word was taken off
   int sense_ = 1;
   std::string obj_name_;
   std::vector<RowInfo> rows_;
@@ -266,6 +274,7 @@ Status MpsParser::record(std::string_view line, bool has_code, int n_names, Reco
 Status MpsParser::parse(ReadModel& out) {
   std::size_t at = 0;
   bool ended = false;
+  int last_text_line = 0;
   while (at < text_.size() && !ended) {
     std::size_t nl = text_.find('\n', at);
     std::string_view line = text_.substr(at, nl == std::string_view::npos ? std::string_view::npos : nl - at);
@@ -275,6 +284,7 @@ Status MpsParser::parse(ReadModel& out) {
       line.remove_suffix(1);
     }
     if (line.empty() || line[0] == '*') continue;
+    last_text_line = line_;
     if (!is_blank(line[0])) {
       if (sec_ == Sec::kGencons) VLM_RETURN_IF_ERROR(finish_genconstr());
       Words w = split(line);
@@ -287,6 +297,12 @@ Status MpsParser::parse(ReadModel& out) {
     }
     VLM_RETURN_IF_ERROR(data(line));
   }
+  // A file without ENDATA was cut short (or never finished): refusing it is the only way not
+  // to pass off part of a model as the whole.
+  if (!ended) {
+    return parse_error(filename_, last_text_line,
+                       "expected 'ENDATA' after this line, found the end of the file (is the file cut short?)");
+  }
   if (sec_ == Sec::kGencons) VLM_RETURN_IF_ERROR(finish_genconstr());
   return finish(out);
 }
@@ -298,6 +314,7 @@ Status MpsParser::header(std::string_view line) {
   sec_ = Sec::kNone;
   if (key == "name") {
     name_ = std::string(arg);
+    full_name_ = name_;
     if (!fixed_) {
       Words a = split(arg);
       if (a.w.size() >= 2 && sense_word(a.w.back()).ok()) {
@@ -305,6 +322,8 @@ Status MpsParser::header(std::string_view line) {
       }
     }
   } else if (key == "objsense") {
+    // With an OBJSENSE section a last word MAX/MIN on the NAME line is part of the name.
+    name_ = full_name_;
     if (!arg.empty()) return sense_word(arg);
     sec_ = Sec::kObjsense;
   } else if (key == "objname") {
@@ -450,6 +469,7 @@ Status MpsParser::columns_line(std::string_view line) {
     VLM_RETURN_IF_ERROR(row_of(f[k], r));
     double v = 0.0;
     VLM_RETURN_IF_ERROR(number(f[k + 1], v, "the coefficient"));
+    VLM_RETURN_IF_ERROR(finite("coefficient", v, "of '" + f[1] + "' in row '" + f[k] + "'"));
     if (r == obj_row_) {
       vars_.obj[j] += v;
     } else {
@@ -629,6 +649,7 @@ Status MpsParser::quad_line(std::string_view line) {
   VLM_RETURN_IF_ERROR(col_of(f[2], j));
   double v = 0.0;
   VLM_RETURN_IF_ERROR(number(f[3], v, "the quadratic coefficient"));
+  VLM_RETURN_IF_ERROR(finite("quadratic coefficient", v, "of '" + f[1] + "' * '" + f[2] + "'"));
   std::pair<int, int> key(std::min(i, j), std::max(i, j));
   if (sec_ == Sec::kQcmatrix) {
     // x'Qx: both halves of an off-diagonal pair are listed and add up.
@@ -928,16 +949,22 @@ Status MpsParser::finish(ReadModel& out) {
 }  // namespace
 
 Status read_mps(std::string_view text, const std::string& filename, ReadModel& out) {
+  VLM_RETURN_IF_ERROR(refuse_nul(text, filename));
   MpsParser free_parser(text, filename, false);
   ReadModel free_model;
   Status free_status = free_parser.parse(free_model);
-  if (free_status.ok()) {
+  const bool try_fixed = !free_status.ok() || fixed_name_field_has_blank(text);
+  if (!try_fixed) {
     out = std::move(free_model);
     return Status::Ok();
   }
   MpsParser fixed_parser(text, filename, true);
   ReadModel fixed_model;
   Status fixed_status = fixed_parser.parse(fixed_model);
+  if (free_status.ok() && (!fixed_status.ok() || !has_name_with_blank(fixed_model.data))) {
+    out = std::move(free_model);
+    return Status::Ok();
+  }
   if (fixed_status.ok()) {
     out = std::move(fixed_model);
     return Status::Ok();

@@ -1,11 +1,19 @@
 // MPS format reader: free and fixed layout, the sections our writer produces (mps_writer.h)
 // and the usual ones of other writers.
 //
-// Free or fixed: the text is read as free MPS (fields separated by blanks); if that fails, it
-// is read again as fixed MPS (fields by column: 2-3, 5-12, 15-22, 25-36, 40-47, 50-61, where a
-// number in 25-36 or 50-61 may run on to the next blank). A file whose names hold blanks
-// fails as free MPS (field counts and numbers no longer fit) and reads as fixed; a broken
-// file reports the error of whichever reading got further.
+// Free or fixed, decided in this order:
+//   1. The text is read as free MPS (fields separated by blanks).
+//   2. It is read as fixed MPS (fields by column: 2-3, 5-12, 15-22, 25-36, 40-47, 50-61, where
+//      a number in 25-36 or 50-61 may run on to the next blank) when the free reading failed,
+//      or when some data line has a blank between two non-blanks inside one of the name
+//      fields 5-12, 15-22 or 40-47.
+//   3. The fixed reading is taken when it succeeds and the free one failed, or when it
+//      succeeds and gives some variable or constraint a name with a blank (the free reading
+//      then split that name into fields: "a b 2" as column "a" with 2 in row "b"). Otherwise
+//      the free reading is taken; when both fail, the error of whichever got further.
+// So a file is fixed exactly when its names need it, which is when our writer writes fixed.
+// NAME: in free layout a last word MAX/MIN sets the sense and is not part of the name, unless
+// the file has an OBJSENSE section (then the whole line is the name).
 //
 // Sections and rules:
 // - lines starting with '*' are comments; a line starting with a non-blank is a section
@@ -41,8 +49,8 @@
 namespace vlm::io {
 
 // Parses MPS text into `out`. `filename` is used in messages only. Fails with
-// VLM_ERROR_FILE_READ "File 'f', line N: ...". Linear in the text size (twice when the free
-// reading fails).
+// VLM_ERROR_FILE_READ "File 'f', line N: ...". Linear in the text size (twice when the fixed
+// reading is tried). A file without ENDATA is refused as cut short.
 Status read_mps(std::string_view text, const std::string& filename, ReadModel& out);
 
 }  // namespace vlm::io

@@ -103,8 +103,26 @@ Status MpsWriter::check_names() {
   bool blanks = false;
   std::size_t longest = 0;
   std::string long_name;
+  std::string unfit;  // the first name MPS cannot hold in any layout, with the reason
+  // Fields are cut at blanks (free) or trimmed (fixed), and lines end at line breaks: a name
+  // with a control character or with a blank at either end would not read back as itself.
+  auto holdable = [&](const std::string& s) {
+    if (!unfit.empty()) return;
+    for (char c : s) {
+      const auto b = static_cast<unsigned char>(c);
+      if (b < 0x20 || b == 0x7f) {
+        unfit = "name '" + s + "' holds a control character (code " + std::to_string(b) +
+                "), which MPS cannot hold";
+        return;
+      }
+    }
+    if (!s.empty() && (s.front() == ' ' || s.back() == ' ')) {
+      unfit = "name '" + s + "' starts or ends with a blank, which MPS cannot hold";
+    }
+  };
   auto look = [&](const std::string& s) {
-    if (s.find_first_of(" \t") != std::string::npos) blanks = true;
+    holdable(s);
+    if (s.find(' ') != std::string::npos) blanks = true;
     if (s.size() > longest) {
       longest = s.size();
       long_name = s;
@@ -150,6 +168,12 @@ Status MpsWriter::check_names() {
   for (int k = 0; k < static_cast<int>(d_.objn.size()); ++k) {
     objn_rows_.push_back(fresh_row(indexed_name("OBJ", k)));
   }
+
+  if (!generic_) {
+    holdable(d_.name);
+    for (const ObjectiveN& o : d_.objn) holdable(o.name);
+  }
+  if (!unfit.empty()) return bad(unfit);
 
   if (layout_ == MpsLayout::kAuto) layout_ = blanks ? MpsLayout::kFixed : MpsLayout::kFree;
   fixed_ = layout_ == MpsLayout::kFixed;
@@ -389,9 +413,22 @@ Status MpsWriter::write(std::ostream& out, MpsLayout layout) {
   } else {
     text_ += "NAME\n";
   }
-  if (d_.sense == -1) {
+  // A free NAME line ending in MAX or MIN sets the sense unless OBJSENSE follows: a model
+  // name ending in such a word gets OBJSENSE whatever the sense.
+  bool name_ends_in_sense = false;
+  if (!generic_) {
+    std::size_t sp = d_.name.find_last_of(' ');
+    if (sp != std::string::npos) {
+      std::string last = d_.name.substr(sp + 1);
+      for (char& c : last) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      for (const char* w : {"MAX", "MAXIMIZE", "MAXIMISE", "MIN", "MINIMIZE", "MINIMISE"}) {
+        if (last == w) name_ends_in_sense = true;
+      }
+    }
+  }
+  if (d_.sense == -1 || name_ends_in_sense) {
     section("OBJSENSE");
-    text_ += "    MAX\n";
+    text_ += d_.sense == -1 ? "    MAX\n" : "    MIN\n";
   }
   write_rows();
   write_columns();

@@ -67,13 +67,17 @@
 
 namespace vlm::io {
 
-// kAuto writes free MPS unless a name holds a blank, then fixed MPS.
+// kAuto writes free MPS unless a name holds a blank, then fixed MPS (which the reader then
+// reads as fixed, see mps_reader.h).
 enum class MpsLayout { kAuto, kFree, kFixed };
 
 // Writes `data` as MPS text. With `generic_names`, names are C0.., R0.., QC0.., GC0..,
 // OBJ0.. and the model name is left out. Fails with VLM_ERROR_FILE_WRITE when the names
-// cannot be represented: two columns or two rows share a name, a free-layout name holds a
-// blank, or a fixed-layout name is longer than 8 characters. Linear in the model size.
+// cannot be represented: two columns or two rows share a name, a name (model and objective
+// names included) holds a control character or starts or ends with a blank, a free-layout
+// name holds a blank, or a fixed-layout name is longer than 8 characters. A model name whose
+// last word is MAX or MIN gets an OBJSENSE section in either sense, so that the word stays
+// part of the name. Linear in the model size.
 Status write_mps(const ModelData& data, std::ostream& out, MpsLayout layout, bool generic_names);
 
 }  // namespace vlm::io

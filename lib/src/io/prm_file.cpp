@@ -3,8 +3,10 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 
 #include "core/text.h"
+#include "io/file_format.h"
 
 namespace vlm::io {
 
@@ -48,11 +50,7 @@ Status read_params(const std::string& filename, ParamSet& params) {
 }
 
 Status write_params(const std::string& filename, const ParamSet& params) {
-  std::ofstream out(filename, std::ios::trunc);
-  if (!out) {
-    return Status(VLM_ERROR_FILE_WRITE, "Unable to open parameter file '" + filename +
-                                            "' for writing: " + std::strerror(errno));
-  }
+  std::ostringstream out;
   out << "# Parameter settings written by Velmor " << VLM_VERSION_MAJOR << "."
       << VLM_VERSION_MINOR << "." << VLM_VERSION_TECHNICAL << "\n";
   const auto& table = param_table();
@@ -62,9 +60,7 @@ Status write_params(const std::string& filename, const ParamSet& params) {
     if (text.empty() || trim(text).size() != text.size()) text = "\"" + text + "\"";
     out << table[i].name << "  " << text << "\n";
   }
-  out.flush();
-  if (!out) return Status(VLM_ERROR_FILE_WRITE, "Error while writing parameter file '" + filename + "'");
-  return Status::Ok();
+  return write_whole_file(filename, out.str(), "parameter file");
 }
 
 }  // namespace vlm::io

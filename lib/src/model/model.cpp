@@ -1,5 +1,8 @@
 #include "model/model.h"
 
+#include "core/text.h"
+#include "model/value_checks.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -247,10 +250,15 @@ Status Model::check_var(int v, const char* what) const {
   return Status::Ok();
 }
 
+std::string Model::var_label(int v) const {
+  const int n = data_.num_vars();
+  const std::string& name = v < n ? data_.varname.given(v) : pending_.add.varname.given(v - n);
+  return name.empty() ? "variable " + std::to_string(v) : "variable '" + name + "'";
+}
+
 Status Model::check_coef(double v, const char* what) const {
   if (!std::isfinite(v) || std::fabs(v) >= VLM_INFINITY) {
-    return invalid(std::string(what) + " " + (std::isnan(v) ? std::string("NaN") : std::to_string(v)) +
-                   " is not a finite number");
+    return invalid(std::string(what) + " " + short_number(v) + " is not a finite number");
   }
   return Status::Ok();
 }
@@ -278,11 +286,17 @@ Status Model::add_vars(int n, int numnz, const int* beg, const int* ind, const d
     }
     for (int k = b; k < e; ++k) {
       if (ind[k] < 0 || ind[k] >= constr_limit) return index_error(VLM_KIND_CONSTR, ind[k], constr_limit);
-      VLM_RETURN_IF_ERROR(check_coef(val[k], "Coefficient"));
+      if (!finite_coef(val[k])) {
+        return coef_error(val[k], "Coefficient",
+                          "of " + labelled("new variable", names ? names[j] : nullptr, j) + " in constraint " +
+                              std::to_string(ind[k]));
+      }
     }
   }
   for (int j = 0; j < n; ++j) {
-    if (obj) VLM_RETURN_IF_ERROR(check_coef(obj[j], "Objective coefficient"));
+    if (obj && !finite_coef(obj[j])) {
+      return coef_error(obj[j], "Objective coefficient", "of " + labelled("new variable", names ? names[j] : nullptr, j));
+    }
     if ((lb && std::isnan(lb[j])) || (ub && std::isnan(ub[j]))) return invalid("Variable bound is NaN");
     if (lb && lb[j] >= VLM_INFINITY) return invalid("Variable lower bound is +infinity");
     if (ub && ub[j] <= -VLM_INFINITY) return invalid("Variable upper bound is -infinity");
@@ -335,7 +349,9 @@ Status Model::add_constrs(int n, int numnz, const int* beg, const int* ind, cons
     if (!valid_sense(sense[i])) {
       return invalid("Invalid constraint sense " + sense_text(sense[i]) + " (expected '<', '>' or '=')");
     }
-    if (std::isnan(rhs[i])) return invalid("Right-hand side is NaN");
+    if (!finite_coef(rhs[i])) {
+      VLM_RETURN_IF_ERROR(check_rhs(rhs[i], sense[i], labelled("new constraint", names ? names[i] : nullptr, i)));
+    }
     if (numnz > 0) {
       int b = beg[i], e = i + 1 < n ? beg[i + 1] : numnz;
       if (b < 0 || e < b || e > numnz) {
@@ -344,7 +360,11 @@ Status Model::add_constrs(int n, int numnz, const int* beg, const int* ind, cons
       }
       for (int k = b; k < e; ++k) {
         VLM_RETURN_IF_ERROR(check_var(ind[k], "Variable"));
-        VLM_RETURN_IF_ERROR(check_coef(val[k], "Coefficient"));
+        if (!finite_coef(val[k])) {
+          return coef_error(val[k], "Coefficient",
+                            "of " + var_label(ind[k]) + " in " +
+                                labelled("new constraint", names ? names[i] : nullptr, i));
+        }
       }
     }
   }
@@ -367,12 +387,17 @@ Status Model::add_constrs(int n, int numnz, const int* beg, const int* ind, cons
 
 Status Model::add_range_constr(int numnz, const int* ind, const double* val, double lower,
                                double upper, const char* name) {
-  if (std::isnan(lower) || std::isnan(upper)) return invalid("Range bound is NaN");
+  const std::string element = labelled("range constraint", name, data_.num_constrs() + pending_.add.num_constrs());
+  if (std::isnan(lower) || std::isnan(upper)) return invalid("Range bound NaN of " + element + " is not a number");
   lower = clamp_inf(lower);
   upper = clamp_inf(upper);
+  if (lower >= VLM_INFINITY || upper <= -VLM_INFINITY) {
+    return invalid("Range [" + short_number(lower) + ", " + short_number(upper) + "] of " + element +
+                   " can never be met");
+  }
   if (lower > upper) {
-    return invalid("Range lower bound " + std::to_string(lower) + " exceeds upper bound " +
-                   std::to_string(upper));
+    return invalid("Range lower bound " + short_number(lower) + " exceeds upper bound " + short_number(upper) +
+                   " in " + element);
   }
   // The slack s turns lower <= a'x <= upper into a'x - s = rhs: rhs is the finite end of
   // the range, and s spans the range relative to it.
@@ -390,7 +415,7 @@ Status Model::add_range_constr(int numnz, const int* ind, const double* val, dou
   std::string cname = name ? std::string(name) : std::string();
   for (int k = 0; k < numnz; ++k) {
     VLM_RETURN_IF_ERROR(check_var(ind[k], "Variable"));
-    VLM_RETURN_IF_ERROR(check_coef(val[k], "Coefficient"));
+    if (!finite_coef(val[k])) return coef_error(val[k], "Coefficient", "of " + var_label(ind[k]) + " in " + element);
   }
   pending_.slacks.push_back(
       {pending_.add.num_constrs(), "Rg" + (name ? cname : "R" + std::to_string(row_index)), slb, sub});
@@ -411,18 +436,25 @@ Status Model::check_qconstr(const QConstrData& q) const {
   if (!valid_sense(q.sense)) {
     return invalid("Invalid constraint sense " + sense_text(q.sense) + " (expected '<', '>' or '=')");
   }
-  if (std::isnan(q.rhs)) return invalid("Right-hand side is NaN");
+  const std::string element =
+      labelled("quadratic constraint", q.name.c_str(), data_.num_qconstrs() + pending_.add.num_qconstrs());
+  VLM_RETURN_IF_ERROR(check_rhs(q.rhs, q.sense, element));
   if (q.lind.size() != q.lval.size() || q.qrow.size() != q.qcol.size() || q.qrow.size() != q.qval.size()) {
     return invalid("Quadratic constraint term arrays differ in length");
   }
   for (std::size_t k = 0; k < q.lind.size(); ++k) {
     VLM_RETURN_IF_ERROR(check_var(q.lind[k], "Variable"));
-    VLM_RETURN_IF_ERROR(check_coef(q.lval[k], "Coefficient"));
+    if (!finite_coef(q.lval[k])) {
+      return coef_error(q.lval[k], "Coefficient", "of " + var_label(q.lind[k]) + " in " + element);
+    }
   }
   for (std::size_t k = 0; k < q.qrow.size(); ++k) {
     VLM_RETURN_IF_ERROR(check_var(q.qrow[k], "Variable"));
     VLM_RETURN_IF_ERROR(check_var(q.qcol[k], "Variable"));
-    VLM_RETURN_IF_ERROR(check_coef(q.qval[k], "Quadratic coefficient"));
+    if (!finite_coef(q.qval[k])) {
+      return coef_error(q.qval[k], "Quadratic coefficient",
+                        "of " + var_label(q.qrow[k]) + " * " + var_label(q.qcol[k]) + " in " + element);
+    }
   }
   return Status::Ok();
 }
@@ -529,7 +561,12 @@ Status Model::add_genconstr(GenConstrData g) {
     return vt == 'B' || (vt == 'I' && l >= 0.0 && u <= 1.0);
   };
   for (int v : g.vars) VLM_RETURN_IF_ERROR(check_var(v, "Variable"));
-  for (double v : g.vals) VLM_RETURN_IF_ERROR(check_coef(v, "Coefficient"));
+  const auto gen_label = [this](const GenConstrData& c) {
+    return labelled("general constraint", c.name.c_str(), data_.num_genconstrs() + pending_.add.num_genconstrs());
+  };
+  for (double v : g.vals) {
+    if (!finite_coef(v)) return coef_error(v, "Coefficient", "of " + gen_label(g));
+  }
   switch (g.type) {
     case GenType::kMax:
     case GenType::kMin:
@@ -557,7 +594,7 @@ Status Model::add_genconstr(GenConstrData g) {
       VLM_RETURN_IF_ERROR(check_var(g.res, "Result variable"));
       if (g.a >= VLM_INFINITY) g.a = VLM_INFINITY;
       if (!(g.a == 0.0 || g.a == 1.0 || g.a == 2.0 || g.a == VLM_INFINITY)) {
-        return invalid("Invalid norm " + std::to_string(g.a) + " (expected 0, 1, 2 or infinity)");
+        return invalid("Invalid norm " + short_number(g.a) + " (expected 0, 1, 2 or infinity)");
       }
       break;
     case GenType::kIndicator:
@@ -572,7 +609,8 @@ Status Model::add_genconstr(GenConstrData g) {
         return invalid("Invalid constraint sense " + sense_text(g.sense) + " (expected '<', '>' or '=')");
       }
       if (g.vars.size() != g.vals.size()) return invalid("Indicator term arrays differ in length");
-      if (std::isnan(g.rhs)) return invalid("Right-hand side is NaN");
+      VLM_RETURN_IF_ERROR(check_rhs(g.rhs, g.sense, labelled("indicator constraint", g.name.c_str(),
+                                                             data_.num_genconstrs() + pending_.add.num_genconstrs())));
       g.rhs = clamp_inf(g.rhs);
       merge_terms(g.vars, g.vals);
       break;
@@ -593,10 +631,14 @@ Status Model::add_genconstr(GenConstrData g) {
       VLM_RETURN_IF_ERROR(check_var(g.res, "y variable"));
       if (g.type == GenType::kPoly && g.vals.empty()) return invalid("A polynomial needs coefficients");
       if (g.type == GenType::kExpA || g.type == GenType::kLogA) {
-        if (!(g.a > 0.0) || !std::isfinite(g.a)) return invalid("Base " + std::to_string(g.a) + " must be positive");
+        if (!(g.a > 0.0) || !finite_coef(g.a)) {
+          return invalid("Base " + short_number(g.a) + " of " + gen_label(g) + " must be positive and finite");
+        }
         if (g.type == GenType::kLogA && g.a == 1.0) return invalid("Base of a logarithm must not be 1");
       }
-      if (g.type == GenType::kPow && !std::isfinite(g.a)) return invalid("Exponent must be finite");
+      if (g.type == GenType::kPow && !finite_coef(g.a)) {
+        return invalid("Exponent " + short_number(g.a) + " of " + gen_label(g) + " is not a finite number");
+      }
       VLM_RETURN_IF_ERROR(check_options(g.options));
       break;
   }
@@ -615,7 +657,10 @@ Status Model::add_qpterms(int n, const int* qrow, const int* qcol, const double*
   for (int k = 0; k < n; ++k) {
     VLM_RETURN_IF_ERROR(check_var(qrow[k], "Variable"));
     VLM_RETURN_IF_ERROR(check_var(qcol[k], "Variable"));
-    VLM_RETURN_IF_ERROR(check_coef(qval[k], "Quadratic coefficient"));
+    if (!finite_coef(qval[k])) {
+      return coef_error(qval[k], "Quadratic coefficient",
+                        "of " + var_label(qrow[k]) + " * " + var_label(qcol[k]) + " in the objective");
+    }
   }
   std::vector<int> i(qrow, qrow + n), j(qcol, qcol + n);
   std::vector<double> v(qval, qval + n);

@@ -137,6 +137,8 @@ class Model {
   Status check_coef(double v, const char* what) const;
   // The checks of add_qconstr, without queuing.
   Status check_qconstr(const QConstrData& q) const;
+  // "variable 'x'", or "variable 7" when it has no name (messages only; v must be valid).
+  std::string var_label(int v) const;
   bool updatemode_immediate() const;
   void drop_name_index(int kind);
 

@@ -94,19 +94,20 @@ Status ParamSet::set_dbl(int index, double value) {
     return Status(VLM_ERROR_INVALID_ARGUMENT,
                   std::string("Value NaN for parameter '") + p.name + "' is not a number");
   }
+  // Messages show the value as given: 1e300 stays 1e300, although it is stored as infinity.
+  const std::string shown = std::fabs(value) > VLM_INFINITY ? short_number(value) : format_double(value);
   if (value >= VLM_INFINITY) value = VLM_INFINITY;
   if (value <= -VLM_INFINITY) value = -VLM_INFINITY;
   if (p.type == ParamType::kInt) {
     if (value != std::floor(value)) {
-      return Status(VLM_ERROR_INVALID_ARGUMENT, "Value " + format_double(value) +
-                                                    " for parameter '" + p.name +
-                                                    "' is not an integer");
+      return Status(VLM_ERROR_INVALID_ARGUMENT,
+                    "Value " + shown + " for parameter '" + p.name + "' is not an integer");
     }
-    if (value < p.min || value > p.max) return out_of_range(p, format_double(value));
+    if (value < p.min || value > p.max) return out_of_range(p, shown);
     values_[index] = value;
     return Status::Ok();
   }
-  if (value < p.min || value > p.max) return out_of_range(p, format_double(value));
+  if (value < p.min || value > p.max) return out_of_range(p, shown);
   values_[index] = value;
   return Status::Ok();
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "reform/bound_propagation.h"
+#include "reform/convexity.h"
 #include "reform/reformulation.h"
 
 namespace vlm::reform {
@@ -27,7 +28,7 @@ Status check_supported(const ModelData& d) {
       return unsupported(std::string("function constraints (") + gen_type_name(g.type) + ")");
     }
   }
-  return Status::Ok();
+  return check_objective_curvature(d);
 }
 
 Status apply(const Reformulation* unit, const ModelData& d, int index, Builder& b) {

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <string>
 
+#include "core/text.h"
+
 namespace vlm::reform {
 
 double to_working(double v) {
@@ -70,7 +72,7 @@ Status build_base(const ModelData& d, WorkingProblem& p) {
             return Status(VLM_ERROR_INVALID_ARGUMENT,
                           "Semi-continuous variable '" + d.varname[j] +
                               "' needs finite bounds to be solved (its bounds are [" +
-                              std::to_string(lb) + ", " + std::to_string(ub) + "])");
+                              short_number(lb) + ", " + short_number(ub) + "])");
           }
           p.integrality[j] = d.vtype[j] == 'N' ? 1 : 0;
           own_semi.push_back(j);

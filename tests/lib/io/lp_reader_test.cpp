@@ -260,6 +260,57 @@ TEST(LpReaderTest, SosPwlObjectiveAndMultipleObjectives) {
   EXPECT_EQ(d.pwlobj.at(2).y, (std::vector<double>{0, 1, 4}));
 }
 
+// Names may hold every punctuation character the format allows, "/" included; a '/' divides
+// only right after a quadratic bracket. A number glued to "e" and digits stays a number
+// ("3e1" is 30) while "e1x" and "e12" after a blank are names.
+TEST(LpReaderTest, NamesWithEveryAllowedCharacter) {
+  auto m = read_text(
+      "Minimize\n"
+      " obj: flow/a + x!\"#$%&()y,.;?@_'{}~|` + 2 e1x + 3e1 z + [ flow/a ^ 2 ]/2\n"
+      "Subject To\n"
+      " c/1: flow/a + 2 e12 >= 1\n"
+      " r.2: z - e1x <= 4\n"
+      "Bounds\n"
+      " -1 <= flow/a <= 9\n"
+      "End\n");
+  ASSERT_NE(m, nullptr);
+  const ModelData& d = m->data();
+  EXPECT_EQ(d.varname.all(),
+            (std::vector<std::string>{"flow/a", "x!\"#$%&()y,.;?@_'{}~|`", "e1x", "z", "e12"}));
+  EXPECT_EQ(d.obj, (std::vector<double>{1, 1, 2, 30, 0}));
+  EXPECT_EQ(d.qval, (std::vector<double>{0.5}));
+  EXPECT_EQ(d.constrname.all(), (std::vector<std::string>{"c/1", "r.2"}));
+  EXPECT_EQ(row(d, 0), (Terms{{"flow/a", 1}, {"e12", 2}}));
+  EXPECT_EQ(row(d, 1), (Terms{{"e1x", -1}, {"z", 1}}));
+  EXPECT_EQ(d.lb[0], -1.0);
+  EXPECT_EQ(d.ub[0], 9.0);
+}
+
+// A constant may follow a quadratic bracket (with or without divisor, in the objective and in
+// constraints, also on a continuation line):
+//   obj = x^2 + 3 (constant 3, Q = 1 on x*x after the /2),  c: x + x^2/2 + 3 <= 10 reads as
+//   x + [x^2]/2 <= 7;  d: [x*y] + 4 >= 5 reads as [x*y] >= 1.
+TEST(LpReaderTest, ConstantsAfterQuadraticBrackets) {
+  auto m = read_text(
+      "Minimize\n"
+      " obj: [ 2 x ^ 2 ] / 2\n"
+      "   + 3\n"
+      "Subject To\n"
+      " c: x + [ x ^ 2 ] / 2 + 3 <= 10\n"
+      " d: [ x * y ] + 4 >= 5\n"
+      "End\n");
+  ASSERT_NE(m, nullptr);
+  const ModelData& d = m->data();
+  EXPECT_EQ(d.objcon, 3.0);
+  EXPECT_EQ(d.qval, (std::vector<double>{1.0}));
+  ASSERT_EQ(d.qconstrs.size(), 2u);
+  EXPECT_EQ(d.qconstrs[0].rhs, 7.0);
+  EXPECT_EQ(d.qconstrs[0].qval, (std::vector<double>{0.5}));
+  EXPECT_EQ(d.qconstrs[0].lval, (std::vector<double>{1.0}));
+  EXPECT_EQ(d.qconstrs[1].sense, '>');
+  EXPECT_EQ(d.qconstrs[1].rhs, 1.0);
+}
+
 TEST(LpReaderErrorTest, ParseErrorsNameFileLineAndToken) {
   expect_read_errors(read_text, {
       {"Minimize\n obj: x + y\nSubject To\n c1: x + y z\nEnd\n",
