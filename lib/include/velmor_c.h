@@ -551,6 +551,20 @@ VLM_API int VLMoptimizebatch(VLMmodel *model, char *batchid);
 VLM_API void VLMterminate(VLMmodel *model);
 
 /* ---------------------------------------------------------------------------------------
+ * Analysis
+ * ------------------------------------------------------------------------------------- */
+
+/* Updates the model and computes an irreducible inconsistent subsystem (IIS) of the
+ * infeasible model: a set of constraints and variable bounds that is infeasible and becomes
+ * feasible when any one of them is removed. Members are flagged by the attributes IISConstr,
+ * IISLB, IISUB, IISQConstr, IISSOS and IISGenConstr; IISMinimal is 0 when the TimeLimit
+ * stopped the computation before the set was shown minimal. The IIS*Force attributes put
+ * elements into (1) or leave them out of (0) the subsystem; IISMethod chooses the method.
+ * Runs many solves of copies of the model; the model itself is not changed. A feasible model:
+ * VLM_ERROR_IIS_NOT_INFEASIBLE. Write the subsystem as an LP file with VLMwrite("x.ilp"). */
+VLM_API int VLMcomputeIIS(VLMmodel *model);
+
+/* ---------------------------------------------------------------------------------------
  * Files
  * ------------------------------------------------------------------------------------- */
 
