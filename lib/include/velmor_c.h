@@ -564,6 +564,21 @@ VLM_API void VLMterminate(VLMmodel *model);
  * VLM_ERROR_IIS_NOT_INFEASIBLE. Write the subsystem as an LP file with VLMwrite("x.ilp"). */
 VLM_API int VLMcomputeIIS(VLMmodel *model);
 
+/* Feasibility relaxation, in place: updates the model and adds, for every bound and
+ * constraint that may be violated, an artificial variable that takes the violation
+ * (ArtL_x / ArtU_x for the bounds of x, with rows ArtLB_x / ArtUB_x; ArtP_c / ArtN_c for
+ * constraint c, in its row), and a penalty objective: relaxobjtype 0 sums penalty times
+ * violation, 1 penalty times violation squared, 2 penalty per violated element (binaries
+ * Card_<artificial> with rows a - FeasRelaxBigM * z <= 0). minrelax 0 makes the penalty the
+ * objective. minrelax 1 solves for the least penalty, keeps the original objective and adds
+ * the constraint FeasRelaxObj: penalty <= that least penalty, returned in *feasobjP (0 when
+ * minrelax is 0). Penalty arrays (each may be NULL: nothing of that kind relaxed): lbpen and
+ * ubpen one per variable, rhspen one per linear constraint then one per quadratic constraint;
+ * VLM_INFINITY (or more) keeps an element as it is; negative or NaN penalties:
+ * VLM_ERROR_INVALID_ARGUMENT. feasobjP may be NULL. On failure the model is unchanged. */
+VLM_API int VLMfeasrelax(VLMmodel *model, int relaxobjtype, int minrelax, const double *lbpen,
+                         const double *ubpen, const double *rhspen, double *feasobjP);
+
 /* ---------------------------------------------------------------------------------------
  * Files
  * ------------------------------------------------------------------------------------- */
