@@ -579,6 +579,30 @@ VLM_API int VLMcomputeIIS(VLMmodel *model);
 VLM_API int VLMfeasrelax(VLMmodel *model, int relaxobjtype, int minrelax, const double *lbpen,
                          const double *ubpen, const double *rhspen, double *feasobjP);
 
+/* Derived models. Each builds a new model from `model` as of its last update (nothing queued
+ * is seen), on a copy of its environment, and stores it in `*resultP` (set to NULL first);
+ * the caller frees it with VLMfreemodel. `model` is never changed. */
+
+/* Continuous relaxation: integrality and semi-continuity dropped (binaries within [0, 1],
+ * semi-continuous x within [min(lb, 0), max(ub, 0)]), SOS and general constraints removed. */
+VLM_API int VLMrelaxmodel(VLMmodel *model, VLMmodel **relaxedP);
+
+/* The fixed model of a solved MIP: integer variables fixed at the incumbent, semi-continuous
+ * and SOS members at 0 where the incumbent has them at 0; a continuous model whose solve gives
+ * duals. A continuous model: VLM_ERROR_INVALID_ARGUMENT; no MIP solution:
+ * VLM_ERROR_DATA_NOT_AVAILABLE; general constraints: VLM_ERROR_NOT_SUPPORTED. */
+VLM_API int VLMfixmodel(VLMmodel *model, VLMmodel **fixedP);
+
+/* A copy with every objective removed. */
+VLM_API int VLMfeasibility(VLMmodel *model, VLMmodel **feasP);
+
+/* The dual of an LP: a variable per constraint (named as the constraint), a constraint per
+ * variable (named as the variable), multipliers lb_x / ub_x for finite bounds other than the
+ * usual x >= 0 and x <= 0; opposite sense, equal optimum. Integer elements:
+ * VLM_ERROR_NOT_FOR_MIP; quadratic, piecewise-linear or multiple objectives, quadratic
+ * constraints: VLM_ERROR_NOT_SUPPORTED. */
+VLM_API int VLMdualmodel(VLMmodel *model, VLMmodel **dualP);
+
 /* ---------------------------------------------------------------------------------------
  * Files
  * ------------------------------------------------------------------------------------- */

@@ -2,6 +2,8 @@
 // (relaxed, fixed, feasibility and dual models). The algorithms live in analysis/.
 #include <memory>
 
+#include "analysis/derived_models.h"
+#include "analysis/dual_model.h"
 #include "analysis/feasrelax.h"
 #include "analysis/iis.h"
 #include "capi/capi_guard.h"
@@ -11,6 +13,22 @@
 using vlm::Model;
 using vlm::Status;
 using vlm::capi::model_call;
+
+namespace {
+
+// Runs a derived-model builder and hands the new model to the caller.
+template <class Build>
+int derive(VLMmodel* model, VLMmodel** resultP, Build build) {
+  if (resultP != nullptr) *resultP = nullptr;
+  return model_call(model, [&](Model& m) -> Status {
+    VLM_RETURN_IF_ERROR(vlm::capi::require(resultP, "resultP"));
+    VLM_ASSIGN_OR_RETURN(std::unique_ptr<Model> d, build(m));
+    *resultP = vlm::capi::wrap_model(std::move(d));
+    return Status::Ok();
+  });
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -26,6 +44,22 @@ VLM_API int VLMfeasrelax(VLMmodel* model, int relaxobjtype, int minrelax, const 
     if (feasobjP != nullptr) *feasobjP = obj;
     return Status::Ok();
   });
+}
+
+VLM_API int VLMrelaxmodel(VLMmodel* model, VLMmodel** relaxedP) {
+  return derive(model, relaxedP, vlm::analysis::relaxed_model);
+}
+
+VLM_API int VLMfixmodel(VLMmodel* model, VLMmodel** fixedP) {
+  return derive(model, fixedP, vlm::analysis::fixed_model);
+}
+
+VLM_API int VLMfeasibility(VLMmodel* model, VLMmodel** feasP) {
+  return derive(model, feasP, vlm::analysis::feasibility_model);
+}
+
+VLM_API int VLMdualmodel(VLMmodel* model, VLMmodel** dualP) {
+  return derive(model, dualP, vlm::analysis::dual_model);
 }
 
 }  // extern "C"
