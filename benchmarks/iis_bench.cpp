@@ -45,7 +45,7 @@ int main() {
   VLMemptyenv(&env);
   VLMstartenv(env);
   for (bool mip : {false, true}) {
-    for (int n : {10, 100, 1000}) {
+    for (int n : {10, 100, 1000, 40000}) {
       for (int method : {0, 1}) {
         if (method == 1 && n > 100) continue;  // one solve per member: too slow to be useful
         run(env, n, mip, method);

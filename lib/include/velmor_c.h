@@ -546,7 +546,8 @@ VLM_API int VLMgettuneresult(VLMmodel *model, int i);
  * VLM_ERROR_NOT_SUPPORTED. */
 VLM_API int VLMoptimizebatch(VLMmodel *model, char *batchid);
 
-/* Asks a running VLMoptimize of `model` to stop soon (status INTERRUPTED). Safe from any
+/* Asks a running VLMoptimize of `model` to stop soon (status INTERRUPTED), or a running
+ * VLMcomputeIIS to stop with the subsystem found so far (IISMinimal 0). Safe from any
  * thread; does nothing when no solve is running. */
 VLM_API void VLMterminate(VLMmodel *model);
 

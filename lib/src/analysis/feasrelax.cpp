@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/stop_scope.h"
 #include "analysis/submodel.h"
 #include "engine/engine.h"
 
@@ -194,7 +195,11 @@ StatusOr<double> feas_relax(Model& m, int type, bool minrelax, const double* lbp
     ModelData phase1 = out;
     penalty_objective(phase1);
     VLM_ASSIGN_OR_RETURN(std::unique_ptr<Model> p1, quiet_model_from_data(m.env(), std::move(phase1)));
-    VLM_RETURN_IF_ERROR(engine::optimize(*p1));
+    StopScope stop(m);
+    stop.set_current(p1.get());
+    Status solved = engine::optimize(*p1);
+    stop.set_current(nullptr);
+    VLM_RETURN_IF_ERROR(solved);
     const Solution* s = p1->solution();
     if (s == nullptr || s->status != VLM_OPTIMAL) {
       return Status(VLM_ERROR_DATA_NOT_AVAILABLE,

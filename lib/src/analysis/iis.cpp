@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis/stop_scope.h"
 #include "analysis/submodel.h"
 #include "attrs/attr_table.h"
 #include "engine/engine.h"
@@ -37,7 +38,7 @@ bool is_semi(char t) { return t == 'S' || t == 'N'; }
 // The filter's state: the prepared model, which members are active, and the solve budget.
 class Filter {
  public:
-  Filter(Model& m, int method) : method_(method) {
+  Filter(Model& m, int method) : method_(method), stop_(m) {
     base_ = m.data();
     clear_objective(base_);
     base_.scenarios.clear();
@@ -124,7 +125,8 @@ class Filter {
     }
   }
 
-  bool time_up() const { return budget_ >= 0.0 && elapsed() >= budget_; }
+  bool time_up() const { return (budget_ >= 0.0 && elapsed() >= budget_) || stop_.stopped(); }
+  bool interrupted() const { return stop_.stopped(); }
 
   // Solves the active subsystem.
   StatusOr<Outcome> test() {
@@ -139,7 +141,10 @@ class Filter {
       const double left = std::max(budget_ - elapsed(), 0.0);
       VLM_RETURN_IF_ERROR(sm->env().set_param_dbl(find_param("TimeLimit"), left));
     }
-    VLM_RETURN_IF_ERROR(engine::optimize(*sm));
+    stop_.set_current(sm.get());
+    Status solved = engine::optimize(*sm);
+    stop_.set_current(nullptr);
+    VLM_RETURN_IF_ERROR(solved);
     ++solves_;
     const Solution* s = sm->solution();
     if (s == nullptr) return Outcome::kUnknown;
@@ -205,6 +210,7 @@ class Filter {
 
  private:
   int method_;
+  StopScope stop_;
   ModelData base_;
   Env env_;
   std::vector<char> lb_, ub_, constr_, qconstr_, sos_, gen_;
@@ -238,6 +244,10 @@ Status compute_iis(Model& m) {
     return Status(VLM_ERROR_IIS_NOT_INFEASIBLE, "Can't compute an IIS on a feasible model");
   }
   if (first == Outcome::kUnknown) {
+    if (f.interrupted()) {
+      return Status(VLM_ERROR_DATA_NOT_AVAILABLE,
+                    "The IIS computation was interrupted before the model was shown to be infeasible");
+    }
     if (f.time_up()) {
       return Status(VLM_ERROR_DATA_NOT_AVAILABLE,
                     "The IIS computation reached the time limit before the model was shown to be infeasible");

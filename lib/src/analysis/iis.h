@@ -25,11 +25,12 @@ namespace vlm::analysis {
 // (Model::iis()). Honours the IIS*Force attributes (1: always a member, never tested;
 // 0: never a member, dropped before the first solve), IISMethod (0 and -1 test groups, 1
 // single members, 2 keeps every variable bound in the model and out of the IIS, 3 works on the
-// relaxation of a MIP: integrality dropped) and TimeLimit over all solves: stopped early, the
-// subsystem found so far is stored (infeasible, not necessarily minimal; IISMinimal 0).
+// relaxation of a MIP: integrality dropped) and TimeLimit over all solves: stopped early (or by
+// analysis::terminate), the subsystem found so far is stored (infeasible, not necessarily
+// minimal; IISMinimal 0).
 // Fails with VLM_ERROR_IIS_NOT_INFEASIBLE when the model (without the members forced out) is
-// feasible, VLM_ERROR_DATA_NOT_AVAILABLE when the time runs out before infeasibility is
-// shown, and with the engine's code for models it cannot solve. Cost: one solve per group
+// feasible, VLM_ERROR_DATA_NOT_AVAILABLE when the time runs out (or a stop comes) before
+// infeasibility is shown, and with the engine's code for models it cannot solve. Cost: one solve per group
 // tried, at most about 2 k log2(n) + n/8 solves for n members and an IIS of k members.
 Status compute_iis(Model& m);
 

@@ -2,15 +2,18 @@
 // MIPs whose IIS is known by hand, its minimality checked by independent solves, the force
 // attributes and IISMethod, the refusal of feasible models, and the .ilp file.
 //
-// Not tested: the time limit stopping the filter part-way (no model here is slow enough to
-// stop deterministically); IIS of SOS, quadratic and general constraints (the engine cannot
+// Not tested: the time limit stopping the filter part-way (the stop by VLMterminate takes the
+// same path and is tested); IIS of SOS, quadratic and general constraints (the engine cannot
 // solve them yet).
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "model_fixture.h"
@@ -256,6 +259,59 @@ TEST_F(IISTest, IlpFileHoldsJustTheSubsystem) {
   VLMfreemodel(back);
   std::remove(ilp.c_str());
   std::remove(lp.c_str());
+}
+
+}  // namespace
+
+namespace {
+
+// A chain of n continuous variables in [0, 10] with rows x_i + x_{i+1} <= 15 and the
+// contradicting row x_0 + x_1 >= 25: the filter needs dozens of solves of the whole chain.
+// VLMterminate from another thread stops it with the subsystem found so far: still
+// infeasible, flagged as not minimal, and the contradicting pair still in it.
+TEST_F(IISTest, TerminateStopsTheFilterWithAnInfeasibleSubsystem) {
+  const int n = 40000;
+  std::vector<double> lb(n, 0.0), ub(n, 10.0);
+  ASSERT_EQ(VLMaddvars(m_, n, 0, nullptr, nullptr, nullptr, nullptr, lb.data(), ub.data(), nullptr, nullptr), VLM_OK);
+  std::vector<int> beg, ind;
+  std::vector<double> val;
+  std::vector<char> sense;
+  std::vector<double> rhs;
+  for (int i = 0; i + 1 < n; ++i) {
+    beg.push_back(static_cast<int>(ind.size()));
+    ind.insert(ind.end(), {i, i + 1});
+    val.insert(val.end(), {1.0, 1.0});
+    sense.push_back('<');
+    rhs.push_back(15.0);
+  }
+  beg.push_back(static_cast<int>(ind.size()));
+  ind.insert(ind.end(), {0, 1});
+  val.insert(val.end(), {1.0, 1.0});
+  sense.push_back('>');
+  rhs.push_back(25.0);
+  ASSERT_EQ(VLMaddconstrs(m_, n, static_cast<int>(ind.size()), beg.data(), ind.data(), val.data(), sense.data(),
+                          rhs.data(), nullptr),
+            VLM_OK);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  std::atomic<bool> done{false};
+  std::thread stopper([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    if (!done.load()) VLMterminate(m_);
+  });
+  const auto t0 = std::chrono::steady_clock::now();
+  int rc = VLMcomputeIIS(m_);
+  done = true;
+  stopper.join();
+  const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  ASSERT_EQ(rc, VLM_OK) << VLMgetmerrormsg(m_);
+  int minimal = -1;
+  ASSERT_EQ(VLMgetintattr(m_, "IISMinimal", &minimal), VLM_OK);
+  EXPECT_EQ(minimal, 0) << "the filter finished in " << secs << " s, before the stop";
+  int last = 0, first = 0;
+  ASSERT_EQ(VLMgetintattrelement(m_, "IISConstr", n - 1, &last), VLM_OK);
+  ASSERT_EQ(VLMgetintattrelement(m_, "IISConstr", 0, &first), VLM_OK);
+  EXPECT_EQ(last, 1);
+  EXPECT_EQ(first, 1);
 }
 
 }  // namespace
