@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "core/py_convert.h"
 #include "core/py_error.h"
 #include "elements/handle.h"
 #include "model/model.h"
@@ -200,6 +201,26 @@ PyObject* model_fixed(PyObject* self, PyObject*) { return derived<VLMfixmodel>(s
 PyObject* model_feasibility(PyObject* self, PyObject*) { return derived<VLMfeasibility>(self, false); }
 PyObject* model_dualize(PyObject* self, PyObject*) { return derived<VLMdualmodel>(self, true); }
 
+PyObject* model_getjsonsolution(PyObject* self, PyObject*) {
+  VLMmodel* h = live_handle(self);
+  if (h == nullptr) return nullptr;
+  char* text = nullptr;
+  int rc = VLMgetjsonsolution(h, &text);
+  if (rc != 0) return raise_velmor(rc, self);
+  py::Ref out = py::str(text);
+  VLMfree(text);
+  return out.release();
+}
+
+const char getjsonsolution_doc[] =
+    "getJSONSolution()\n\n"
+    "Returns the model's solution as JSON text: SolutionInfo (Status, SolCount, ObjVal, ...),\n"
+    "then Vars (VarName, X, RC) and Constrs (ConstrName, Slack, Pi); values that do not exist\n"
+    "(no solution, no duals) are left out.\n\n"
+    "Example:\n"
+    "    import json\n"
+    "    values = {v['VarName']: v['X'] for v in json.loads(m.getJSONSolution())['Vars']}";
+
 const char computeiis_doc[] =
     "computeIIS(callback=None)\n\n"
     "Applies pending changes (update()) and computes an Irreducible Inconsistent Subsystem of\n"
@@ -274,6 +295,7 @@ PyMethodDef model_analysis_methods[] = {
     {"fixed", py::guarded<&model_fixed>, METH_NOARGS, fixed_doc},
     {"feasibility", py::guarded<&model_feasibility>, METH_NOARGS, feasibility_doc},
     {"dualize", py::guarded<&model_dualize>, METH_NOARGS, dualize_doc},
+    {"getJSONSolution", py::guarded<&model_getjsonsolution>, METH_NOARGS, getjsonsolution_doc},
     {nullptr, nullptr, 0, nullptr},
 };
 

@@ -1,5 +1,6 @@
 // Model methods for analysing a model and deriving new ones: computeIIS, feasRelax,
-// feasRelaxS, relax, fixed, feasibility and dualize.
+// feasRelaxS, relax, fixed, feasibility and dualize; and the solution as JSON text
+// (getJSONSolution).
 //
 // The derived models are new Model objects the caller owns, on the user's environment; the
 // source stays as it was. feasRelax/feasRelaxS change the model in place and rebuild its handle

@@ -2,6 +2,8 @@
 checked by independent solves), feasRelax/feasRelaxS against relaxations solved by hand,
 relax/fixed/feasibility/dualize and the identities that tie them to their source, and the
 errors on disposed, unsolved and wrong-kind models."""
+import json
+
 import pytest
 
 import velmorpy as vp
@@ -233,10 +235,20 @@ class TestDerivedModels:
         assert [v.Obj for v in f.getVars()] == [0.0, 0.0, 0.0]
         f.dispose()
 
+    def test_json_solution_parses_with_the_values(self, production):
+        # The production MIP's optimum: x = 4, y = 0, z = 3, objective 23.
+        production.optimize()
+        sol = json.loads(production.getJSONSolution())
+        assert sol["SolutionInfo"]["Status"] == VLM.OPTIMAL
+        assert sol["SolutionInfo"]["ObjVal"] == pytest.approx(23.0)
+        assert {v["VarName"]: v["X"] for v in sol["Vars"]} == \
+            {"x": pytest.approx(4.0), "y": pytest.approx(0.0), "z": pytest.approx(3.0)}
+
     @pytest.mark.parametrize("call", [
         lambda m: m.computeIIS(), lambda m: m.feasRelaxS(0, False, True, True),
         lambda m: m.feasRelax(0, False, None, None, None, None, None), lambda m: m.relax(),
-        lambda m: m.fixed(), lambda m: m.feasibility(), lambda m: m.dualize()])
+        lambda m: m.fixed(), lambda m: m.feasibility(), lambda m: m.dualize(),
+        lambda m: m.getJSONSolution()])
     def test_disposed_model_refuses(self, env, call):
         m = vp.Model(env=env)
         m.dispose()
