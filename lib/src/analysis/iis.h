@@ -12,6 +12,10 @@
 // whose removal makes S feasible is halved and tried again, down to single members. The
 // argument above holds unchanged, since only single members are ever kept.
 //
+// Farkas shortcut: for systems of linear rows and bounds, one solve of the linear relaxation
+// with a Farkas certificate y drops at once every candidate the certificate does not use (rows
+// with y_i = 0, bounds not needed by z = A'y); a solve confirms the rest is still infeasible.
+//
 // Each test solves a copy of the model with the objective removed (a MIP stops at its first
 // feasible solution) through the library's own solve path; the user's model is never changed.
 #pragma once
@@ -22,16 +26,17 @@
 namespace vlm::analysis {
 
 // Computes an IIS of the updated model (updating it first) and stores it on the model
-// (Model::iis()). Honours the IIS*Force attributes (1: always a member, never tested;
-// 0: never a member, dropped before the first solve), IISMethod (0 and -1 test groups, 1
-// single members, 2 keeps every variable bound in the model and out of the IIS, 3 works on the
-// relaxation of a MIP: integrality dropped) and TimeLimit over all solves: stopped early (or by
-// analysis::terminate), the subsystem found so far is stored (infeasible, not necessarily
-// minimal; IISMinimal 0).
+// (Model::iis()). Honours the IIS*Force attributes (1: always a member, never tested; 0: never
+// a member, dropped before the first solve), IISMethod (0 and -1: Farkas shortcut and groups;
+// 1: single members in order, no shortcut; 2: as 0 with every variable bound kept in the model
+// and out of the IIS; 3: on the relaxation of a MIP, integrality dropped) and TimeLimit over
+// all solves. Stopped early (time, or analysis::terminate), the subsystem found so far is
+// stored: infeasible, not necessarily minimal (IISMinimal 0).
 // Fails with VLM_ERROR_IIS_NOT_INFEASIBLE when the model (without the members forced out) is
 // feasible, VLM_ERROR_DATA_NOT_AVAILABLE when the time runs out (or a stop comes) before
-// infeasibility is shown, and with the engine's code for models it cannot solve. Cost: one solve per group
-// tried, at most about 2 k log2(n) + n/8 solves for n members and an IIS of k members.
+// infeasibility is shown, and with the engine's code for models it cannot solve.
+// Cost: the shortcut takes two or three solves; then one solve per group tried, about
+// 2 k log2(n) + n/8 for n candidates left and an IIS of k members.
 Status compute_iis(Model& m);
 
 // The model restricted to its IIS: the member constraints, the variables they mention or
