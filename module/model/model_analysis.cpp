@@ -93,10 +93,19 @@ bool fill_penalties(PyObject* self, PyObject* items, PyObject* values, bool cons
 PyObject* feasrelax_call(PyObject* self, int relaxobjtype, bool minrelax, const std::vector<double>& lbpen,
                          const std::vector<double>& ubpen, const std::vector<double>& rhspen) {
   double obj = 0.0;
-  int rc = VLMfeasrelax(model_handle(self), relaxobjtype, minrelax ? 1 : 0, lbpen.data(), ubpen.data(),
-                        rhspen.data(), &obj);
-  if (rc != 0) return raise_velmor(rc, self);
   ModelObject* m = as_model(self);
+  if (m->solving) {
+    return raise_velmor_msg(VLM_ERROR_OPTIMIZATION_IN_PROGRESS, "The model is already being optimized");
+  }
+  int rc = 0;
+  // With minrelax the library solves the relaxation: other threads may run meanwhile.
+  m->solving = 1;
+  {
+    WithoutGil released;
+    rc = VLMfeasrelax(m->handle, relaxobjtype, minrelax ? 1 : 0, lbpen.data(), ubpen.data(), rhspen.data(), &obj);
+  }
+  m->solving = 0;
+  if (rc != 0) return raise_velmor(rc, self);
   for (PyObject*& list : m->lists) Py_CLEAR(list);
   if (model_setup(self, false) < 0) return nullptr;
   return PyFloat_FromDouble(minrelax ? obj : 0.0);
