@@ -67,7 +67,8 @@ class Filter {
     sos_.assign(base_.num_sos(), 1);
     gen_.assign(base_.num_genconstrs(), 1);
     env_ = m.env();
-    (void)env_.set_param_int(find_param("OutputFlag"), 0);
+    // Neither can fail: the values are within their ranges.
+    (void)helper_settings(env_);
     (void)env_.set_param_int(find_param("SolutionLimit"), 1);
     const double limit = m.env().params().dbl_param("TimeLimit");
     start_ = std::chrono::steady_clock::now();

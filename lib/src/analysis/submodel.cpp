@@ -55,9 +55,17 @@ StatusOr<std::unique_ptr<Model>> model_from_data(const Env& env, ModelData data)
   return m;
 }
 
+Status helper_settings(Env& env) {
+  VLM_RETURN_IF_ERROR(env.set_param_int(find_param("OutputFlag"), 0));
+  for (const char* stop : {"Cutoff", "BestObjStop", "BestBdStop"}) {
+    VLM_RETURN_IF_ERROR(env.set_param_text(find_param(stop), "default"));
+  }
+  return Status::Ok();
+}
+
 StatusOr<std::unique_ptr<Model>> quiet_model_from_data(const Env& env, ModelData data) {
   Env quiet = env;
-  VLM_RETURN_IF_ERROR(quiet.set_param_int(find_param("OutputFlag"), 0));
+  VLM_RETURN_IF_ERROR(helper_settings(quiet));
   return model_from_data(quiet, std::move(data));
 }
 

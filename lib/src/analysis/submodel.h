@@ -16,8 +16,12 @@ namespace vlm::analysis {
 // ModelData invariants (the callers derive it from an updated model). Linear in its size.
 StatusOr<std::unique_ptr<Model>> model_from_data(const Env& env, ModelData data);
 
-// Same, with logging off: for the helper solves of an algorithm, whose output would only
-// drown the caller's log.
+// Settings for the helper solves of an algorithm: logging off (their output would only drown
+// the caller's log), and the stops that refer to the user's objective (Cutoff, BestObjStop,
+// BestBdStop) at their defaults, since a helper model has an objective of its own.
+Status helper_settings(Env& env);
+
+// model_from_data on a copy of `env` with helper_settings.
 StatusOr<std::unique_ptr<Model>> quiet_model_from_data(const Env& env, ModelData data);
 
 // Removes every objective: linear, quadratic, constant, piecewise-linear and the objectives of

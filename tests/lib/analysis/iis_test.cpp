@@ -101,7 +101,10 @@ class IISTest : public ModelFixture {
 
 TEST_F(IISTest, LpSubsystemIsOneOfTheHandFoundOnesAndMinimal) {
   staffing();
+  // A cutoff on the user's objective must not reach the feasibility solves.
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "Cutoff", -5.0), VLM_OK);
   ASSERT_EQ(VLMcomputeIIS(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "Cutoff", 1e100), VLM_OK);
   std::vector<int> cons = flags("IISConstr", 5);
   EXPECT_EQ(cons[0], 1);
   EXPECT_EQ(cons[1] + cons[2], 1);  // exactly one of the two capacities
