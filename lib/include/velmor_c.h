@@ -604,6 +604,11 @@ VLM_API int VLMfeasibility(VLMmodel *model, VLMmodel **feasP);
  * constraints: VLM_ERROR_NOT_SUPPORTED. */
 VLM_API int VLMdualmodel(VLMmodel *model, VLMmodel **dualP);
 
+/* A presolved model with the same optimal value: rows without variables or with one variable
+ * (which becomes a bound) removed, fixed variables and variables in no row substituted. Names
+ * and order of what remains are kept. Linear models only (VLM_ERROR_NOT_SUPPORTED otherwise). */
+VLM_API int VLMpresolvemodel(VLMmodel *model, VLMmodel **presolvedP);
+
 /* ---------------------------------------------------------------------------------------
  * Files
  * ------------------------------------------------------------------------------------- */

@@ -1,6 +1,6 @@
 // Analysis and derived models of Model (see model_analysis.h). Each method makes one library
 // call (VLMcomputeIIS, VLMfeasrelax, VLMrelaxmodel, VLMfixmodel, VLMfeasibility,
-// VLMdualmodel); every non-zero code becomes VelmorError with the model's last error text.
+// VLMdualmodel, VLMpresolvemodel, VLMgetjsonsolution); every non-zero code becomes VelmorError with the model's last error text.
 #include "model/model_analysis.h"
 
 #include <cmath>
@@ -209,6 +209,7 @@ PyObject* model_relax(PyObject* self, PyObject*) { return derived<VLMrelaxmodel>
 PyObject* model_fixed(PyObject* self, PyObject*) { return derived<VLMfixmodel>(self, false); }
 PyObject* model_feasibility(PyObject* self, PyObject*) { return derived<VLMfeasibility>(self, false); }
 PyObject* model_dualize(PyObject* self, PyObject*) { return derived<VLMdualmodel>(self, true); }
+PyObject* model_presolve(PyObject* self, PyObject*) { return derived<VLMpresolvemodel>(self, true); }
 
 PyObject* model_getjsonsolution(PyObject* self, PyObject*) {
   VLMmodel* h = live_handle(self);
@@ -220,6 +221,14 @@ PyObject* model_getjsonsolution(PyObject* self, PyObject*) {
   VLMfree(text);
   return out.release();
 }
+
+const char presolve_doc[] =
+    "presolve()\n\n"
+    "Applies pending changes (update()) and returns a new Model with the same optimal value and\n"
+    "usually fewer elements: rows without variables or with a single variable (which becomes a\n"
+    "bound) are removed, fixed variables and variables that appear in no constraint are\n"
+    "substituted into the objective constant and right-hand sides. What remains keeps its names.\n"
+    "Raises VelmorError for models with quadratic parts, SOS or general constraints.";
 
 const char getjsonsolution_doc[] =
     "getJSONSolution()\n\n"
@@ -304,6 +313,7 @@ PyMethodDef model_analysis_methods[] = {
     {"fixed", py::guarded<&model_fixed>, METH_NOARGS, fixed_doc},
     {"feasibility", py::guarded<&model_feasibility>, METH_NOARGS, feasibility_doc},
     {"dualize", py::guarded<&model_dualize>, METH_NOARGS, dualize_doc},
+    {"presolve", py::guarded<&model_presolve>, METH_NOARGS, presolve_doc},
     {"getJSONSolution", py::guarded<&model_getjsonsolution>, METH_NOARGS, getjsonsolution_doc},
     {nullptr, nullptr, 0, nullptr},
 };

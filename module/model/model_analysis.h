@@ -1,5 +1,5 @@
 // Model methods for analysing a model and deriving new ones: computeIIS, feasRelax,
-// feasRelaxS, relax, fixed, feasibility and dualize; and the solution as JSON text
+// feasRelaxS, relax, fixed, feasibility, dualize and presolve; and the solution as JSON text
 // (getJSONSolution).
 //
 // The derived models are new Model objects the caller owns, on the user's environment; the

@@ -6,6 +6,7 @@
 #include "analysis/dual_model.h"
 #include "analysis/feasrelax.h"
 #include "analysis/iis.h"
+#include "analysis/presolve.h"
 #include "capi/capi_guard.h"
 #include "capi/capi_model.h"
 #include "velmor_c.h"
@@ -60,6 +61,10 @@ VLM_API int VLMfeasibility(VLMmodel* model, VLMmodel** feasP) {
 
 VLM_API int VLMdualmodel(VLMmodel* model, VLMmodel** dualP) {
   return derive(model, dualP, vlm::analysis::dual_model);
+}
+
+VLM_API int VLMpresolvemodel(VLMmodel* model, VLMmodel** presolvedP) {
+  return derive(model, presolvedP, vlm::analysis::presolved_model);
 }
 
 }  // extern "C"

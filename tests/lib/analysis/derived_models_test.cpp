@@ -206,3 +206,60 @@ TEST_F(DerivedModelTest, DualRefusesMipAndQuadratic) {
 }
 
 }  // namespace
+
+namespace {
+
+// min x + 2y + 3z + w + 4f  (f fixed at 2, w in no row, cost 1, w in [1, 5])
+//   both:  x + y + f >= 6       ->  x + y >= 4 after f is substituted
+//   capX:  2x <= 5              ->  x <= 2.5, row dropped
+//   capZ:  z >= 1.5, z integer  ->  z >= 2 (rounded up), row dropped; z is then in no row and
+//                                   goes to that bound (cost 3 > 0)
+//   done:  f = 2                ->  row without variables once f goes, dropped
+// Optimum: x = 2.5, y = 1.5, z = 2, w = 1, f = 2: 2.5 + 3 + 6 + 1 + 8 = 20.5. The presolved
+// model keeps x, y and the row "both" (x + y >= 4), constant w + f + z = 1 + 8 + 6 = 15
+// (4.5 had z not been rounded).
+TEST_F(DerivedModelTest, PresolveKeepsTheOptimumWithFewerElements) {
+  var(1, 0, kInf, 'C', "x");
+  var(2, 0, kInf, 'C', "y");
+  var(3, 0, kInf, 'I', "z");
+  var(1, 1, 5, 'C', "w");
+  var(4, 2, 2, 'C', "f");
+  row({0, 1, 4}, {1, 1, 1}, '>', 6, "both");
+  row({0}, {2}, '<', 5, "capX");
+  row({2}, {1}, '>', 1.5, "capZ");
+  row({4}, {1}, '=', 2, "done");
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  ASSERT_EQ(VLMpresolvemodel(m_, &d_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(count(d_, "NumVars"), 2);
+  EXPECT_EQ(count(d_, "NumConstrs"), 1);
+  int i = -1;
+  ASSERT_EQ(VLMgetconstrbyname(d_, "both", &i), VLM_OK);
+  EXPECT_EQ(i, 0);
+  ASSERT_EQ(VLMgetvarbyname(d_, "y", &i), VLM_OK);
+  EXPECT_EQ(i, 1);
+  double rhs = 0, con = 0, ub = 0;
+  ASSERT_EQ(VLMgetdblattrelement(d_, "RHS", 0, &rhs), VLM_OK);
+  EXPECT_EQ(rhs, 4.0);
+  ASSERT_EQ(VLMgetdblattr(d_, "ObjCon", &con), VLM_OK);
+  EXPECT_EQ(con, 15.0);
+  ASSERT_EQ(VLMgetdblattrelement(d_, "UB", 0, &ub), VLM_OK);
+  EXPECT_EQ(ub, 2.5);
+  EXPECT_NEAR(solve(d_), 20.5, 1e-9);
+  EXPECT_NEAR(solve(m_), 20.5, 1e-9);
+}
+
+// An integer fixed at 1.5 and a row 0 >= 1 after substitution keep the model infeasible.
+TEST_F(DerivedModelTest, PresolveKeepsInfeasibilityVisible) {
+  var(0, 1.5, 1.5, 'I', "k");
+  var(0, 1, 1, 'C', "c");
+  row({1}, {1}, '>', 3, "never");
+  row({1, 0}, {1, 1}, '<', 10, "wide");
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  ASSERT_EQ(VLMpresolvemodel(m_, &d_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(VLMoptimize(d_), VLM_OK);
+  int s = 0;
+  ASSERT_EQ(VLMgetintattr(d_, "Status", &s), VLM_OK);
+  EXPECT_EQ(s, VLM_INFEASIBLE);
+}
+
+}  // namespace

@@ -1,9 +1,9 @@
 // Irreducible inconsistent subsystems through VLMcomputeIIS: the subsystem found for LPs and
 // MIPs whose IIS is known by hand, its minimality checked by independent solves, the force
-// attributes and IISMethod, the refusal of feasible models, and the .ilp file.
+// attributes and IISMethod, the refusal of feasible models, the .ilp file, and stops by
+// TimeLimit and VLMterminate.
 //
-// Not tested: IIS of SOS, quadratic and general constraints (the engine cannot
-// solve them yet).
+// Not tested: IIS of SOS, quadratic and general constraints (the engine cannot solve them yet).
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -235,6 +235,20 @@ class TestDerivedModels:
         assert [v.Obj for v in f.getVars()] == [0.0, 0.0, 0.0]
         f.dispose()
 
+    def test_presolve_keeps_the_optimum(self, production):
+        # fix is fixed at 1 (objective 2 each): the presolved model drops it and its row, and
+        # the optimum is 23 + 2 = 25 in both models. A pending change is applied first.
+        fix = production.addVar(lb=1, ub=1, obj=2, name="fix")
+        production.addConstr(fix <= 1, name="single")
+        p = production.presolve()
+        assert production.NumVars == 4
+        assert [v.VarName for v in p.getVars()] == ["x", "y", "z"]
+        assert [c.ConstrName for c in p.getConstrs()] == ["cap", "lab", "link"]
+        p.optimize()
+        production.optimize()
+        assert p.ObjVal == pytest.approx(production.ObjVal) == pytest.approx(25.0)
+        p.dispose()
+
     def test_json_solution_parses_with_the_values(self, production):
         # The production MIP's optimum: x = 4, y = 0, z = 3, objective 23.
         production.optimize()
@@ -248,7 +262,7 @@ class TestDerivedModels:
         lambda m: m.computeIIS(), lambda m: m.feasRelaxS(0, False, True, True),
         lambda m: m.feasRelax(0, False, None, None, None, None, None), lambda m: m.relax(),
         lambda m: m.fixed(), lambda m: m.feasibility(), lambda m: m.dualize(),
-        lambda m: m.getJSONSolution()])
+        lambda m: m.presolve(), lambda m: m.getJSONSolution()])
     def test_disposed_model_refuses(self, env, call):
         m = vp.Model(env=env)
         m.dispose()
