@@ -1,6 +1,7 @@
 // Analysis and derived models of Model (see model_analysis.h). Each method makes one library
 // call (VLMcomputeIIS, VLMfeasrelax, VLMrelaxmodel, VLMfixmodel, VLMfeasibility,
-// VLMdualmodel, VLMpresolvemodel, VLMgetjsonsolution); every non-zero code becomes VelmorError with the model's last error text.
+// VLMdualmodel, VLMpresolvemodel, VLMgetjsonsolution); every non-zero code becomes
+// VelmorError with the model's last error text.
 #include "model/model_analysis.h"
 
 #include <cmath>

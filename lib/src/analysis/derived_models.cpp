@@ -42,14 +42,18 @@ StatusOr<std::unique_ptr<Model>> fixed_model(Model& m) {
   ModelData d = m.data();
   if (!is_mip(d)) {
     return Status(VLM_ERROR_INVALID_ARGUMENT,
-                  "The model is continuous: a fixed model needs integer variables, SOS or semi-continuous variables");
+                  "The model is continuous: a fixed model needs integer variables, SOS or "
+                  "semi-continuous variables");
   }
   if (d.num_genconstrs() > 0) {
-    return Status(VLM_ERROR_NOT_SUPPORTED, "A fixed model of a model with general constraints is not supported");
+    return Status(VLM_ERROR_NOT_SUPPORTED,
+                  "A fixed model of a model with general constraints is not supported");
   }
   const Solution* s = m.solution();
-  if (s == nullptr || !s->is_mip || s->sol_count == 0 || static_cast<int>(s->x.size()) != d.num_vars()) {
-    return Status(VLM_ERROR_DATA_NOT_AVAILABLE, "The model has no MIP solution to fix: solve it first");
+  if (s == nullptr || !s->is_mip || s->sol_count == 0 ||
+      static_cast<int>(s->x.size()) != d.num_vars()) {
+    return Status(VLM_ERROR_DATA_NOT_AVAILABLE,
+                  "The model has no MIP solution to fix: solve it first");
   }
   const std::vector<double>& x = s->x;
   auto fix = [&](int j, double v) {

@@ -10,13 +10,17 @@ namespace vlm::analysis {
 StatusOr<std::unique_ptr<Model>> dual_model(Model& m) {
   const ModelData& d = m.data();
   if (is_mip(d)) {
-    return Status(VLM_ERROR_NOT_FOR_MIP, "Can't dualize a model with integer variables, SOS, semi-continuous variables or general constraints");
+    return Status(VLM_ERROR_NOT_FOR_MIP,
+                  "Can't dualize a model with integer variables, SOS, semi-continuous variables "
+                  "or general constraints");
   }
   if (!d.qval.empty() || d.num_qconstrs() > 0) {
-    return Status(VLM_ERROR_NOT_SUPPORTED, "Can't dualize a model with a quadratic objective or quadratic constraints");
+    return Status(VLM_ERROR_NOT_SUPPORTED,
+                  "Can't dualize a model with a quadratic objective or quadratic constraints");
   }
   if (!d.pwlobj.empty() || d.objn.size() > 1) {
-    return Status(VLM_ERROR_NOT_SUPPORTED, "Can't dualize a model with piecewise-linear or multiple objectives");
+    return Status(VLM_ERROR_NOT_SUPPORTED,
+                  "Can't dualize a model with piecewise-linear or multiple objectives");
   }
   const int s = d.sense;
   const int n = d.num_vars(), rows = d.num_constrs();

@@ -321,13 +321,16 @@ Status compute_iis(Model& m) {
   if (first == Outcome::kUnknown) {
     if (f.interrupted()) {
       return Status(VLM_ERROR_DATA_NOT_AVAILABLE,
-                    "The IIS computation was interrupted before the model was shown to be infeasible");
+                    "The IIS computation was interrupted before the model was shown to be "
+                    "infeasible");
     }
     if (f.time_up()) {
       return Status(VLM_ERROR_DATA_NOT_AVAILABLE,
-                    "The IIS computation reached the time limit before the model was shown to be infeasible");
+                    "The IIS computation reached the time limit before the model was shown to "
+                    "be infeasible");
     }
-    return Status(VLM_ERROR_NUMERIC, "The IIS computation could not decide whether the model is feasible");
+    return Status(VLM_ERROR_NUMERIC,
+                  "The IIS computation could not decide whether the model is feasible");
   }
   VLM_ASSIGN_OR_RETURN(bool reduced, f.farkas_prefilter());
   (void)reduced;
