@@ -557,9 +557,68 @@ VLM_API int VLMgettuneresult(VLMmodel *model, int i);
  * VLM_ERROR_NOT_SUPPORTED. */
 VLM_API int VLMoptimizebatch(VLMmodel *model, char *batchid);
 
-/* Asks a running VLMoptimize of `model` to stop soon (status INTERRUPTED). Safe from any
+/* Asks a running VLMoptimize of `model` to stop soon (status INTERRUPTED), or a running
+ * VLMcomputeIIS to stop with the subsystem found so far (IISMinimal 0). Safe from any
  * thread; does nothing when no solve is running. */
 VLM_API void VLMterminate(VLMmodel *model);
+
+/* ---------------------------------------------------------------------------------------
+ * Analysis
+ * ------------------------------------------------------------------------------------- */
+
+/* Updates the model and computes an irreducible inconsistent subsystem (IIS) of the
+ * infeasible model: a set of constraints and variable bounds that is infeasible and becomes
+ * feasible when any one of them is removed. Members are flagged by the attributes IISConstr,
+ * IISLB, IISUB, IISQConstr, IISSOS and IISGenConstr; IISMinimal is 0 when the TimeLimit
+ * stopped the computation before the set was shown minimal. The IIS*Force attributes put
+ * elements into (1) or leave them out of (0) the subsystem; IISMethod chooses the method.
+ * Runs many solves of copies of the model; the model itself is not changed. A feasible model:
+ * VLM_ERROR_IIS_NOT_INFEASIBLE. Write the subsystem as an LP file with VLMwrite("x.ilp"). */
+VLM_API int VLMcomputeIIS(VLMmodel *model);
+
+/* Feasibility relaxation, in place: updates the model and adds, for every bound and
+ * constraint that may be violated, an artificial variable that takes the violation
+ * (ArtL_x / ArtU_x for the bounds of x, with rows ArtLB_x / ArtUB_x; ArtP_c / ArtN_c for
+ * constraint c, in its row), and a penalty objective: relaxobjtype 0 sums penalty times
+ * violation, 1 penalty times violation squared, 2 penalty per violated element (binaries
+ * Card_<artificial> with rows a - FeasRelaxBigM * z <= 0). minrelax 0 makes the penalty the
+ * objective. minrelax 1 solves for the least penalty, keeps the original objective and adds
+ * the constraint FeasRelaxObj: penalty <= that least penalty, returned in *feasobjP (0 when
+ * minrelax is 0). Penalty arrays (each may be NULL: nothing of that kind relaxed): lbpen and
+ * ubpen one per variable, rhspen one per linear constraint then one per quadratic constraint;
+ * VLM_INFINITY (or more) keeps an element as it is; negative or NaN penalties:
+ * VLM_ERROR_INVALID_ARGUMENT. feasobjP may be NULL. On failure the model is unchanged. */
+VLM_API int VLMfeasrelax(VLMmodel *model, int relaxobjtype, int minrelax, const double *lbpen,
+                         const double *ubpen, const double *rhspen, double *feasobjP);
+
+/* Derived models. Each builds a new model from `model` as of its last update (nothing queued
+ * is seen), on a copy of its environment, and stores it in `*resultP` (set to NULL first);
+ * the caller frees it with VLMfreemodel. `model` is never changed. */
+
+/* Continuous relaxation: integrality and semi-continuity dropped (binaries within [0, 1],
+ * semi-continuous x within [min(lb, 0), max(ub, 0)]), SOS and general constraints removed. */
+VLM_API int VLMrelaxmodel(VLMmodel *model, VLMmodel **relaxedP);
+
+/* The fixed model of a solved MIP: integer variables fixed at the incumbent, semi-continuous
+ * and SOS members at 0 where the incumbent has them at 0; a continuous model whose solve gives
+ * duals. A continuous model: VLM_ERROR_INVALID_ARGUMENT; no MIP solution:
+ * VLM_ERROR_DATA_NOT_AVAILABLE; general constraints: VLM_ERROR_NOT_SUPPORTED. */
+VLM_API int VLMfixmodel(VLMmodel *model, VLMmodel **fixedP);
+
+/* A copy with every objective removed. */
+VLM_API int VLMfeasibility(VLMmodel *model, VLMmodel **feasP);
+
+/* The dual of an LP: a variable per constraint (named as the constraint), a constraint per
+ * variable (named as the variable), multipliers lb_x / ub_x for finite bounds other than the
+ * usual x >= 0 and x <= 0; opposite sense, equal optimum. Integer elements:
+ * VLM_ERROR_NOT_FOR_MIP; quadratic, piecewise-linear or multiple objectives, quadratic
+ * constraints: VLM_ERROR_NOT_SUPPORTED. */
+VLM_API int VLMdualmodel(VLMmodel *model, VLMmodel **dualP);
+
+/* A presolved model with the same optimal value: rows without variables or with one variable
+ * (which becomes a bound) removed, fixed variables and variables in no row substituted. Names
+ * and order of what remains are kept. Linear models only (VLM_ERROR_NOT_SUPPORTED otherwise). */
+VLM_API int VLMpresolvemodel(VLMmodel *model, VLMmodel **presolvedP);
 
 /* ---------------------------------------------------------------------------------------
  * Files

@@ -15,6 +15,7 @@
 
 #include "env/env.h"
 #include "elements/handle.h"
+#include "model/model_analysis.h"
 #include "model/model_attrs.h"
 #include "model/model_build.h"
 #include "model/model_files.h"
@@ -556,9 +557,9 @@ int register_model(PyObject* m) {
   ModelType.tp_repr = py::guarded<&model_repr>;
   ModelType.tp_getattro = py::guarded<&model_getattro>;
   ModelType.tp_setattro = py::guarded<&model_setattro>;
-  // Aspects with tables of their own (the matrix layer) join the type's table here.
+  // Aspects with tables of their own (the matrix layer, analysis) join the type's table here.
   static std::vector<PyMethodDef> methods;
-  for (const PyMethodDef* table : {model_methods, model_matrix_methods}) {
+  for (const PyMethodDef* table : {model_methods, model_matrix_methods, model_analysis_methods}) {
     for (const PyMethodDef* d = table; d->ml_name != nullptr; ++d) methods.push_back(*d);
   }
   methods.push_back({nullptr, nullptr, 0, nullptr});

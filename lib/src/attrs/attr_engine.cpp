@@ -238,6 +238,15 @@ Status func_option(Model& m, int elem, AttrValue& out, const char* key) {
     return Status::Ok();                                                             \
   }
 #define D m.data()
+// A result of the last computeIIS, available while the model is unchanged since.
+#define IIS(expr)                                                                    \
+  [](Model& m, int e, AttrValue& o, const AttrDef& def) -> Status {                  \
+    (void)e;                                                                         \
+    const IISResult* iis = m.iis();                                                  \
+    if (iis == nullptr) return unavailable(def.name);                                \
+    expr;                                                                            \
+    return Status::Ok();                                                             \
+  }
 
 // A sensitivity range of the last LP solve.
 #define SA(member)                                                                       \
@@ -328,6 +337,13 @@ const Binding kBindings[] = {
     {"UnbdRay", S(!sol->unbd_ray.empty(), o.num = sol->unbd_ray[e]), nullptr},
     {"FarkasDual", S(!sol->farkas_dual.empty(), o.num = sol->farkas_dual[e]), nullptr},
     {"FarkasProof", S(!sol->farkas_dual.empty(), o.num = sol->farkas_proof), nullptr},
+    {"IISMinimal", IIS(o.num = iis->minimal ? 1 : 0), nullptr},
+    {"IISLB", IIS(o.num = iis->lb[e]), nullptr},
+    {"IISUB", IIS(o.num = iis->ub[e]), nullptr},
+    {"IISConstr", IIS(o.num = iis->constr[e]), nullptr},
+    {"IISQConstr", IIS(o.num = iis->qconstr[e]), nullptr},
+    {"IISSOS", IIS(o.num = iis->sos[e]), nullptr},
+    {"IISGenConstr", IIS(o.num = iis->genconstr[e]), nullptr},
     // ---- solution quality against the user's model
     {"BoundVio", S(has_x(sol), o.num = solution_quality(D, *sol).bound.max), nullptr},
     {"BoundVioIndex", S(has_x(sol), o.num = solution_quality(D, *sol).bound.index), nullptr},
@@ -572,6 +588,7 @@ const Binding kBindings[] = {
 #undef G
 #undef S
 #undef SA
+#undef IIS
 #undef D
 
 // Default of an attribute kept in an extra column.

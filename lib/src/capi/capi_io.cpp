@@ -3,14 +3,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <sstream>
 #include <string>
 
+#include "analysis/iis.h"
 #include "capi/capi_guard.h"
 #include "capi/capi_model.h"
 #include "io/attr_file.h"
 #include "io/basis_file.h"
 #include "io/file_format.h"
 #include "io/json_solution.h"
+#include "io/lp_writer.h"
 #include "io/solution_files.h"
 #include "io/prm_file.h"
 #include "velmor_c.h"
@@ -48,6 +51,16 @@ VLM_API int VLMwrite(VLMmodel* model, const char* filename) {
     }
     const std::string suffix = vlm::io::file_suffix(name);
     const bool gz = name.size() > suffix.size() + 1 && name.substr(name.size() - 3) == ".gz";
+    if (suffix == "ilp") {
+      // The subsystem of the last computeIIS, as an LP file; no update, which would drop it.
+      if (m.iis() == nullptr) {
+        return Status(VLM_ERROR_DATA_NOT_AVAILABLE,
+                      "No IIS to write to file '" + name + "': compute one first (computeIIS)");
+      }
+      std::ostringstream out;
+      VLM_RETURN_IF_ERROR(vlm::io::write_lp(vlm::analysis::iis_submodel(m), out, false));
+      return vlm::io::write_file(name, out.str());
+    }
     if (suffix == "prm" && !gz) return vlm::io::write_params(name, m.env().params());
     if (suffix == "attr" && !gz) {
       VLM_RETURN_IF_ERROR(m.update());

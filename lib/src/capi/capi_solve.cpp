@@ -1,6 +1,7 @@
 // Solving: VLMoptimize and VLMterminate.
 #include <string>
 
+#include "analysis/stop_scope.h"
 #include "capi/capi_guard.h"
 #include "engine/engine.h"
 #include "velmor_c.h"
@@ -48,6 +49,7 @@ VLM_API void VLMterminate(VLMmodel* model) {
   if (model == nullptr) return;
   try {
     vlm::engine::terminate(*model->model);
+    vlm::analysis::terminate(*model->model);
   } catch (...) {
   }
 }

@@ -78,13 +78,17 @@ Status read_attr_file(const std::string& filename, Model& m) {
       if (words[2].size() != 1) return fail(lineno, "expected one character, found '" + words[2] + "'");
       v.ch = words[2][0];
     } else {
-      auto num = a.type == AttrType::kInt ? std::optional<double>() : parse_double(words[2]);
+      double num = 0.0;
+      bool ok = false;
       if (a.type == AttrType::kInt) {
         auto i = parse_integer(words[2]);
-        if (i) num = static_cast<double>(*i);
+        if ((ok = i.has_value())) num = static_cast<double>(*i);
+      } else {
+        auto d = parse_double(words[2]);
+        if ((ok = d.has_value())) num = *d;
       }
-      if (!num) return fail(lineno, "expected a number, found '" + words[2] + "'");
-      v.num = *num;
+      if (!ok) return fail(lineno, "expected a number, found '" + words[2] + "'");
+      v.num = num;
     }
     Status s = set_attr(m, attr, elem, v);
     if (!s.ok()) return fail(lineno, s.message());

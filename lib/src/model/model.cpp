@@ -833,6 +833,7 @@ Status Model::del_elements(int kind, int n, const int* ind) {
 Status Model::update() {
   if (pending_.empty()) return Status::Ok();
   solution_.reset();  // a changed model has no solution
+  iis_.reset();
   ModelData& d = data_;
   ModelData& a = pending_.add;
   const bool only_additions = pending_.changes.empty() &&
@@ -1007,6 +1008,7 @@ Status Model::update() {
 void Model::reset(bool clearall) {
   // The guiding inputs are the attribute layer's (clear_guidance); the kept basis is one too.
   solution_.reset();
+  iis_.reset();
   if (clearall) warm_.reset();
 }
 

@@ -26,6 +26,14 @@
 
 namespace vlm {
 
+// Membership flags of an irreducible inconsistent subsystem: one entry per element of each
+// kind (lower and upper bounds per variable), 1 for a member.
+struct IISResult {
+  std::vector<char> lb, ub, constr, qconstr, sos, genconstr;
+  bool minimal = false;
+  int solves = 0;  // feasibility solves the computation took
+};
+
 class Model {
  public:
   Model(const Env& env, std::string name);
@@ -106,6 +114,11 @@ class Model {
   const Solution* solution() const { return solution_.get(); }
   void set_solution(std::unique_ptr<Solution> s) { solution_ = std::move(s); }
 
+  // The irreducible inconsistent subsystem found by the last computeIIS, or nullptr (none yet,
+  // or discarded by an update that changed the model).
+  const IISResult* iis() const { return iis_.get(); }
+  void set_iis(std::unique_ptr<IISResult> r) { iis_ = std::move(r); }
+
   // Index of the first element with this name, or -1. The index is built on first use and
   // kept up to date by update().
   int find_by_name(int kind, std::string_view name);
@@ -147,6 +160,7 @@ class Model {
   ModelData data_;
   Pending pending_;
   std::unique_ptr<Solution> solution_;
+  std::unique_ptr<IISResult> iis_;
   std::optional<WarmBasis> warm_;
   bool catch_signal_ = false;
   std::atomic<bool> solving_{false};
