@@ -69,11 +69,17 @@ class IISTest : public ModelFixture {
     };
     EXPECT_EQ(solve_copy([&](VLMmodel* c) { reduce(c, -1, -1); }), VLM_INFEASIBLE) << "the IIS itself";
     for (int i = 0; i < nconstrs; ++i) {
-      if (cons[i]) EXPECT_EQ(solve_copy([&](VLMmodel* c) { reduce(c, 0, i); }), VLM_OPTIMAL) << "constraint " << i;
+      if (cons[i]) {
+        EXPECT_EQ(solve_copy([&](VLMmodel* c) { reduce(c, 0, i); }), VLM_OPTIMAL) << "constraint " << i;
+      }
     }
     for (int j = 0; j < nvars; ++j) {
-      if (lb[j]) EXPECT_EQ(solve_copy([&](VLMmodel* c) { reduce(c, 1, j); }), VLM_OPTIMAL) << "LB " << j;
-      if (ub[j]) EXPECT_EQ(solve_copy([&](VLMmodel* c) { reduce(c, 2, j); }), VLM_OPTIMAL) << "UB " << j;
+      if (lb[j]) {
+        EXPECT_EQ(solve_copy([&](VLMmodel* c) { reduce(c, 1, j); }), VLM_OPTIMAL) << "LB " << j;
+      }
+      if (ub[j]) {
+        EXPECT_EQ(solve_copy([&](VLMmodel* c) { reduce(c, 2, j); }), VLM_OPTIMAL) << "UB " << j;
+      }
     }
   }
 

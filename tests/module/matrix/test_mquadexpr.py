@@ -125,7 +125,7 @@ def test_quadratic_matrix_constraints_read_back(m):
     row = m.getQCRow(ball.item())
     assert quad_terms(row) == {("y[%d]" % i, "y[%d]" % i): 1.0 for i in range(3)}
     # One bad row refuses the whole block.
-    with pytest.raises(VelmorError, match="Right-hand side is NaN") as err:
+    with pytest.raises(VelmorError, match="Right-hand side NaN of quadratic constraint 4 is not a number") as err:
         m.addConstr(y * y <= np.array([1.0, np.nan, 2.0]))
     assert err.value.errno == VLM.ERROR_INVALID_ARGUMENT
     m.update()
