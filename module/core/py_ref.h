@@ -65,4 +65,17 @@ inline PyObject* none() { return new_ref(Py_None); }
 
 inline PyObject* boolean(bool b) { return new_ref(b ? Py_True : Py_False); }
 
+// Releases the interpreter lock for its lifetime (around library calls that may run long, such
+// as a solve); the guarded code must not touch Python objects.
+class WithoutGil {
+ public:
+  WithoutGil() : state_(PyEval_SaveThread()) {}
+  ~WithoutGil() { PyEval_RestoreThread(state_); }
+  WithoutGil(const WithoutGil&) = delete;
+  WithoutGil& operator=(const WithoutGil&) = delete;
+
+ private:
+  PyThreadState* state_;
+};
+
 }  // namespace py

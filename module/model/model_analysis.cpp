@@ -14,18 +14,6 @@
 
 namespace {
 
-// Releases the interpreter lock for its lifetime.
-class WithoutGil {
- public:
-  WithoutGil() : state_(PyEval_SaveThread()) {}
-  ~WithoutGil() { PyEval_RestoreThread(state_); }
-  WithoutGil(const WithoutGil&) = delete;
-  WithoutGil& operator=(const WithoutGil&) = delete;
-
- private:
-  PyThreadState* state_;
-};
-
 // The model's library handle, or nullptr with VelmorError("Model has been disposed") set.
 VLMmodel* live_handle(PyObject* self) {
   VLMmodel* h = model_handle(self);
@@ -102,7 +90,7 @@ PyObject* feasrelax_call(PyObject* self, int relaxobjtype, bool minrelax, const 
   // With minrelax the library solves the relaxation: other threads may run meanwhile.
   m->solving = 1;
   {
-    WithoutGil released;
+    py::WithoutGil released;
     rc = VLMfeasrelax(m->handle, relaxobjtype, minrelax ? 1 : 0, lbpen.data(), ubpen.data(), rhspen.data(), &obj);
   }
   m->solving = 0;
@@ -148,7 +136,7 @@ PyObject* model_computeiis(PyObject* self, PyObject* args, PyObject* kwds) {
   if (rc != 0) return raise_velmor(rc, self);
   m->solving = 1;
   {
-    WithoutGil released;
+    py::WithoutGil released;
     rc = VLMcomputeIIS(h);
   }
   m->solving = 0;

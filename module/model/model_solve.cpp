@@ -12,22 +12,6 @@
 #include "expr/quadexpr.h"
 #include "core/registry.h"
 
-namespace {
-
-// Releases the interpreter lock for its lifetime.
-class WithoutGil {
- public:
-  WithoutGil() : state_(PyEval_SaveThread()) {}
-  ~WithoutGil() { PyEval_RestoreThread(state_); }
-  WithoutGil(const WithoutGil&) = delete;
-  WithoutGil& operator=(const WithoutGil&) = delete;
-
- private:
-  PyThreadState* state_;
-};
-
-}  // namespace
-
 const char model_optimize_doc[] =
     "optimize(callback=None)\n\n"
     "Applies pending changes (update()) and solves the model. The outcome is the Status\n"
@@ -76,7 +60,7 @@ PyObject* model_optimize(PyObject* self, PyObject* const* args, Py_ssize_t nargs
   if (rc != 0) return raise_velmor(rc, self);
   m->solving = 1;
   {
-    WithoutGil released;
+    py::WithoutGil released;
     rc = VLMoptimize(h);
   }
   m->solving = 0;
@@ -414,7 +398,7 @@ PyObject* model_tune(PyObject* self, PyObject*) {
   if (model_update(self) < 0) return nullptr;
   int rc = VLMsetsignal(h);
   if (rc == 0) {
-    WithoutGil released;
+    py::WithoutGil released;
     rc = VLMtunemodel(h);
   }
   if (rc != 0) return raise_velmor(rc, self);

@@ -3,47 +3,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "model/data_edit.h"
 #include "params/param_table.h"
 
 namespace vlm::analysis {
 
 namespace {
-
-template <class T>
-void compact(std::vector<T>& v, const std::vector<char>& keep) {
-  std::size_t out = 0;
-  for (std::size_t i = 0; i < v.size(); ++i) {
-    if (keep[i]) {
-      if (out != i) v[out] = std::move(v[i]);
-      ++out;
-    }
-  }
-  v.resize(out);
-}
-
-void compact_extra(ExtraColumns& x, const std::vector<char>& keep) {
-  for (auto& [attr, col] : x.num) {
-    col.v.resize(keep.size(), col.def);
-    compact(col.v, keep);
-  }
-  for (auto& [attr, col] : x.str) {
-    col.v.resize(keep.size());
-    compact(col.v, keep);
-  }
-}
-
-// Renumbers the variable indices of a term list, dropping terms of dropped variables.
-void remap_terms(std::vector<int>& ind, std::vector<double>& val, const std::vector<int>& map) {
-  std::size_t out = 0;
-  for (std::size_t k = 0; k < ind.size(); ++k) {
-    if (map[ind[k]] < 0) continue;
-    ind[out] = map[ind[k]];
-    if (!val.empty()) val[out] = val[k];
-    ++out;
-  }
-  ind.resize(out);
-  if (!val.empty()) val.resize(out);
-}
 
 }  // namespace
 

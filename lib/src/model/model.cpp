@@ -1,6 +1,7 @@
 #include "model/model.h"
 
 #include "core/text.h"
+#include "model/data_edit.h"
 #include "model/value_checks.h"
 
 #include <algorithm>
@@ -137,26 +138,8 @@ void append(std::vector<T>& dst, std::vector<T>& src) {
   src.clear();
 }
 
-// Keeps the entries of `v` whose keep flag is set.
-template <class T>
-void compact(std::vector<T>& v, const std::vector<char>& keep) {
-  std::size_t out = 0;
-  for (std::size_t k = 0; k < v.size(); ++k) {
-    if (keep[k]) {
-      if (out != k) v[out] = std::move(v[k]);
-      ++out;
-    }
-  }
-  v.resize(out);
-}
-
 void append(NameColumn& dst, NameColumn& src) { dst.append(src); }
 void compact(NameColumn& names, const std::vector<char>& keep) { names.compact(keep); }
-
-void compact_extra(ExtraColumns& extra, const std::vector<char>& keep) {
-  for (auto& [index, col] : extra.num) compact(col.v, keep);
-  for (auto& [index, col] : extra.str) compact(col.v, keep);
-}
 
 void grow_extra(ExtraColumns& extra, std::size_t n) {
   for (auto& [index, col] : extra.num) col.v.resize(n, col.def);
@@ -171,21 +154,6 @@ std::vector<int> remap_of(const std::vector<char>& keep) {
     if (keep[k]) map[k] = next++;
   }
   return map;
-}
-
-// Drops terms whose variable is deleted and renumbers the rest.
-void remap_terms(std::vector<int>& ind, std::vector<double>& val, const std::vector<int>& map) {
-  std::size_t out = 0;
-  for (std::size_t k = 0; k < ind.size(); ++k) {
-    int m = map[ind[k]];
-    if (m >= 0) {
-      ind[out] = m;
-      val[out] = val[k];
-      ++out;
-    }
-  }
-  ind.resize(out);
-  val.resize(out);
 }
 
 template <class V>
