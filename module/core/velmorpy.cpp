@@ -32,5 +32,10 @@ PyMODINIT_FUNC PyInit_velmorpy(void) {
                    register_column, register_mvar, register_mlinexpr, register_mquadexpr, register_mconstr, register_mqconstr, register_model, register_velmor}) {
     if (reg(m.get()) < 0) return nullptr;
   }
+  // The package version is the library's: one number for both products.
+  int major = 0, minor = 0, technical = 0;
+  VLMversion(&major, &minor, &technical);
+  py::Ref version = py::Ref::steal(PyUnicode_FromFormat("%d.%d.%d", major, minor, technical));
+  if (!version || PyModule_AddObjectRef(m.get(), "__version__", version.get()) < 0) return nullptr;
   return m.release();
 }

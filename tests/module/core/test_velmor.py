@@ -1,3 +1,5 @@
+import importlib.metadata
+
 import velmorpy as vp
 from velmorpy import VelmorError
 
@@ -6,6 +8,9 @@ import pytest
 
 def test_version_platform_and_container_flag():
     assert vp.velmor.version() == (10, 0, 3)
+    # The package and the library carry one version; the installed distribution says the same.
+    assert vp.__version__ == "10.0.3"
+    assert importlib.metadata.version("velmorpy") == vp.__version__
     assert vp.velmor.platform() in {"linux64", "armlinux64", "mac64", "armmac64", "win64"}
     assert vp.velmor._iscontainer() in (0, 1)
     assert vp.velmor.interactive is False
