@@ -9,11 +9,7 @@ PyTypeObject GenConstrType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.GenCon
 namespace {
 
 PyObject* genconstr_repr(PyObject* self) {
-  int index = as_handle(self)->index;
-  if (index == kIndexPending) return PyUnicode_FromString("<velmor.GenConstr *Awaiting Model Update*>");
-  if (index == kIndexRemoved) return PyUnicode_FromString("<velmor.GenConstr *Removed*>");
-  if (index < kIndexRemoved) return PyUnicode_FromFormat("<velmor.GenConstr %d (Removed)>", handle_position(index));
-  return PyUnicode_FromFormat("<velmor.GenConstr %d>", index);
+  return handle_position_repr(self, "GenConstr", "NumGenConstrs");
 }
 
 const char genconstr_doc[] =

@@ -342,3 +342,17 @@ int handle_register(PyObject* m, PyTypeObject* type, const HandleClass& cls) {
   }
   return 0;
 }
+
+PyObject* handle_position_repr(PyObject* self, const char* type, const char* count_attr) {
+  const int index = as_handle(self)->index;
+  bool awaiting = index == kIndexPending;
+  if (index >= 0) {
+    int n = 0;
+    if (handle_model_count(self, count_attr, &n) < 0) return nullptr;
+    awaiting = index >= n;
+  }
+  if (awaiting) return PyUnicode_FromFormat("<velmor.%s *Awaiting Model Update*>", type);
+  if (index == kIndexRemoved) return PyUnicode_FromFormat("<velmor.%s *Removed*>", type);
+  if (index < kIndexRemoved) return PyUnicode_FromFormat("<velmor.%s %d (Removed)>", type, handle_position(index));
+  return PyUnicode_FromFormat("<velmor.%s %d>", type, index);
+}

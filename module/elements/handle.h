@@ -70,6 +70,11 @@ struct HandleClass {
 // Fills and readies `type` (whose tp_name is already set) and adds it to the module.
 int handle_register(PyObject* m, PyTypeObject* type, const HandleClass& cls);
 
+// The repr of the handles shown by position (SOS, GenConstr): "<velmor.<type> N>", with
+// " (Removed)" for a pending removal, or "*Awaiting Model Update*" / "*Removed*". A position the
+// model does not have yet (a new element in immediate update mode) is awaiting its update.
+PyObject* handle_position_repr(PyObject* self, const char* type, const char* count_attr);
+
 // Reads an int model attribute (NumVars, ...) for a handle's repr; -1 with an exception set.
 int handle_model_count(PyObject* self, const char* attr, int* out);
 // Reads a string element attribute (VarName, ...) of the handle's position.

@@ -8,13 +8,7 @@ PyTypeObject SOSType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.SOS"};
 
 namespace {
 
-PyObject* sos_repr(PyObject* self) {
-  int index = as_handle(self)->index;
-  if (index == kIndexPending) return PyUnicode_FromString("<velmor.SOS *Awaiting Model Update*>");
-  if (index == kIndexRemoved) return PyUnicode_FromString("<velmor.SOS *Removed*>");
-  if (index < kIndexRemoved) return PyUnicode_FromFormat("<velmor.SOS %d (Removed)>", handle_position(index));
-  return PyUnicode_FromFormat("<velmor.SOS %d>", index);
-}
+PyObject* sos_repr(PyObject* self) { return handle_position_repr(self, "SOS", "NumSOS"); }
 
 const char sos_doc[] =
     "SOS(cmodel, sosno)\n\n"

@@ -453,3 +453,20 @@ class TestExpressions:
     def test_addconstr_refusals(self, m, make, message):
         x, y, z, b, c = vs(m)
         refuses(m, lambda: m.addConstr(make(x, y, z, b)), INVALID, message)
+
+
+def test_handles_shown_by_position_await_their_update_in_immediate_mode(env):
+    # In immediate update mode a new element already has its future position; until the
+    # update it prints as awaiting, like a new variable, not as an element at that position.
+    m = vp.Model(env=env)
+    x, y = m.addVar(), m.addVar()
+    g = m.addGenConstrMax(x, [y])
+    s = m.addSOS(VLM.SOS_TYPE1, [x, y])
+    assert (repr(g), repr(s)) == ("<velmor.GenConstr *Awaiting Model Update*>",
+                                  "<velmor.SOS *Awaiting Model Update*>")
+    m.update()
+    assert (repr(g), repr(s)) == ("<velmor.GenConstr 0>", "<velmor.SOS 0>")
+    m.remove([g, s])
+    assert (repr(g), repr(s)) == ("<velmor.GenConstr 0 (Removed)>", "<velmor.SOS 0 (Removed)>")
+    m.update()
+    assert (repr(g), repr(s)) == ("<velmor.GenConstr *Removed*>", "<velmor.SOS *Removed*>")
