@@ -234,6 +234,7 @@ reform::ReformOptions reform_options(const ParamSet& ps) {
   o.func_piece_error = ps.dbl_param("FuncPieceError");
   o.func_piece_ratio = ps.dbl_param("FuncPieceRatio");
   o.func_max_val = ps.dbl_param("FuncMaxVal");
+  o.params = &ps;
   return o;
 }
 

@@ -24,7 +24,7 @@ Status check_supported(const ModelData& d) {
   if (integer && !d.qval.empty()) return unsupported("a quadratic objective with integer variables");
   for (const GenConstrData& g : d.genconstrs) {
     if (find_reformulation(kind_of(g.type)) == nullptr) {
-      return unsupported(std::string("function constraints (") + gen_type_name(g.type) + ")");
+      return unsupported(std::string("general constraints of type ") + gen_type_name(g.type));
     }
   }
   return Status::Ok();

@@ -13,7 +13,7 @@ namespace vlm::reform {
 // constraints or piecewise-linear objective terms, their reformulations appended after bound
 // propagation. A model without such constructs takes no step beyond build_base.
 // Fails with VLM_ERROR_NOT_SUPPORTED for what this version cannot solve (quadratic
-// constraints, multiple objectives, scenarios, function constraints, 2-norms, quadratic
+// constraints, multiple objectives, scenarios, 2-norms, quadratic
 // objectives together with integer columns) and for a construct whose needed bound is
 // infinite (the message names the variable); `p` is then unusable. The user's model is never
 // changed. `opt` carries the solve's settings that units read. Cost: O(model size) without

@@ -1,0 +1,29 @@
+// Reformulates a function constraint y = f(x) (POLY, EXP, EXPA, LOG, LOGA, LOGISTIC, POW,
+// SIN, COS, TAN) as a piecewise-linear constraint: func_breakpoints chooses the points over the
+// propagated bounds of x (honouring the constraint's FuncPieces, FuncPieceLength,
+// FuncPieceError and FuncPieceRatio attributes and option text, then the parameters), and
+// add_pwl models them.
+//
+// - x stays within the points' span [x_0, x_n] (the convex combination forces it); with a bound
+//   of x beyond FuncMaxVal that span is the clipped range.
+// - x fixed by its bounds (lb == ub): the row y = f(lb), nothing else.
+// - A repeated x in the points is a vertical step (a change of curvature with FuncPieceRatio
+//   in [0, 1]); y takes one side's value there.
+// - y's propagated bounds are narrowed to the range of the approximation, for the constants of
+//   units that run later.
+//
+// Requires: finite bounds on x when FuncMaxVal is infinite (else VLM_ERROR_NOT_SUPPORTED naming
+// x, as every unit that needs a bound); x within f's domain (else VLM_ERROR_INVALID_ARGUMENT
+// from func_breakpoints, which names the bound to set).
+// Creates: what add_pwl creates (one continuous column per point, three rows, SOS2's
+// binaries), or one row for a fixed x.
+#pragma once
+
+#include "reform/reformulation.h"
+
+namespace vlm::reform {
+
+// The registered unit for every function-constraint type.
+const Reformulation& func_reformulation();
+
+}  // namespace vlm::reform
