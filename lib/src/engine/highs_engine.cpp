@@ -661,21 +661,26 @@ void terminate(Model& m) {
   }
 }
 
-namespace {
-struct SolvingScope {
-  Model& m;
-  explicit SolvingScope(Model& model) : m(model) { m.set_solving(true); }
-  ~SolvingScope() { m.set_solving(false); }
-};
-}  // namespace
 
 Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
   SolvingScope solving(m);
+  Problem p;
+  VLM_RETURN_IF_ERROR(build_problem(m, p));
+  VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, solve_problem(m, p, PhaseOptions{}));
+  m.set_solution(std::move(sol));
+  return Status::Ok();
+}
+
+Status build_problem(Model& m, reform::WorkingProblem& p) { return build_problem(m, m.data(), p); }
+
+Status build_problem(Model& m, const ModelData& d, reform::WorkingProblem& p) {
+  return reform::build_working_problem(d, p, reform_options(m.env().params()));
+}
+
+StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::WorkingProblem& p, const PhaseOptions& phase) {
   const ModelData& d = m.data();
   const ParamSet& ps = m.env().params();
-  Problem p;
-  VLM_RETURN_IF_ERROR(reform::build_working_problem(d, p, reform_options(ps)));
   auto sol = std::make_unique<Solution>();
   sol->is_mip = p.mip || p.reported_as_mip;
   const auto t0 = std::chrono::steady_clock::now();
@@ -694,8 +699,7 @@ Status optimize(Model& m) {
       sol->pi.assign(d.num_constrs(), 0.0);
       sol->has_duals = !p.mip;
     }
-    m.set_solution(std::move(sol));
-    return Status::Ok();
+    return sol;
   }
 
   StopFlag stop(&m);
@@ -727,11 +731,12 @@ Status optimize(Model& m) {
     Highs_startCallback(h, kHighsCallbackIpmInterrupt);
     Highs_startCallback(h, kHighsCallbackMipInterrupt);
     if (p.mip) Highs_startCallback(h, kHighsCallbackMipSolution);
+    if (!phase.title.empty()) m.env().message(phase.title);
     log_banner(m.env(), d, p);
     rc = Highs_passModel(h, p.ncol, p.nrow, static_cast<HighsInt>(p.aval.size()),
                          static_cast<HighsInt>(p.qval.size()), kHighsMatrixFormatRowwise,
-                         kHighsHessianFormatTriangular, d.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize,
-                         d.objcon, p.cost.data(), p.lower.data(), p.upper.data(), p.rlo.data(),
+                         kHighsHessianFormatTriangular, p.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize,
+                         p.objcon, p.cost.data(), p.lower.data(), p.upper.data(), p.rlo.data(),
                          p.rup.data(), p.astart.data(), p.aindex.data(), p.aval.data(),
                          p.qval.empty() ? nullptr : p.qstart.data(),
                          p.qval.empty() ? nullptr : p.qindex.data(),
@@ -749,10 +754,12 @@ Status optimize(Model& m) {
       Highs_setDoubleOptionValue(h, "objective_target", target);
     }
     choose_threads(h, m.env());
-    if (p.mip) {
-      pass_start(h, d);
-    } else {
-      pass_warm_start(h, m, p);
+    if (!phase.part) {
+      if (p.mip) {
+        pass_start(h, d);
+      } else {
+        pass_warm_start(h, m, p);
+      }
     }
     rc = Highs_run(h);
   } catch (const std::exception& e) {
@@ -833,7 +840,7 @@ Status optimize(Model& m) {
       sol->rc.assign(cd.begin(), cd.begin() + n);
       sol->pi.assign(rd.begin(), rd.begin() + mrows);
     }
-    if (!sol->is_mip && basis_valid && sol->status == VLM_OPTIMAL) sol->engine = highs.share();
+    if (!sol->is_mip && basis_valid && sol->status == VLM_OPTIMAL && !phase.part) sol->engine = highs.share();
     if (!sol->is_mip && basis_valid) {
       std::vector<HighsInt> cb(p.ncol), rb(p.nrow);
       Highs_getBasis(h, cb.data(), rb.data());
@@ -881,12 +888,11 @@ Status optimize(Model& m) {
     // HiGHS uses the cutoff as its first bound: "nothing better than the cutoff".
     sol->status = VLM_CUTOFF;
   }
-  if (kept_basis) m.set_warm_basis({sol->vbasis, warm_rows});
+  if (kept_basis && !phase.part) m.set_warm_basis({sol->vbasis, warm_rows});
   if (sol->is_mip && sol->sol_count > 0) fill_pool(*sol, cb.found, d.sense, ps.int_param("PoolSolutions"));
   if (!p.mip && ps.int_param("InfUnbdInfo") == 1) certificates(h, d, p, *sol);
   log_summary(m.env(), *sol);
-  m.set_solution(std::move(sol));
-  return Status::Ok();
+  return sol;
 }
 
 }  // namespace vlm::engine

@@ -18,8 +18,6 @@ Status unsupported(const std::string& what) {
 // What no unit handles, checked before anything is built.
 Status check_supported(const ModelData& d) {
   if (d.num_qconstrs() > 0) return unsupported("quadratic constraints");
-  if (d.objn.size() > 1) return unsupported("multiple objectives");
-  if (!d.scenarios.empty()) return unsupported("multiple scenarios");
   bool integer = std::any_of(d.vtype.begin(), d.vtype.end(), [](char t) { return t != 'C'; });
   if (integer && !d.qval.empty()) return unsupported("a quadratic objective with integer variables");
   for (const GenConstrData& g : d.genconstrs) {
