@@ -3,7 +3,8 @@
 // SOS, general and PWL-objective constructs reach HiGHS through the reformulation step
 // (reform/pipeline.h), which hands the engine a working problem; the engine never sees them.
 // Not implemented yet (each fails with VLM_ERROR_NOT_SUPPORTED naming the element kind):
-// 2-norms, quadratic constraints, and quadratic objectives on models with integer variables (or constructs that need them).
+// 2-norms, quadratic constraints, and quadratic objectives on models with integer variables
+// (or constructs that need them). Multiple objectives and scenarios: algorithms/solve.h.
 // Not mapped yet: callbacks, MIP starts, warm-start bases, solution pools, sensitivity ranges.
 #pragma once
 
