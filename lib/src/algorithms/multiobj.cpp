@@ -72,6 +72,7 @@ Status optimize_multiobj(Model& m) {
     engine::PhaseOptions phase;
     phase.part = true;
     phase.title = level_title(L, k, levels.size());
+    phase.time_limit = m.env().params().dbl_param("TimeLimit") - runtime;
     VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, engine::solve_problem(m, p, phase));
     runtime += sol->runtime;
     iters += sol->itercount;
@@ -125,6 +126,8 @@ Status optimize_multiobj(Model& m) {
       best->objn_val[k] = v;
     }
     best->objval = best->objn_val.empty() ? 0.0 : best->objn_val[0];
+    // A continuous optimum is exact: objective 0's value is its own bound.
+    if (!best->is_mip && best->status == VLM_OPTIMAL) best->objbound = best->objval;
     best->pool_x.assign(1, best->x);
     best->pool_obj.assign(1, best->objval);
     best->sol_count = 1;

@@ -34,8 +34,9 @@ std::vector<ObjectiveLevel> objective_levels(const ModelData& d);
 
 // Solves the updated model level by level as the file comment says and stores the Solution:
 // X (and slacks) of the last level solved; ObjNVal for every objective; ObjVal the value of
-// objective 0; ObjBound and MIPGap those of the last level's solve; Runtime, IterCount and
-// NodeCount summed over the levels. Status: that of the first level when it finds no solution
+// objective 0; ObjBound equal to ObjVal for an optimal continuous model, else (with MIPGap)
+// that of the last level's solve; Runtime, IterCount and NodeCount summed over the levels.
+// TimeLimit covers all levels together. Status: that of the first level when it finds no solution
 // (INFEASIBLE, UNBOUNDED, a limit, ...); else that of the last level solved, which is the
 // last one unless a level stops short of optimal (a limit), in which case its solution, or the
 // previous level's when it has none, is kept and no later level runs. With more than one

@@ -47,6 +47,7 @@ Status optimize_scenarios(Model& m) {
     char title[96];
     std::snprintf(title, sizeof title, "Scenarios: solve scenario %d of %d", k + 1, count);
     phase.title = title;
+    phase.time_limit = m.env().params().dbl_param("TimeLimit") - sol->runtime;
     auto r = engine::solve_problem(m, p, phase);
     if (!r.ok()) return in_scenario(r.status(), k, d.scenarios[k].name);
     const Solution& s = **r;

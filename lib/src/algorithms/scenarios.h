@@ -20,9 +20,10 @@ ModelData scenario_model(const ModelData& d, int s);
 // then every scenario, storing ScenNX, ScenNObjVal and ScenNObjBound per scenario with the
 // Solution. A scenario without a solution has ScenNObjVal at +infinity for a minimisation
 // (-infinity for a maximisation) and ScenNObjBound at the same infinity when it is infeasible,
-// at the opposite one (no bound known) otherwise. The caller has updated
-// the model and holds it in its solving state. Fails as the engine does, for the base model or
-// any scenario (the message then names the scenario). Cost: one solve per scenario, plus one.
+// at the opposite one (no bound known) otherwise. TimeLimit covers all solves together. The
+// caller has updated the model and holds it in its solving state. Fails as the engine does,
+// for the base model or any scenario (the message then names the scenario). Cost: one solve
+// per scenario, plus one.
 Status optimize_scenarios(Model& m);
 
 }  // namespace vlm::algorithms

@@ -46,6 +46,9 @@ struct PhaseOptions {
   bool part = false;
   // A line logged before the solve's own banner ("" for none).
   std::string title;
+  // Seconds this solve may take when less than the TimeLimit parameter (what remains of a
+  // sequence's time).
+  double time_limit = VLM_INFINITY;
 };
 
 // Solves `p` as it is (its costs, sense and constant are the objective; columns and rows

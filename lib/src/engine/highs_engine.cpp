@@ -725,6 +725,10 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
   try {
     // Options (the log routing first, so that nothing reaches stdout directly).
     set_options(h, ps, p.mip);
+    // A part of a sequence gets what remains of the sequence's time.
+    if (phase.time_limit < ps.dbl_param("TimeLimit")) {
+      Highs_setDoubleOptionValue(h, "time_limit", std::max(0.0, phase.time_limit));
+    }
     Highs_setCallback(h, highs_callback, &cb);
     Highs_startCallback(h, kHighsCallbackLogging);
     Highs_startCallback(h, kHighsCallbackSimplexInterrupt);
