@@ -63,6 +63,9 @@ Status optimize_multiobj(Model& m) {
   const std::vector<ObjectiveLevel> levels = objective_levels(d);
   const int n = d.num_vars();
   std::unique_ptr<Solution> best;
+  // Each level of a continuous model starts from the previous level's basis, which stays
+  // primal feasible under the new degradation row.
+  engine::EngineBasis basis[2];
   double runtime = 0.0, iters = 0.0, bariters = 0.0, nodes = 0.0, work = 0.0;
   for (std::size_t k = 0; k < levels.size(); ++k) {
     const ObjectiveLevel& L = levels[k];
@@ -73,6 +76,9 @@ Status optimize_multiobj(Model& m) {
     phase.part = true;
     phase.title = level_title(L, k, levels.size());
     phase.time_limit = m.env().params().dbl_param("TimeLimit") - runtime;
+    basis[k % 2].cols.clear();
+    phase.start_basis = k > 0 ? &basis[(k + 1) % 2] : nullptr;
+    phase.final_basis = &basis[k % 2];
     VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, engine::solve_problem(m, p, phase));
     runtime += sol->runtime;
     iters += sol->itercount;

@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/status.h"
 #include "model/model.h"
@@ -38,6 +39,11 @@ Status build_problem(Model& m, reform::WorkingProblem& p);
 // The same for `d` (a variant of the model's data: a scenario) with the model's parameters.
 Status build_problem(Model& m, const ModelData& d, reform::WorkingProblem& p);
 
+// A basis of a whole working problem in the engine's own status codes.
+struct EngineBasis {
+  std::vector<int> cols, rows;
+};
+
 // How solve_problem treats the model's state around one solve.
 struct PhaseOptions {
   // One of several solves of one optimize call (objective levels, scenarios): no start or
@@ -49,6 +55,11 @@ struct PhaseOptions {
   // Seconds this solve may take when less than the TimeLimit parameter (what remains of a
   // sequence's time).
   double time_limit = VLM_INFINITY;
+  // A part of a sequence of continuous solves: the basis to start from (the previous part's,
+  // for the same columns and at most as many rows), and where to put the final one. Either
+  // may be null.
+  const EngineBasis* start_basis = nullptr;
+  EngineBasis* final_basis = nullptr;
 };
 
 // Solves `p` as it is (its costs, sense and constant are the objective; columns and rows

@@ -764,6 +764,13 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
       } else {
         pass_warm_start(h, m, p);
       }
+    } else if (!p.mip && phase.start_basis != nullptr && static_cast<int>(phase.start_basis->cols.size()) == p.ncol &&
+               static_cast<int>(phase.start_basis->rows.size()) <= p.nrow) {
+      // Rows added since that basis start basic (their slack enters), which keeps the count of
+      // basic variables right; HiGHS refuses an invalid basis and starts cold.
+      std::vector<HighsInt> rows(phase.start_basis->rows.begin(), phase.start_basis->rows.end());
+      rows.resize(p.nrow, kHighsBasisStatusBasic);
+      Highs_setBasis(h, phase.start_basis->cols.data(), rows.data());
     }
     rc = Highs_run(h);
   } catch (const std::exception& e) {
@@ -848,6 +855,10 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     if (!sol->is_mip && basis_valid) {
       std::vector<HighsInt> cb(p.ncol), rb(p.nrow);
       Highs_getBasis(h, cb.data(), rb.data());
+      if (phase.final_basis != nullptr) {
+        phase.final_basis->cols.assign(cb.begin(), cb.end());
+        phase.final_basis->rows.assign(rb.begin(), rb.end());
+      }
       auto conv = [](HighsInt s) {
         switch (s) {
           case kHighsBasisStatusBasic:
