@@ -66,6 +66,8 @@ Status optimize_multiobj(Model& m) {
   // Each level of a continuous model starts from the previous level's basis, which stays
   // primal feasible under the new degradation row.
   engine::EngineBasis basis[2];
+  // MIP levels start from the previous level's solution, which satisfies the new row.
+  std::vector<double> full_x[2];
   double runtime = 0.0, iters = 0.0, bariters = 0.0, nodes = 0.0, work = 0.0;
   for (std::size_t k = 0; k < levels.size(); ++k) {
     const ObjectiveLevel& L = levels[k];
@@ -79,6 +81,9 @@ Status optimize_multiobj(Model& m) {
     basis[k % 2].cols.clear();
     phase.start_basis = k > 0 ? &basis[(k + 1) % 2] : nullptr;
     phase.final_basis = &basis[k % 2];
+    full_x[k % 2].clear();
+    phase.start_x = k > 0 ? &full_x[(k + 1) % 2] : nullptr;
+    phase.final_x = &full_x[k % 2];
     VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, engine::solve_problem(m, p, phase));
     runtime += sol->runtime;
     iters += sol->itercount;

@@ -9,6 +9,7 @@
 // level keeps
 //     c'x <= z + t   (minimisation),   c'x >= z - t   (maximisation),
 //     t = max(largest ObjNAbsTol, largest ObjNRelTol * |z|) over the level's objectives.
+// A later level starts from the previous level's basis (continuous) or solution (MIP).
 // docs/multiobjective.md has the formulation and what was measured.
 #pragma once
 

@@ -60,6 +60,10 @@ struct PhaseOptions {
   // may be null.
   const EngineBasis* start_basis = nullptr;
   EngineBasis* final_basis = nullptr;
+  // A part of a sequence of MIP solves: a solution over all working columns to start from (the
+  // previous part's), and where to put the final one. Either may be null.
+  const std::vector<double>* start_x = nullptr;
+  std::vector<double>* final_x = nullptr;
 };
 
 // Solves `p` as it is (its costs, sense and constant are the objective; columns and rows

@@ -764,6 +764,8 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
       } else {
         pass_warm_start(h, m, p);
       }
+    } else if (p.mip && phase.start_x != nullptr && static_cast<int>(phase.start_x->size()) == p.ncol) {
+      Highs_setSolution(h, phase.start_x->data(), nullptr, nullptr, nullptr);
     } else if (!p.mip && phase.start_basis != nullptr && static_cast<int>(phase.start_basis->cols.size()) == p.ncol &&
                static_cast<int>(phase.start_basis->rows.size()) <= p.nrow) {
       // Rows added since that basis start basic (their slack enters), which keeps the count of
@@ -833,6 +835,7 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     std::vector<double> cv(p.ncol), cd(p.ncol), rv(p.nrow), rd(p.nrow);
     Highs_getSolution(h, cv.data(), cd.data(), rv.data(), rd.data());
     sol->x.assign(cv.begin(), cv.begin() + n);
+    if (phase.final_x != nullptr) *phase.final_x = cv;
     sol->slack.resize(mrows);
     for (int i = 0; i < mrows; ++i) sol->slack[i] = d.rhs[i] - rv[i];
     sol->sol_count = 1;
