@@ -20,7 +20,7 @@ needs_derive = pytest.mark.skipif(not hasattr(vp.Model, "linearize"), reason="de
 class TestLinearize:
     # max 2a + 3b with a, b in [0, 4] and SOS1 {a, b}: b = 4, 12. The linearized model has no
     # SOS, one binary per member, and the same optimum; the original keeps its SOS.
-    def test_same_optimum_without_constructs(self, m):
+    def test_same_optimum_without_constructs(self, m, tmp_path):
         a = m.addVar(ub=4, name="a")
         b = m.addVar(ub=4, name="b")
         m.addSOS(VLM.SOS_TYPE1, [a, b], [1, 2])
@@ -34,6 +34,15 @@ class TestLinearize:
             assert [v.VarName for v in lin.getVars()[:2]] == ["a", "b"]
             lin.optimize()
             assert lin.ObjVal == pytest.approx(12.0)
+            # An ordinary model: written and read back, it solves the same.
+            path = str(tmp_path / "lin.lp")
+            lin.write(path)
+            back = vp.read(path, env=m._uenv)
+            try:
+                back.optimize()
+                assert back.ObjVal == pytest.approx(12.0)
+            finally:
+                back.dispose()
         finally:
             lin.dispose()
         assert m.NumSOS == 1
