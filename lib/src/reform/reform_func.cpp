@@ -1,6 +1,8 @@
 #include "reform/reform_func.h"
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "reform/big_m.h"
 #include "reform/func_breakpoints.h"
@@ -9,6 +11,57 @@
 namespace vlm::reform {
 
 namespace {
+
+// y = f(x) over points without a jump, x within them, by the logarithmic formulation: the
+// convex combination x = sum l_j x_j, y = sum l_j y_j, sum l_j = 1, and the SOS2 condition
+// through ceil(log2 n) binaries z_k for n pieces. Piece s gets the reflected Gray code
+// s ^ (s >> 1), so neighbouring pieces differ in one bit; for each bit k
+//     sum of l_j over points whose every adjacent piece has bit k set    <= z_k
+//     sum of l_j over points whose every adjacent piece has bit k clear  <= 1 - z_k
+// leaves non-zero only the two points of the piece whose code z spells (a code no piece has
+// leaves none, so it is infeasible). Against one binary per piece this keeps the search small
+// for the hundreds or thousands of pieces an error-driven approximation makes.
+void add_pwl_logarithmic(Builder& b, int x, int y, const std::vector<double>& xs, const std::vector<double>& ys) {
+  const int np = static_cast<int>(xs.size()), pieces = np - 1;
+  int bits = 1;
+  while ((1 << bits) < pieces) ++bits;
+  std::vector<int> lambda(np);
+  for (int j = 0; j < np; ++j) lambda[j] = b.add_continuous(0.0, 1.0);
+  std::vector<int> ind(lambda);
+  ind.push_back(x);
+  std::vector<double> val(xs);
+  val.push_back(-1.0);
+  b.add_eq(ind, val, 0.0);
+  ind.back() = y;
+  val.assign(ys.begin(), ys.end());
+  val.push_back(-1.0);
+  b.add_eq(ind, val, 0.0);
+  b.add_eq(lambda, std::vector<double>(np, 1.0), 1.0);
+  auto gray = [](int s) { return s ^ (s >> 1); };
+  for (int k = 0; k < bits; ++k) {
+    const int z = b.add_binary();
+    std::vector<int> set_ind, clear_ind;
+    for (int j = 0; j < np; ++j) {
+      bool all_set = true, all_clear = true;
+      for (int s : {j - 1, j}) {
+        if (s < 0 || s >= pieces) continue;
+        const bool bit = ((gray(s) >> k) & 1) != 0;
+        all_set = all_set && bit;
+        all_clear = all_clear && !bit;
+      }
+      if (all_set) set_ind.push_back(lambda[j]);
+      if (all_clear) clear_ind.push_back(lambda[j]);
+    }
+    std::vector<double> ones(set_ind.size(), 1.0);
+    set_ind.push_back(z);
+    ones.push_back(-1.0);
+    b.add_le(set_ind, ones, 0.0);
+    ones.assign(clear_ind.size(), 1.0);
+    clear_ind.push_back(z);
+    ones.push_back(1.0);
+    b.add_le(clear_ind, ones, 1.0);
+  }
+}
 
 const ParamSet& params_of(const Builder& b) {
   static const ParamSet defaults;
@@ -44,7 +97,13 @@ class FuncReformulation final : public Reformulation {
     // the end pieces towards a clipped-away infinite bound.
     b.tighten(g.arg, pts.x.front(), pts.x.back());
     const auto [mn, mx] = pwl_range(pts.x, pts.y, pts.x.front(), pts.x.back());
-    VLM_RETURN_IF_ERROR(add_pwl(b, g.arg, g.res, std::move(pts.x), std::move(pts.y), BigMContext{who, ""}));
+    const bool jump = std::adjacent_find(pts.x.begin(), pts.x.end()) != pts.x.end();
+    if (jump || pts.x.size() <= 2) {
+      // A step needs add_pwl's forbidden vertical pair; one piece needs no binary at all.
+      VLM_RETURN_IF_ERROR(add_pwl(b, g.arg, g.res, std::move(pts.x), std::move(pts.y), BigMContext{who, ""}));
+    } else {
+      add_pwl_logarithmic(b, g.arg, g.res, pts.x, pts.y);
+    }
     b.tighten(g.res, mn, mx);
     return Status::Ok();
   }

@@ -1,8 +1,10 @@
 // Reformulates a function constraint y = f(x) (POLY, EXP, EXPA, LOG, LOGA, LOGISTIC, POW,
 // SIN, COS, TAN) as a piecewise-linear constraint: func_breakpoints chooses the points over the
 // propagated bounds of x (honouring the constraint's FuncPieces, FuncPieceLength,
-// FuncPieceError and FuncPieceRatio attributes and option text, then the parameters), and
-// add_pwl models them.
+// FuncPieceError and FuncPieceRatio attributes and option text, then the parameters). Points
+// with a step (or one piece) go to add_pwl; others, often hundreds of pieces, to a
+// logarithmic formulation: the same convex combination, with the SOS2 condition through
+// ceil(log2 pieces) binaries on Gray-coded pieces instead of one binary per piece.
 //
 // - x stays within the points' span [x_0, x_n] (the convex combination forces it); with a bound
 //   of x beyond FuncMaxVal that span is the clipped range.
@@ -15,8 +17,8 @@
 // Requires: finite bounds on x when FuncMaxVal is infinite (else VLM_ERROR_NOT_SUPPORTED naming
 // x, as every unit that needs a bound); x within f's domain (else VLM_ERROR_INVALID_ARGUMENT
 // from func_breakpoints, which names the bound to set).
-// Creates: what add_pwl creates (one continuous column per point, three rows, SOS2's
-// binaries), or one row for a fixed x.
+// Creates: one continuous column per point, three rows, and add_pwl's SOS2 binaries or
+// ceil(log2 pieces) binaries with two rows each; one row for a fixed x.
 #pragma once
 
 #include "reform/reformulation.h"

@@ -4,6 +4,8 @@
 // domain left) that leave the model as it was.
 #include "reform/reform_fixture.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr double kFree = 1e100;
@@ -110,6 +112,36 @@ TEST_F(FuncTest, ConstrVioIsTheTrueDistanceFromTheFunction) {
   ASSERT_EQ(VLMsetdblattrelement(m_, "FuncPieceRatio", 0, 0.0), VLM_OK);
   solve();
   EXPECT_LE(x(yv), std::exp(x(xv)) + 1e-9);
+}
+
+// Pieces without a step go through binary-coded pieces; each must still hold y on its own
+// chord. y = sin x, x in [0, 5], FuncPieces=5; x = t + p - n with p, n in [0, 1] costing 10
+// holds x at t (|slope| <= 1 < 10), and bound tightening makes the range [max(0, t - 1),
+// min(5, t + 1)], split into 5 equal pieces. The t below fall into pieces 0, 1, 2, 3 and 4.
+// y is the chord's value at t whether y is minimised or maximised: anything else would mix
+// points of different pieces.
+TEST_F(FuncTest, EveryPieceKeepsItsOwnChord) {
+  int xv = var(0, 0, 5, 'C', "x");
+  int yv = var(0, -kFree, kFree, 'C', "y");
+  int pv = var(10, 0, 1, 'C', "p");
+  int nv = var(10, 0, 1, 'C', "n");
+  row({xv, pv, nv}, {1, -1, 1}, '=', 0.1);
+  ASSERT_EQ(VLMaddgenconstrSin(m_, "s", xv, yv, "FuncPieces=5"), VLM_OK);
+  const double ts[] = {0.1, 0.5, 1.5, 4.5, 4.95};
+  for (int k = 0; k < 5; ++k) {
+    const double t = ts[k], lo = std::max(0.0, t - 1), hi = std::min(5.0, t + 1), h = (hi - lo) / 5;
+    const int piece = static_cast<int>((t - lo) / h);
+    ASSERT_EQ(piece, k);
+    const double a = lo + piece * h, b = a + h;
+    const double chord = std::sin(a) + (std::sin(b) - std::sin(a)) * (t - a) / h;
+    ASSERT_EQ(VLMsetdblattrelement(m_, "RHS", 0, t), VLM_OK);
+    for (double sign : {1.0, -1.0}) {
+      ASSERT_EQ(VLMsetdblattrelement(m_, "Obj", yv, sign), VLM_OK);
+      solve();
+      EXPECT_NEAR(x(xv), t, 1e-7) << t;
+      EXPECT_NEAR(x(yv), chord, 1e-7) << t << " sign " << sign;
+    }
+  }
 }
 
 // x fixed by its bounds: y = f(x) exactly, ln 1 = 0 and e^2 = 7.3890561 (no pieces at all).
