@@ -661,7 +661,6 @@ void terminate(Model& m) {
   }
 }
 
-
 Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
   SolvingScope solving(m);
@@ -692,8 +691,8 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     sol->status = feasible ? VLM_OPTIMAL : VLM_INFEASIBLE;
     if (feasible) {
       sol->sol_count = 1;
-      sol->objval = d.objcon;
-      sol->objbound = d.objcon;
+      sol->objval = p.objcon;
+      sol->objbound = p.objcon;
       sol->slack.assign(d.num_constrs(), 0.0);
       for (int i = 0; i < d.num_constrs(); ++i) sol->slack[i] = d.rhs[i];
       sol->pi.assign(d.num_constrs(), 0.0);
