@@ -31,11 +31,28 @@ std::string level_title(const ObjectiveLevel& L, std::size_t k, std::size_t n) {
 
 }  // namespace
 
+std::vector<ObjectiveN> effective_objectives(const ModelData& d) {
+  std::vector<ObjectiveN> objs = d.objn;
+  const int n = d.num_vars();
+  for (ObjectiveN& o : objs) o.coef.resize(n, 0.0);
+  if (!objs.empty()) {
+    ObjectiveN& first = objs[0];
+    const bool empty = first.con == 0.0 && std::all_of(first.coef.begin(), first.coef.end(), [](double c) { return c == 0.0; });
+    const bool primary = d.objcon != 0.0 || std::any_of(d.obj.begin(), d.obj.end(), [](double c) { return c != 0.0; });
+    if (empty && primary) {
+      first.coef = d.obj;
+      first.con = d.objcon;
+    }
+  }
+  return objs;
+}
+
 std::vector<ObjectiveLevel> objective_levels(const ModelData& d) {
   std::map<int, ObjectiveLevel, std::greater<int>> by_priority;
   const int n = d.num_vars();
-  for (int k = 0; k < static_cast<int>(d.objn.size()); ++k) {
-    const ObjectiveN& o = d.objn[k];
+  const std::vector<ObjectiveN> objs = effective_objectives(d);
+  for (int k = 0; k < static_cast<int>(objs.size()); ++k) {
+    const ObjectiveN& o = objs[k];
     ObjectiveLevel& L = by_priority[o.priority];
     if (L.members.empty()) {
       L.priority = o.priority;
@@ -130,10 +147,11 @@ Status optimize_multiobj(Model& m) {
   best->nodecount = nodes;
   best->work = work;
   if (best->sol_count > 0 && !best->x.empty()) {
-    best->objn_val.resize(d.objn.size());
-    for (std::size_t k = 0; k < d.objn.size(); ++k) {
-      double v = d.objn[k].con;
-      for (int j = 0; j < n; ++j) v += coef_of(d.objn[k], j) * best->x[j];
+    const std::vector<ObjectiveN> objs = effective_objectives(d);
+    best->objn_val.resize(objs.size());
+    for (std::size_t k = 0; k < objs.size(); ++k) {
+      double v = objs[k].con;
+      for (int j = 0; j < n; ++j) v += coef_of(objs[k], j) * best->x[j];
       best->objn_val[k] = v;
     }
     best->objval = best->objn_val.empty() ? 0.0 : best->objn_val[0];

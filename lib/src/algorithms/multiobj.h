@@ -2,7 +2,9 @@
 //
 // The objectives are the model's ObjN list (index = ObjNumber; coefficients the model does not
 // hold count as zero); the primary objective (Obj, the Hessian, PWL objective terms) is not
-// used. All objectives follow the model's sense. Objectives of equal ObjNPriority form one
+// used, except that an objective 0 without any coefficient or constant stands for the primary
+// linear objective (Obj and ObjCon) when that has one: the model whose first objective came
+// through setObjective and the others through setObjectiveN. All objectives follow the model's sense. Objectives of equal ObjNPriority form one
 // level whose objective is the sum of weight * objective (ObjNWeight; a negative weight turns
 // an objective around). Levels are solved from the highest priority down on the working
 // problem; after a level with optimum z (its blended value, constants left out), every later
@@ -29,6 +31,10 @@ struct ObjectiveLevel {
   double constant = 0.0;
   double abstol = 0.0, reltol = 0.0;
 };
+
+// `d`'s objectives as solved: the ObjN list with dense coefficients, objective 0 replaced by
+// the primary linear objective as the file comment says. O(objectives * variables).
+std::vector<ObjectiveN> effective_objectives(const ModelData& d);
 
 // The levels of `d`'s objectives, highest priority first. O(objectives * variables).
 std::vector<ObjectiveLevel> objective_levels(const ModelData& d);

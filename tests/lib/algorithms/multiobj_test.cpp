@@ -72,6 +72,22 @@ TEST_F(MultiObjTest, EqualPrioritiesAreBlendedByWeight) {
   EXPECT_NEAR(objnval(1), 10, 1e-6);
 }
 
+// Objective 0 set as the primary objective (Obj) and only objective 1 through the ObjN list:
+// objective 0 is then -(2x + y) (priority 0 after objective 1's priority 1 here: min x first
+// gives x = 0, then min -(2x + y) with x <= 1e-6 gives y = 10): values -10 and 0.
+TEST_F(MultiObjTest, PrimaryObjectiveStandsForAnEmptyObjectiveZero) {
+  var(-2, 0, 10, 'C', "x");
+  var(-1, 0, 10, 'C', "y");
+  row({0, 1}, {1, 1}, '<', 10);
+  objn(1, 1, 1.0, 1e-6, 0.0, {0}, {1});
+  solve();
+  EXPECT_EQ(intattr("NumObj"), 2);
+  EXPECT_NEAR(x(0), 0, 1e-5);
+  EXPECT_NEAR(x(1), 10, 1e-5);
+  EXPECT_NEAR(objnval(0), -10, 1e-5);
+  EXPECT_NEAR(objnval(1), 0, 1e-5);
+}
+
 // Maximisation over binaries a, b, c with a + b + c <= 2: objective 0 (priority 5) 3a + 3b + 3c
 // is 6 for any two; objective 1 (priority 1) c - a then picks b and c: 1. The level order is
 // by priority, not by index: the same with the indices swapped.
