@@ -86,7 +86,17 @@ class FuncReformulation final : public Reformulation {
       VLM_ASSIGN_OR_RETURN(lo, finite_lower(b, g.arg, c));
       VLM_ASSIGN_OR_RETURN(hi, finite_upper(b, g.arg, c));
     }
-    VLM_ASSIGN_OR_RETURN(PwlPoints pts, func_breakpoints(d, index, lo, hi, ps));
+    StatusOr<PwlPoints> made = func_breakpoints(d, index, lo, hi, ps);
+    if (!made.ok()) {
+      // Refused over a range that an infinite bound of x opened (|f| past FuncMaxVal, the domain
+      // left): the bound to set is missing, the same case as a big-M's.
+      const Status& st = made.status();
+      if (st.code() == VLM_ERROR_INVALID_ARGUMENT && (std::isinf(lo) || std::isinf(hi))) {
+        return Status(VLM_ERROR_NOT_SUPPORTED, st.message());
+      }
+      return st;
+    }
+    PwlPoints pts = std::move(*made);
     if (pts.x.front() == pts.x.back()) {
       // x is fixed: the points are one point twice, which defines no piece.
       b.add_eq({g.res}, {1.0}, pts.y.front());

@@ -14,9 +14,11 @@
 // - y's propagated bounds are narrowed to the range of the approximation, for the constants of
 //   units that run later.
 //
-// Requires: finite bounds on x when FuncMaxVal is infinite (else VLM_ERROR_NOT_SUPPORTED naming
-// x, as every unit that needs a bound); x within f's domain (else VLM_ERROR_INVALID_ARGUMENT
-// from func_breakpoints, which names the bound to set).
+// Requires: finite bounds on x when FuncMaxVal is infinite, and otherwise bounds that keep x in
+// f's domain and |f| within FuncMaxVal. A refusal caused by an infinite bound of x is
+// VLM_ERROR_NOT_SUPPORTED (a missing bound, as for every unit that needs one); one with both
+// bounds finite is VLM_ERROR_INVALID_ARGUMENT (log over [-1, 5], exp over [0, 100] with
+// FuncMaxVal 1e6). Either message names x and the bound to set.
 // Creates: one continuous column per point, three rows, and add_pwl's SOS2 binaries or
 // ceil(log2 pieces) binaries with two rows each; one row for a fixed x.
 #pragma once

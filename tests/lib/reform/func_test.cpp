@@ -161,8 +161,10 @@ TEST_F(FuncTest, FixedArgumentGivesTheExactValue) {
 
 // Refusals leave the model as it was, and the same model solves once the bound is there.
 // - FuncMaxVal infinite, x free: NOT_SUPPORTED naming x, as for a big-M.
-// - FuncMaxVal 1e6 (default), x free: e^x passes 1e6 above x = ln 1e6 = 13.8155.
-// - y = x^0.5 with x >= -1: the square root is undefined left of 0.
+// - FuncMaxVal 1e6 (default), x free: e^x passes 1e6 above x = ln 1e6 = 13.8155; the bound is
+//   missing, so NOT_SUPPORTED too.
+// - y = x^0.5 with x in [-1, 4]: the square root is undefined left of 0; the bounds are there
+//   but wrong for it: INVALID_ARGUMENT. So is e^x over [0, 100] (e^100 > 1e6).
 TEST_F(FuncTest, RefusalsNameTheVariableAndTheBound) {
   int xv = var(0, -kFree, kFree, 'C', "x");
   int yv = var(1, -kFree, kFree, 'C', "y");
@@ -170,6 +172,9 @@ TEST_F(FuncTest, RefusalsNameTheVariableAndTheBound) {
   ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "FuncMaxVal", 1e101), VLM_OK);
   expect_error(VLMoptimize(m_), VLM_ERROR_NOT_SUPPORTED, "needs a finite lower bound on variable 'x'");
   ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "FuncMaxVal", 1e6), VLM_OK);
+  expect_error(VLMoptimize(m_), VLM_ERROR_NOT_SUPPORTED, "an upper bound of at most 13.8155");
+  ASSERT_EQ(VLMsetdblattrelement(m_, "LB", xv, 0), VLM_OK);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", xv, 100), VLM_OK);
   expect_error(VLMoptimize(m_), VLM_ERROR_INVALID_ARGUMENT, "an upper bound of at most 13.8155");
   EXPECT_EQ(intattr("NumVars"), 2);
   EXPECT_EQ(intattr("NumConstrs"), 0);
