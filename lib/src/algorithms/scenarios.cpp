@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "engine/engine.h"
 
@@ -35,10 +36,20 @@ Status optimize_scenarios(Model& m) {
   engine::PhaseOptions phase;
   phase.part = true;
   phase.title = "Scenarios: solve the base model";
+  // Scenarios change bounds, costs and right-hand sides only, so the base model's basis (or
+  // solution, for a MIP) is a start of the right shape; the engine uses it only when it fits.
+  engine::EngineBasis base_basis;
+  std::vector<double> base_x;
+  phase.final_basis = &base_basis;
+  phase.final_x = &base_x;
   VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, engine::solve_problem(m, base, phase));
   const double none = d.sense == -1 ? -VLM_INFINITY : VLM_INFINITY;
   const int count = static_cast<int>(d.scenarios.size());
   sol->scenarios.resize(count);
+  phase.final_basis = nullptr;
+  phase.final_x = nullptr;
+  phase.start_basis = base_basis.cols.empty() ? nullptr : &base_basis;
+  phase.start_x = base_x.empty() ? nullptr : &base_x;
   for (int k = 0; k < count; ++k) {
     const ModelData sd = scenario_model(d, k);
     reform::WorkingProblem p;

@@ -4,7 +4,7 @@
 // right-hand sides (ScenNRHS) of the base model; what it leaves undefined keeps the base value.
 // Each scenario is its own model: a copy of the user's model with the changes applied goes
 // through the reformulation step (so bounds used for big-M constants are the scenario's) and
-// is solved on its own; scenarios share nothing but the settings.
+// is solved on its own, starting from the base model's basis (continuous) or solution (MIP).
 #pragma once
 
 #include "core/status.h"
