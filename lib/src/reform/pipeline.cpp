@@ -41,7 +41,7 @@ Status build_working_problem(const ModelData& d, WorkingProblem& p, const Reform
   if (d.num_sos() == 0 && d.num_genconstrs() == 0 && d.pwlobj.empty()) return Status::Ok();
 
   Bounds bounds = initial_bounds(p);
-  propagate_bounds(d, p, bounds);
+  propagate_bounds(d, p, bounds, opt);
   Builder b(d, p, bounds, opt);
   for (int s = 0; s < d.num_sos(); ++s) {
     const auto kind = d.sos[s].type == 1 ? ConstructKind::kSos1 : ConstructKind::kSos2;

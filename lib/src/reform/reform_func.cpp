@@ -6,6 +6,7 @@
 
 #include "reform/big_m.h"
 #include "reform/func_breakpoints.h"
+#include "reform/func_kinds.h"
 #include "reform/reform_pwl.h"
 
 namespace vlm::reform {
@@ -72,6 +73,45 @@ class FuncReformulation final : public Reformulation {
  public:
   const char* name() const override { return "FUNCTION"; }
   unsigned creates() const override { return kCreatesBinaries | kCreatesContinuous | kCreatesRows; }
+
+  using Reformulation::propagate;
+  // y lies within the range of the approximation. With the points on f (FuncPieceRatio -1)
+  // the approximation takes convex combinations of values of f over [L, U], so y lies in
+  // [min f, max f] there; with an error-driven approximation off f by at most E (or
+  // E max(1, |f|)), that range widened by it. A fixed piece count or length with a ratio in
+  // [0, 1] has no error known before the points exist: nothing then (apply narrows y later).
+  bool propagate(const ModelData& d, int index, Bounds& b, const ReformOptions& o) const override {
+    const GenConstrData& g = d.genconstrs[index];
+    static const ParamSet defaults;
+    const FuncOptions opt = func_options(d, index, o.params != nullptr ? *o.params : defaults);
+    double lo = b.lb[g.arg], hi = b.ub[g.arg];
+    lo = std::max(lo, -opt.max_val);
+    hi = std::min(hi, opt.max_val);
+    if (!std::isfinite(lo) || !std::isfinite(hi) || lo > hi) return false;
+    double widen = 0.0;
+    if (opt.piece_ratio != -1.0) {
+      if (opt.pieces_count > 0) return false;
+      widen = opt.piece_error;
+    }
+    auto f = UnivariateFunction::of(g);
+    if (!f.ok() || !f->check_domain(lo, hi).ok) return false;
+    constexpr int kLimit = 1000;
+    std::vector<double> at = f->extrema(lo, hi, kLimit);
+    if (static_cast<int>(at.size()) > kLimit) return false;
+    at.push_back(lo);
+    at.push_back(hi);
+    double mn = INFINITY, mx = -INFINITY;
+    for (double t : at) {
+      const double v = f->value(t);
+      if (!std::isfinite(v)) return false;
+      mn = std::min(mn, v);
+      mx = std::max(mx, v);
+    }
+    if (opt.pieces_count == -2) widen *= std::max({1.0, std::fabs(mn), std::fabs(mx)});
+    bool changed = b.tighten_lower(g.res, mn - widen);
+    changed |= b.tighten_upper(g.res, mx + widen);
+    return changed;
+  }
 
   Status apply(const ModelData& d, int index, Builder& b) const override {
     const GenConstrData& g = d.genconstrs[index];

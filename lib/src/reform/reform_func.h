@@ -11,8 +11,9 @@
 // - x fixed by its bounds (lb == ub): the row y = f(lb), nothing else.
 // - A repeated x in the points is a vertical step (a change of curvature with FuncPieceRatio
 //   in [0, 1]); y takes one side's value there.
-// - y's propagated bounds are narrowed to the range of the approximation, for the constants of
-//   units that run later.
+// - Bound propagation gives y the range of f over the bounds of x (widened by the error where
+//   the pieces may leave f), so units built before this one get constants for y too; apply
+//   narrows y's propagated bounds to the points' range for the units after it.
 //
 // Requires: finite bounds on x when FuncMaxVal is infinite, and otherwise bounds that keep x in
 // f's domain and |f| within FuncMaxVal. A refusal caused by an infinite bound of x is

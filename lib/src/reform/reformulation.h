@@ -105,6 +105,12 @@ class Reformulation {
     (void)d, (void)index, (void)b;
     return false;
   }
+  // The same with the solve's settings, for units whose rule depends on them (function
+  // constraints). Default: the form above.
+  virtual bool propagate(const ModelData& d, int index, Bounds& b, const ReformOptions& o) const {
+    (void)o;
+    return propagate(d, index, b);
+  }
 };
 
 // The unit for a construct kind, or nullptr when the kind has none (registry.cpp says why).

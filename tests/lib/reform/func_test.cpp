@@ -144,6 +144,32 @@ TEST_F(FuncTest, EveryPieceKeepsItsOwnChord) {
   }
 }
 
+// A function constraint bounds its y for the constants of other constructs, even those built
+// before it: y = e^x with x in [0, 1] lies in [1, e], so the indicator (b = 1) => y <= 1.5
+// (added first) gets its big-M although y has no bounds of its own. max x + b: b = 1 allows
+// x <= ln 1.5 = 0.4054651, so 1.4054651 beats b = 0, x = 1. The chords lie above e^x, so
+// x stops a little short of ln 1.5 (by at most FuncPieceError / 1.5 in x).
+TEST_F(FuncTest, FunctionBoundsItsResultForOtherConstructs) {
+  int xv = var(1, 0, 1, 'C', "x");
+  int yv = var(0, -kFree, kFree, 'C', "y");
+  int bv = var(1, 0, 1, 'B', "b");
+  maximize();
+  const int ind[] = {yv};
+  const double val[] = {1};
+  ASSERT_EQ(VLMaddgenconstrIndicator(m_, "cap", bv, 1, 1, ind, val, '<', 1.5), VLM_OK);
+  ASSERT_EQ(VLMaddgenconstrExp(m_, "e", xv, yv, ""), VLM_OK);
+  solve();
+  const double best = 1 + std::log(1.5);
+  EXPECT_LE(objval(), best + 1e-7);
+  EXPECT_GE(objval(), best - 1e-3);
+  EXPECT_NEAR(x(bv), 1.0, 1e-9);
+  // The same with pieces on either side of e^x (ratio 0.5, error-driven): the bound widens by
+  // the error and the model still solves.
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "FuncPieceRatio", 0.5), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), best, 1e-3);
+}
+
 // x fixed by its bounds: y = f(x) exactly, ln 1 = 0 and e^2 = 7.3890561 (no pieces at all).
 TEST_F(FuncTest, FixedArgumentGivesTheExactValue) {
   int xv = var(0, 1, 1, 'C', "x");
