@@ -109,6 +109,9 @@ struct CallbackState {
   double cpu_start = 0.0;
   unsigned calls = 0;
   StopReason reason = StopReason::kNone;
+  // The MIP's LP iterations as its callbacks last reported them (HiGHS 1.15 has no info item
+  // for them after the solve).
+  int64_t mip_lp_iters = 0;
 };
 
 // True when a limit of ours says stop; records why.
@@ -155,6 +158,9 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut* d
       st->env->message(line);
     }
     return;
+  }
+  if (data_out != nullptr && (type == kHighsCallbackMipSolution || type == kHighsCallbackMipInterrupt)) {
+    st->mip_lp_iters = std::max(st->mip_lp_iters, static_cast<int64_t>(data_out->mip_total_lp_iterations));
   }
   if (type == kHighsCallbackMipSolution) {
     if (data_out != nullptr && data_out->mip_solution != nullptr && data_out->mip_solution_size >= st->user_cols) {
@@ -821,10 +827,9 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
   }
   sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
   sol->nodecount = static_cast<double>(nodes);
-  // HiGHS reports -1 for a method that did not run; the MIP counts its LP iterations apart.
-  int64_t mip_lp_iters = 0;
-  Highs_getInt64InfoValue(h, "mip_total_lp_iterations", &mip_lp_iters);
-  sol->itercount = p.mip ? static_cast<double>(std::max<int64_t>(mip_lp_iters, 0)) : std::max<HighsInt>(simplex_iters, 0);
+  // HiGHS reports -1 for a method that did not run; the MIP counts its LP iterations apart
+  // (up to its last callback).
+  sol->itercount = p.mip ? static_cast<double>(std::max<int64_t>(cb.mip_lp_iters, 0)) : std::max<HighsInt>(simplex_iters, 0);
   sol->baritercount = std::max<HighsInt>(ipm_iters, 0);
 
   const int n = d.num_vars(), mrows = d.num_constrs();
