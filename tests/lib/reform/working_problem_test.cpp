@@ -170,25 +170,4 @@ TEST(WorkingProblemTest, FunctionConstraintsBecomePiecewiseLinear) {
   EXPECT_TRUE(found);
 }
 
-// Without FuncMaxVal to clip it, an open bound is the same missing bound as a big-M's.
-TEST(WorkingProblemTest, FunctionConstraintWithoutABoundIsNotSupported) {
-  ModelData d = base_model();
-  d.ub[1] = INFINITY;
-  d.rows.clear();
-  d.csense.clear();
-  d.rhs.clear();
-  d.constrname.clear();
-  GenConstrData g = gen(GenType::kExp, 3, {});
-  g.arg = 1;
-  d.genconstrs.push_back(g);
-  vlm::ParamSet ps;
-  ASSERT_TRUE(ps.set_dbl(*ps.lookup("FuncMaxVal"), INFINITY).ok());
-  vlm::reform::ReformOptions o;
-  o.params = &ps;
-  WorkingProblem p;
-  vlm::Status s = vlm::reform::build_working_problem(d, p, o);
-  EXPECT_EQ(s.code(), VLM_ERROR_NOT_SUPPORTED);
-  EXPECT_NE(s.message().find("needs a finite upper bound on variable 'C1'"), std::string::npos) << s.message();
-}
-
 }  // namespace
