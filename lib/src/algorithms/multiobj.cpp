@@ -79,6 +79,10 @@ Status optimize_multiobj(Model& m) {
   p.qval.clear();
   const std::vector<ObjectiveLevel> levels = objective_levels(d);
   const int n = d.num_vars();
+  const int method = m.env().params().int_param("MultiObjMethod");
+  // MultiObjPre 0 turns presolve off for every level; 1 and 2 turn it on (HiGHS has one
+  // presolve level); -1 keeps the Presolve parameter.
+  const int pre = m.env().params().int_param("MultiObjPre");
   std::unique_ptr<Solution> best;
   // Each level of a continuous model starts from the previous level's basis, which stays
   // primal feasible under the new degradation row.
@@ -94,9 +98,13 @@ Status optimize_multiobj(Model& m) {
     engine::PhaseOptions phase;
     phase.part = true;
     phase.title = level_title(L, k, levels.size());
+    phase.presolve = pre < 0 ? -1 : pre == 0 ? 0 : 1;
     phase.time_limit = m.env().params().dbl_param("TimeLimit") - runtime;
     basis[k % 2].cols.clear();
-    phase.start_basis = k > 0 ? &basis[(k + 1) % 2] : nullptr;
+    // MultiObjMethod 2 discards the previous basis (Method decides); 0 / 1 re-solve a later
+    // level by primal / dual simplex from it; -1 leaves the choice to the engine.
+    phase.start_basis = k > 0 && method != 2 ? &basis[(k + 1) % 2] : nullptr;
+    phase.simplex = k > 0 ? method : -1;
     phase.final_basis = &basis[k % 2];
     full_x[k % 2].clear();
     phase.start_x = k > 0 ? &full_x[(k + 1) % 2] : nullptr;

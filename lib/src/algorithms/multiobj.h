@@ -12,6 +12,9 @@
 //     c'x <= z + t   (minimisation),   c'x >= z - t   (maximisation),
 //     t = max(largest ObjNAbsTol, largest ObjNRelTol * |z|) over the level's objectives.
 // A later level starts from the previous level's basis (continuous) or solution (MIP).
+// MultiObjMethod picks how a later continuous level is re-solved (0 primal simplex, 1 dual
+// simplex, 2 without the previous basis by Method, -1 the engine's choice); MultiObjPre 0
+// solves every level without presolve, 1 and 2 with it, -1 as Presolve says.
 // docs/multiobjective.md has the formulation and what was measured.
 #pragma once
 

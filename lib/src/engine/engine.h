@@ -64,6 +64,10 @@ struct PhaseOptions {
   // previous part's), and where to put the final one. Either may be null.
   const std::vector<double>* start_x = nullptr;
   std::vector<double>* final_x = nullptr;
+  // Overrides of the model's settings for this solve: presolve off (0) or on (1), -1 keeps
+  // Presolve; a continuous problem by primal (0) or dual (1) simplex, -1 keeps Method.
+  int presolve = -1;
+  int simplex = -1;
 };
 
 // Solves `p` as it is (its costs, sense and constant are the objective; columns and rows

@@ -734,6 +734,11 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     if (phase.time_limit < ps.dbl_param("TimeLimit")) {
       Highs_setDoubleOptionValue(h, "time_limit", std::max(0.0, phase.time_limit));
     }
+    if (phase.presolve >= 0) Highs_setStringOptionValue(h, "presolve", phase.presolve == 0 ? "off" : "on");
+    if (!p.mip && (phase.simplex == 0 || phase.simplex == 1)) {
+      Highs_setStringOptionValue(h, "solver", "simplex");
+      Highs_setIntOptionValue(h, "simplex_strategy", phase.simplex == 0 ? 4 : 1);
+    }
     Highs_setCallback(h, highs_callback, &cb);
     Highs_startCallback(h, kHighsCallbackLogging);
     Highs_startCallback(h, kHighsCallbackSimplexInterrupt);

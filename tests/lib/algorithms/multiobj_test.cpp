@@ -55,6 +55,23 @@ TEST_F(MultiObjTest, LowerPriorityKeepsTheHigherOneWithinItsTolerance) {
   EXPECT_NEAR(x(0), 7, 1e-6);
 }
 
+// Every way of re-solving the later level reaches the same point (8, 2) of the test above:
+// primal or dual simplex from the previous basis, a cold start, with and without presolve.
+TEST_F(MultiObjTest, ResolveMethodsAgree) {
+  two_vars();
+  objn(0, 2, 1.0, 0.0, 0.1, {0, 1}, {-2, -1});
+  objn(1, 1, 1.0, 0.0, 0.0, {0}, {1});
+  for (int method : {-1, 0, 1, 2}) {
+    for (int pre : {-1, 0, 2}) {
+      ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "MultiObjMethod", method), VLM_OK);
+      ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "MultiObjPre", pre), VLM_OK);
+      solve();
+      EXPECT_NEAR(x(0), 8, 1e-6) << method << " " << pre;
+      EXPECT_NEAR(x(1), 2, 1e-6) << method << " " << pre;
+    }
+  }
+}
+
 // Equal priorities blend: -(2x + y) + 3x = x - y, min at (0, 10): objective 0 is -10,
 // objective 1 is 0. With weight 0.5: -1.5x - y, min at (10, 0): values -20 and 10.
 TEST_F(MultiObjTest, EqualPrioritiesAreBlendedByWeight) {
