@@ -199,6 +199,15 @@ VLM_API int VLMnewmodel(VLMenv *env, VLMmodel **modelP, const char *Pname, int n
 /* A copy of the model as of its last update, with its own copy of the environment. NULL on
  * failure (message on `model`). */
 VLM_API VLMmodel *VLMcopymodel(VLMmodel *model);
+/* The model as of its last update with every SOS, general constraint and piecewise-linear
+ * objective term replaced by the linear rows and integer columns the solver uses for it
+ * (auxiliary columns _aux0.., rows _rf0..), as an ordinary model with its own copy of the
+ * environment. NULL on failure (message on `model`: what optimize would report). */
+VLM_API VLMmodel *VLMlinearizemodel(VLMmodel *model);
+/* The model as of its last update with the changes of the scenario selected by the
+ * ScenarioNumber parameter applied, and no scenarios. NULL on failure (message on `model`:
+ * the scenario does not exist). */
+VLM_API VLMmodel *VLMsinglescenariomodel(VLMmodel *model);
 
 /* Frees a model. NULL is ignored; returns 0. */
 VLM_API int VLMfreemodel(VLMmodel *model);

@@ -292,8 +292,10 @@ PyObject* add_andor(PyObject* self, PyObject* args, PyObject* kwds, bool is_and)
 }
 
 // The indicator core, shared by addGenConstrIndicator and the `>>` route of addConstr.
+// `both_sides`: the `>>` route, where the implied constraint may have variables on its right
+// ((b == 1) >> (x >= y)); they move to the left. addGenConstrIndicator keeps a constant rhs.
 PyObject* add_indicator(PyObject* self, PyObject* binvar, int binval, PyObject* lhs, PyObject* sense,
-                        PyObject* rhs, PyObject* name) {
+                        PyObject* rhs, PyObject* name, bool both_sides = false) {
   const char* type = "indicator";
   int bin = 0;
   if (!begin(self) || !var_arg(self, binvar, "binvar", type, &bin)) return nullptr;
@@ -302,6 +304,8 @@ PyObject* add_indicator(PyObject* self, PyObject* binvar, int binval, PyObject* 
     lhs = t->lhs;
     sense = t->sense;
     rhs = t->rhs;
+  } else {
+    both_sides = false;
   }
   // Keep the sides alive: Terms borrows their variables.
   py::Ref keep_lhs = py::Ref::borrow(lhs);
@@ -322,7 +326,12 @@ PyObject* add_indicator(PyObject* self, PyObject* binvar, int binval, PyObject* 
   Terms right;
   k = rhs == nullptr ? 0 : linear_terms(rhs, &right);
   if (k < 0) return nullptr;
-  if (k == 0 || !right.vars.empty()) return invalid(arg_message("rhs", type));
+  if (k == 0 || (!right.vars.empty() && !both_sides)) return invalid(arg_message("rhs", type));
+  // lhs sense rhs  ->  lhs - (rhs's terms)  sense  (rhs's constant) - (lhs's constant)
+  for (std::size_t i = 0; i < right.vars.size(); ++i) {
+    terms.vars.push_back(right.vars[i]);
+    terms.coeffs.push_back(-right.coeffs[i]);
+  }
   std::vector<int> ind(terms.vars.size());
   for (std::size_t i = 0; i < terms.vars.size(); ++i) {
     if (!column_of(self, terms.vars[i], &ind[i])) return nullptr;
@@ -553,7 +562,7 @@ PyObject* model_addgenconstr_from_tempconstr(PyObject* model, PyObject* tc, PyOb
     }
   }
   if (binvar == nullptr || (value != 0.0 && value != 1.0)) return invalid(kBadIndicatorTrigger);
-  return add_indicator(model, binvar, value == 1.0 ? 1 : 0, t->rhs, nullptr, nullptr, name);
+  return add_indicator(model, binvar, value == 1.0 ? 1 : 0, t->rhs, nullptr, nullptr, name, true);
 }
 
 // ---- method entries --------------------------------------------------------------------------

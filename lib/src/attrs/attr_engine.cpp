@@ -227,6 +227,26 @@ Status func_option(Model& m, int elem, AttrValue& out, const char* key) {
   return Status::Ok();
 }
 
+// Results of the objective selected by ObjNumber and of the scenario selected by
+// ScenarioNumber in the last solve; unavailable when that solve had no multiple objectives or
+// scenarios (or found no solution), out of range when nothing is selected.
+Status objn_result(Model& m, AttrValue& o, const AttrDef& def) {
+  if (current_obj(m) == nullptr) return no_objective(m);
+  const Solution* sol = m.solution();
+  const std::size_t k = static_cast<std::size_t>(m.env().params().int_param("ObjNumber"));
+  if (sol == nullptr || k >= sol->objn_val.size()) return unavailable(def.name);
+  o.num = sol->objn_val[k];
+  return Status::Ok();
+}
+
+StatusOr<const ScenarioResult*> scenario_result(Model& m, const AttrDef& def) {
+  if (current_scenario(m) == nullptr) return no_scenario(m);
+  const Solution* sol = m.solution();
+  const std::size_t k = static_cast<std::size_t>(m.env().params().int_param("ScenarioNumber"));
+  if (sol == nullptr || k >= sol->scenarios.size()) return unavailable(def.name);
+  return &sol->scenarios[k];
+}
+
 #define G(expr) [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { (void)m; (void)e; expr; return Status::Ok(); }
 // A result of the last solve, available when `cond` holds for its Solution `sol`.
 #define S(cond, expr)                                                                \
@@ -456,6 +476,10 @@ const Binding kBindings[] = {
      [](Model& m, int, const AttrValue& v) -> Status { VLM_RETURN_IF_ERROR(check_finite("ObjNCon", v.num)); double c = v.num; return queue_objn(m, [c](ObjectiveN& ob) { ob.con = c; }); }},
     {"ObjNName", [](Model& m, int, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* ob = current_obj(m); if (!ob) return no_objective(m); o.str = ob->name; return Status::Ok(); },
      [](Model& m, int, const AttrValue& v) -> Status { std::string s = v.str; return queue_objn(m, [s](ObjectiveN& ob) { ob.name = s; }); }},
+    {"ObjNVal", [](Model& m, int, AttrValue& o, const AttrDef& def) -> Status { return objn_result(m, o, def); }, nullptr},
+    {"ScenNObjVal", [](Model& m, int, AttrValue& o, const AttrDef& def) -> Status { VLM_ASSIGN_OR_RETURN(const ScenarioResult* r, scenario_result(m, def)); o.num = r->objval; return Status::Ok(); }, nullptr},
+    {"ScenNObjBound", [](Model& m, int, AttrValue& o, const AttrDef& def) -> Status { VLM_ASSIGN_OR_RETURN(const ScenarioResult* r, scenario_result(m, def)); o.num = r->objbound; return Status::Ok(); }, nullptr},
+    {"ScenNX", [](Model& m, int e, AttrValue& o, const AttrDef& def) -> Status { VLM_ASSIGN_OR_RETURN(const ScenarioResult* r, scenario_result(m, def)); if (r->x.empty()) return unavailable(def.name); o.num = r->x[e]; return Status::Ok(); }, nullptr},
     {"ScenNName", [](Model& m, int, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.str = s->name; return Status::Ok(); },
      [](Model& m, int, const AttrValue& v) -> Status { std::string n = v.str; return queue_scenario(m, [n](Scenario& s) { s.name = n; }); }},
     // ---- variables

@@ -1,6 +1,7 @@
 // Solving: VLMoptimize and VLMterminate.
 #include <string>
 
+#include "algorithms/solve.h"
 #include "analysis/stop_scope.h"
 #include "capi/capi_guard.h"
 #include "engine/engine.h"
@@ -13,7 +14,7 @@ using vlm::capi::model_call;
 extern "C" {
 
 VLM_API int VLMoptimize(VLMmodel* model) {
-  return model_call(model, [](Model& m) { return vlm::engine::optimize(m); });
+  return model_call(model, [](Model& m) { return vlm::algorithms::optimize(m); });
 }
 
 VLM_API int VLMtunemodel(VLMmodel* model) {

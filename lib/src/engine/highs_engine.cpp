@@ -205,6 +205,7 @@ reform::ReformOptions reform_options(const ParamSet& ps) {
   o.func_piece_error = ps.dbl_param("FuncPieceError");
   o.func_piece_ratio = ps.dbl_param("FuncPieceRatio");
   o.func_max_val = ps.dbl_param("FuncMaxVal");
+  o.params = &ps;
   return o;
 }
 
@@ -640,21 +641,25 @@ void terminate(Model& m) {
   }
 }
 
-namespace {
-struct SolvingScope {
-  Model& m;
-  explicit SolvingScope(Model& model) : m(model) { m.set_solving(true); }
-  ~SolvingScope() { m.set_solving(false); }
-};
-}  // namespace
-
 Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
   SolvingScope solving(m);
+  Problem p;
+  VLM_RETURN_IF_ERROR(build_problem(m, p));
+  VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, solve_problem(m, p, PhaseOptions{}));
+  m.set_solution(std::move(sol));
+  return Status::Ok();
+}
+
+Status build_problem(Model& m, reform::WorkingProblem& p) { return build_problem(m, m.data(), p); }
+
+Status build_problem(Model& m, const ModelData& d, reform::WorkingProblem& p) {
+  return reform::build_working_problem(d, p, reform_options(m.env().params()));
+}
+
+StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::WorkingProblem& p, const PhaseOptions& phase) {
   const ModelData& d = m.data();
   const ParamSet& ps = m.env().params();
-  Problem p;
-  VLM_RETURN_IF_ERROR(reform::build_working_problem(d, p, reform_options(ps)));
   auto sol = std::make_unique<Solution>();
   sol->is_mip = p.mip || p.reported_as_mip;
   const auto t0 = std::chrono::steady_clock::now();
@@ -666,15 +671,14 @@ Status optimize(Model& m) {
     sol->status = feasible ? VLM_OPTIMAL : VLM_INFEASIBLE;
     if (feasible) {
       sol->sol_count = 1;
-      sol->objval = d.objcon;
-      sol->objbound = d.objcon;
+      sol->objval = p.objcon;
+      sol->objbound = p.objcon;
       sol->slack.assign(d.num_constrs(), 0.0);
       for (int i = 0; i < d.num_constrs(); ++i) sol->slack[i] = d.rhs[i];
       sol->pi.assign(d.num_constrs(), 0.0);
       sol->has_duals = !p.mip;
     }
-    m.set_solution(std::move(sol));
-    return Status::Ok();
+    return sol;
   }
 
   StopFlag stop(&m);
@@ -700,17 +704,27 @@ Status optimize(Model& m) {
   try {
     // Options (the log routing first, so that nothing reaches stdout directly).
     set_options(h, ps, p.mip);
+    // A part of a sequence gets what remains of the sequence's time.
+    if (phase.time_limit < ps.dbl_param("TimeLimit")) {
+      Highs_setDoubleOptionValue(h, "time_limit", std::max(0.0, phase.time_limit));
+    }
+    if (phase.presolve >= 0) Highs_setStringOptionValue(h, "presolve", phase.presolve == 0 ? "off" : "on");
+    if (!p.mip && (phase.simplex == 0 || phase.simplex == 1)) {
+      Highs_setStringOptionValue(h, "solver", "simplex");
+      Highs_setIntOptionValue(h, "simplex_strategy", phase.simplex == 0 ? 4 : 1);
+    }
     Highs_setCallback(h, highs_callback, &cb);
     Highs_startCallback(h, kHighsCallbackLogging);
     Highs_startCallback(h, kHighsCallbackSimplexInterrupt);
     Highs_startCallback(h, kHighsCallbackIpmInterrupt);
     Highs_startCallback(h, kHighsCallbackMipInterrupt);
     if (p.mip) Highs_startCallback(h, kHighsCallbackMipSolution);
+    if (!phase.title.empty()) m.env().message(phase.title);
     log_banner(m.env(), d, p);
     rc = Highs_passModel(h, p.ncol, p.nrow, static_cast<HighsInt>(p.aval.size()),
                          static_cast<HighsInt>(p.qval.size()), kHighsMatrixFormatRowwise,
-                         kHighsHessianFormatTriangular, d.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize,
-                         d.objcon, p.cost.data(), p.lower.data(), p.upper.data(), p.rlo.data(),
+                         kHighsHessianFormatTriangular, p.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize,
+                         p.objcon, p.cost.data(), p.lower.data(), p.upper.data(), p.rlo.data(),
                          p.rup.data(), p.astart.data(), p.aindex.data(), p.aval.data(),
                          p.qval.empty() ? nullptr : p.qstart.data(),
                          p.qval.empty() ? nullptr : p.qindex.data(),
@@ -728,10 +742,21 @@ Status optimize(Model& m) {
       Highs_setDoubleOptionValue(h, "objective_target", target);
     }
     choose_threads(h, m.env());
-    if (p.mip) {
-      pass_start(h, d);
-    } else {
-      pass_warm_start(h, m, p);
+    if (!phase.part) {
+      if (p.mip) {
+        pass_start(h, d);
+      } else {
+        pass_warm_start(h, m, p);
+      }
+    } else if (p.mip && phase.start_x != nullptr && static_cast<int>(phase.start_x->size()) == p.ncol) {
+      Highs_setSolution(h, phase.start_x->data(), nullptr, nullptr, nullptr);
+    } else if (!p.mip && phase.start_basis != nullptr && static_cast<int>(phase.start_basis->cols.size()) == p.ncol &&
+               static_cast<int>(phase.start_basis->rows.size()) <= p.nrow) {
+      // Rows added since that basis start basic (their slack enters), which keeps the count of
+      // basic variables right; HiGHS refuses an invalid basis and starts cold.
+      std::vector<HighsInt> rows(phase.start_basis->rows.begin(), phase.start_basis->rows.end());
+      rows.resize(p.nrow, kHighsBasisStatusBasic);
+      Highs_setBasis(h, phase.start_basis->cols.data(), rows.data());
     }
     rc = Highs_run(h);
   } catch (const std::exception& e) {
@@ -793,6 +818,7 @@ Status optimize(Model& m) {
     std::vector<double> cv(p.ncol), cd(p.ncol), rv(p.nrow), rd(p.nrow);
     Highs_getSolution(h, cv.data(), cd.data(), rv.data(), rd.data());
     sol->x.assign(cv.begin(), cv.begin() + n);
+    if (phase.final_x != nullptr) *phase.final_x = cv;
     sol->slack.resize(mrows);
     for (int i = 0; i < mrows; ++i) sol->slack[i] = d.rhs[i] - rv[i];
     sol->sol_count = 1;
@@ -811,10 +837,14 @@ Status optimize(Model& m) {
       sol->rc.assign(cd.begin(), cd.begin() + n);
       sol->pi.assign(rd.begin(), rd.begin() + mrows);
     }
-    if (!sol->is_mip && basis_valid && sol->status == VLM_OPTIMAL) sol->engine = highs.share();
+    if (!sol->is_mip && basis_valid && sol->status == VLM_OPTIMAL && !phase.part) sol->engine = highs.share();
     if (!sol->is_mip && basis_valid) {
       std::vector<HighsInt> cb(p.ncol), rb(p.nrow);
       Highs_getBasis(h, cb.data(), rb.data());
+      if (phase.final_basis != nullptr) {
+        phase.final_basis->cols.assign(cb.begin(), cb.end());
+        phase.final_basis->rows.assign(rb.begin(), rb.end());
+      }
       auto conv = [](HighsInt s) {
         switch (s) {
           case kHighsBasisStatusBasic:
@@ -859,12 +889,11 @@ Status optimize(Model& m) {
     // HiGHS uses the cutoff as its first bound: "nothing better than the cutoff".
     sol->status = VLM_CUTOFF;
   }
-  if (kept_basis) m.set_warm_basis({sol->vbasis, warm_rows});
+  if (kept_basis && !phase.part) m.set_warm_basis({sol->vbasis, warm_rows});
   if (sol->is_mip && sol->sol_count > 0) fill_pool(*sol, cb.found, d.sense, ps.int_param("PoolSolutions"));
   if (!p.mip && ps.int_param("InfUnbdInfo") == 1) certificates(h, d, p, *sol);
   log_summary(m.env(), *sol);
-  m.set_solution(std::move(sol));
-  return Status::Ok();
+  return sol;
 }
 
 }  // namespace vlm::engine

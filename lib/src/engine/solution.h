@@ -38,6 +38,13 @@ struct Sensitivity {
   std::vector<double> rhs_lo, rhs_up;  // right-hand side ranges per linear constraint
 };
 
+// What one scenario of a multi-scenario solve found.
+struct ScenarioResult {
+  int status = VLM_LOADED;
+  std::vector<double> x;  // empty when the scenario's solve found no solution
+  double objval = 0.0, objbound = 0.0;
+};
+
 struct Solution {
   int status = VLM_LOADED;
   int sol_count = 0;       // 0 or 1 until the pool comes
@@ -61,6 +68,11 @@ struct Solution {
   std::vector<double> pool_obj;
   std::vector<double> unbd_ray, farkas_dual;
   double farkas_proof = 0.0;
+  // A multi-objective solve: the value of each objective (index = ObjNumber), constant
+  // included; empty otherwise.
+  std::vector<double> objn_val;
+  // A multi-scenario solve: one result per scenario (index = ScenarioNumber); empty otherwise.
+  std::vector<ScenarioResult> scenarios;
   mutable std::optional<Quality> quality;
   mutable std::optional<Sensitivity> sensitivity;
   // The engine's solved instance, kept for queries after the solve (ranging); released with

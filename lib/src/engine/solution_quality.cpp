@@ -3,11 +3,15 @@
 #include <algorithm>
 #include <cmath>
 
+#include "reform/func_kinds.h"
+
 namespace vlm {
 
 namespace {
 
 bool finite(double v) { return v > -VLM_INFINITY && v < VLM_INFINITY; }
+
+bool is_function(GenType t) { return static_cast<int>(t) >= static_cast<int>(GenType::kPoly); }
 
 Quality compute(const ModelData& d, const Solution& s) {
   Quality q;
@@ -35,6 +39,17 @@ Quality compute(const ModelData& d, const Solution& s) {
       double vio = d.csense[i] == '<' ? std::max(0.0, diff) : d.csense[i] == '>' ? std::max(0.0, -diff) : std::fabs(diff);
       q.constr.add(vio, i);
       q.residual.add(vio, i);
+    }
+    // Function constraints are solved through a piecewise-linear approximation; what counts
+    // is how far y is from the true f(x), the approximation error included.
+    for (int g = 0; g < d.num_genconstrs(); ++g) {
+      const GenConstrData& gc = d.genconstrs[g];
+      if (!is_function(gc.type)) continue;
+      auto f = reform::UnivariateFunction::of(gc);
+      if (!f.ok()) continue;
+      const double fx = f->value(s.x[gc.arg]);
+      const double vio = std::isfinite(fx) ? std::fabs(s.x[gc.res] - fx) : INFINITY;
+      q.constr.add(vio, m + g);
     }
   }
   if (s.has_duals && !s.x.empty()) {

@@ -194,6 +194,10 @@ Model::Model(const Model& other) : env_(other.env_), data_(other.data_) {
   env_.errors() = ErrorState();
 }
 
+Model::Model(const Model& other, ModelData data) : env_(other.env_), data_(std::move(data)) {
+  env_.errors() = ErrorState();
+}
+
 bool Model::updatemode_immediate() const {
   // Asked once per coefficient while checking input: look the parameter up only once.
   static const int kUpdateMode = find_param("UpdateMode");

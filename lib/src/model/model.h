@@ -40,6 +40,9 @@ class Model {
   // A copy of the updated state with a copy of the environment; nothing queued is copied.
   Model(const Model& other);
   Model& operator=(const Model&) = delete;
+  // A derived model: `other`'s environment (copied) with `data` as its updated state, nothing
+  // queued, no solution.
+  Model(const Model& other, ModelData data);
 
   Env& env() { return env_; }
   ErrorState& errors() { return errors_; }

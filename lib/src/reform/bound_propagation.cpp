@@ -109,11 +109,11 @@ bool propagate_rows(const WorkingProblem& p, Bounds& b) {
   return changed;
 }
 
-bool propagate_constructs(const ModelData& d, Bounds& b) {
+bool propagate_constructs(const ModelData& d, Bounds& b, const ReformOptions& o) {
   bool changed = false;
   for (int g = 0; g < d.num_genconstrs(); ++g) {
     if (const Reformulation* r = find_reformulation(kind_of(d.genconstrs[g].type))) {
-      changed |= r->propagate(d, g, b);
+      changed |= r->propagate(d, g, b, o);
     }
   }
   return changed;
@@ -121,10 +121,10 @@ bool propagate_constructs(const ModelData& d, Bounds& b) {
 
 }  // namespace
 
-void propagate_bounds(const ModelData& d, const WorkingProblem& p, Bounds& b) {
+void propagate_bounds(const ModelData& d, const WorkingProblem& p, Bounds& b, const ReformOptions& o) {
   for (int pass = 0; pass < kMaxPasses; ++pass) {
     bool changed = propagate_rows(p, b);
-    changed |= propagate_constructs(d, b);
+    changed |= propagate_constructs(d, b, o);
     if (!changed) break;
   }
 }

@@ -31,6 +31,8 @@ Bounds initial_bounds(const WorkingProblem& p);
 // terms) and through every construct's own rule (the result of a MAX lies within its
 // operands' range, ...), in at most 8 passes or until nothing changes.
 // Cost: O(passes * (nonzeros + construct sizes)).
-void propagate_bounds(const ModelData& d, const WorkingProblem& p, Bounds& b);
+// `o` carries the solve's settings for rules that depend on them.
+struct ReformOptions;
+void propagate_bounds(const ModelData& d, const WorkingProblem& p, Bounds& b, const ReformOptions& o);
 
 }  // namespace vlm::reform

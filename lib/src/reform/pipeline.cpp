@@ -19,13 +19,11 @@ Status unsupported(const std::string& what) {
 // What no unit handles, checked before anything is built.
 Status check_supported(const ModelData& d) {
   if (d.num_qconstrs() > 0) return unsupported("quadratic constraints");
-  if (d.objn.size() > 1) return unsupported("multiple objectives");
-  if (!d.scenarios.empty()) return unsupported("multiple scenarios");
   bool integer = std::any_of(d.vtype.begin(), d.vtype.end(), [](char t) { return t != 'C'; });
   if (integer && !d.qval.empty()) return unsupported("a quadratic objective with integer variables");
   for (const GenConstrData& g : d.genconstrs) {
     if (find_reformulation(kind_of(g.type)) == nullptr) {
-      return unsupported(std::string("function constraints (") + gen_type_name(g.type) + ")");
+      return unsupported(std::string("general constraints of type ") + gen_type_name(g.type));
     }
   }
   return check_objective_curvature(d);
@@ -44,7 +42,7 @@ Status build_working_problem(const ModelData& d, WorkingProblem& p, const Reform
   if (d.num_sos() == 0 && d.num_genconstrs() == 0 && d.pwlobj.empty()) return Status::Ok();
 
   Bounds bounds = initial_bounds(p);
-  propagate_bounds(d, p, bounds);
+  propagate_bounds(d, p, bounds, opt);
   Builder b(d, p, bounds, opt);
   for (int s = 0; s < d.num_sos(); ++s) {
     const auto kind = d.sos[s].type == 1 ? ConstructKind::kSos1 : ConstructKind::kSos2;

@@ -13,6 +13,7 @@
 
 #include "core/status.h"
 #include "model/model_data.h"
+#include "params/param_set.h"
 #include "reform/bound_propagation.h"
 #include "reform/working_problem.h"
 
@@ -38,6 +39,10 @@ struct ReformOptions {
   double func_piece_error = 1e-3;
   double func_piece_ratio = -1;
   double func_max_val = 1e6;
+  // The whole parameter set of the solve, for units that read more than the fields above
+  // (function constraints take per-constraint overrides through func_options). Null means
+  // every parameter at its default.
+  const ParamSet* params = nullptr;
 };
 
 // Appends auxiliary columns and rows to the working problem and keeps the bounds in step.
@@ -64,6 +69,12 @@ class Builder {
   void add_le(const std::vector<int>& ind, const std::vector<double>& val, double rhs);
   void add_ge(const std::vector<int>& ind, const std::vector<double>& val, double rhs);
   void add_eq(const std::vector<int>& ind, const std::vector<double>& val, double rhs);
+  // Narrows the propagated bounds of a column (never widens them) for the constants of the
+  // units that run later; the working problem's own bounds stay as they are. O(1).
+  void tighten(int col, double lo, double hi) {
+    b_.tighten_lower(col, lo);
+    b_.tighten_upper(col, hi);
+  }
   // Replaces the objective coefficient of a column in the working problem. O(1).
   void set_cost(int col, double c) { p_.cost[col] = c; }
 
@@ -93,6 +104,12 @@ class Reformulation {
   virtual bool propagate(const ModelData& d, int index, Bounds& b) const {
     (void)d, (void)index, (void)b;
     return false;
+  }
+  // The same with the solve's settings, for units whose rule depends on them (function
+  // constraints). Default: the form above.
+  virtual bool propagate(const ModelData& d, int index, Bounds& b, const ReformOptions& o) const {
+    (void)o;
+    return propagate(d, index, b);
   }
 };
 

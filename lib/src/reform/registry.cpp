@@ -2,6 +2,7 @@
 // construct means one new file pair and one line here.
 #include "reform/reform_abs.h"
 #include "reform/reform_and.h"
+#include "reform/reform_func.h"
 #include "reform/reform_indicator.h"
 #include "reform/reform_max.h"
 #include "reform/reform_min.h"
@@ -28,13 +29,16 @@ const Reformulation* find_reformulation(ConstructKind kind) {
     case static_cast<int>(GenType::kNorm): return &norm_reformulation();
     case static_cast<int>(GenType::kIndicator): return &indicator_reformulation();
     case static_cast<int>(GenType::kPwl): return &pwl_reformulation();
-    // Function constraints (POLY, EXP, EXPA, LOG, LOGA, POW, SIN, COS, TAN, LOGISTIC) have no
-    // unit yet: the pipeline refuses them as not supported.
-    // TODO(#14): register one unit for all of them here: it computes the breakpoints with
-    // func_breakpoints(g, b.lb(x), b.ub(x), options) over the propagated bounds of x, the
-    // options from Builder::options() overridden by the constraint's own FuncPieces... attributes
-    // and option text, and hands the points to add_pwl (reform_pwl.h); it also tightens y's
-    // bounds like the PWL unit does.
+    case static_cast<int>(GenType::kPoly):
+    case static_cast<int>(GenType::kExp):
+    case static_cast<int>(GenType::kExpA):
+    case static_cast<int>(GenType::kLog):
+    case static_cast<int>(GenType::kLogA):
+    case static_cast<int>(GenType::kPow):
+    case static_cast<int>(GenType::kSin):
+    case static_cast<int>(GenType::kCos):
+    case static_cast<int>(GenType::kTan):
+    case static_cast<int>(GenType::kLogistic): return &func_reformulation();
     default: return nullptr;
   }
 }

@@ -3,6 +3,7 @@
 // as they are, and building twice gives the same problem.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <string>
@@ -142,16 +143,31 @@ TEST(WorkingProblemTest, UnitsAppendOnlyWhatTheyDeclare) {
   }
 }
 
-// Function constraints have no unit yet: refused as not supported, naming the type.
-TEST(WorkingProblemTest, FunctionConstraintsAreRefused) {
+// A function constraint becomes a piecewise-linear one: y = ln(x1) over x1 in [1, 4] with
+// FuncPieces=3 gives the points 1, 2, 3, 4 and add_pwl's columns and rows after the user's,
+// which stay as they are.
+TEST(WorkingProblemTest, FunctionConstraintsBecomePiecewiseLinear) {
   ModelData d = base_model();
+  d.lb[1] = 1;
   GenConstrData g = gen(GenType::kLog, 3, {});
   g.arg = 1;
+  g.options = "FuncPieces=3";
   d.genconstrs.push_back(g);
   WorkingProblem p;
-  vlm::Status s = vlm::reform::build_working_problem(d, p);
-  EXPECT_EQ(s.code(), VLM_ERROR_NOT_SUPPORTED);
-  EXPECT_NE(s.message().find("function constraints (LOG)"), std::string::npos) << s.message();
+  ASSERT_TRUE(vlm::reform::build_working_problem(d, p).ok());
+  // Four lambdas; rows x = sum, y = sum, sum lambda = 1, then the SOS2's.
+  ASSERT_GE(p.ncol, 4 + 4);
+  for (int j = 0; j < 4; ++j) {
+    EXPECT_EQ(p.lower[j], d.lb[j]);
+    EXPECT_EQ(p.upper[j], d.ub[j]);
+  }
+  // The row y = sum lambda_k ln(x_k) carries ln 1 .. ln 4 (ln 1 = 0 is dropped).
+  bool found = false;
+  for (int r = 1; r < p.nrow && !found; ++r) {
+    std::vector<double> vals(p.aval.begin() + p.astart[r], p.aval.begin() + (r + 1 < p.nrow ? p.astart[r + 1] : p.aval.size()));
+    found = std::find_if(vals.begin(), vals.end(), [](double v) { return std::fabs(v - std::log(3.0)) < 1e-12; }) != vals.end();
+  }
+  EXPECT_TRUE(found);
 }
 
 }  // namespace

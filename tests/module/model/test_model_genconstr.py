@@ -405,6 +405,19 @@ class TestReaders:
         # Helper columns of the reformulation never show.
         assert (m.NumVars, m.NumConstrs, m.NumGenConstrs) == (4, 0, 2)
 
+    # z = |x| with x in [2, 5]: min z is 2; the 2-norm is still refused, naming it.
+    def test_optimize_solves_general_constraints(self, m):
+        x, y, z, b, c = vs(m)
+        m.addGenConstrAbs(z, x)
+        x.LB = 2
+        m.setObjective(z + 0)
+        m.optimize()
+        assert m.Status == VLM.OPTIMAL and m.ObjVal == pytest.approx(2.0)
+        m.addGenConstrNorm(y, [x, z], 2.0)
+        with pytest.raises(VelmorError) as info:
+            m.optimize()
+        assert info.value.errno == VLM.ERROR_NOT_SUPPORTED and "2-norm" in str(info.value)
+
 
 # ---- algebraic forms --------------------------------------------------------------------------
 

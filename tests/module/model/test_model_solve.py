@@ -222,7 +222,7 @@ def test_objective_errors_leave_the_objective(tmp_path):
     assert str(m.getObjective()) == "3.0 x + 2.0 y"
 
 
-def test_multiple_objectives_and_pwl_objectives_are_stored(tmp_path):
+def test_multiple_objectives_are_stored_and_solved(tmp_path):
     m = read_lp(tmp_path, PRODUCTION)
     x, y = m.getVars()
     m.setObjectiveN(x + 2 * y + 1, 0, priority=2, name="first")
@@ -236,9 +236,17 @@ def test_multiple_objectives_and_pwl_objectives_are_stored(tmp_path):
     assert str(m.getObjective(1)) == "-1.0 y"
     assert m.getPWLObj(x) == [(0.0, 0.0), (1.0, 2.0), (3.0, 3.0)]
     assert m.getPWLObj(y) == []
-    with pytest.raises(VelmorError) as info:
-        m.optimize()
-    assert info.value.errno == VLM.ERROR_NOT_SUPPORTED
+    # The ObjN list replaces the primary objective (and its PWL term). Priority 2 first:
+    # max x + 2y over the production polytope is 6.5 at (1.5, 2.5), objective 0 = 7.5; then
+    # max -y/2 keeping x + 2y >= 6.5 - 1e-6 with x + y <= 4 needs y >= 2.5: the same point.
+    m.optimize()
+    assert m.Status == VLM.OPTIMAL
+    assert (x.X, y.X) == (pytest.approx(1.5), pytest.approx(2.5))
+    m.Params.ObjNumber = 0
+    assert m.ObjNVal == pytest.approx(7.5)
+    m.Params.ObjNumber = 1
+    assert m.ObjNVal == pytest.approx(-2.5)
+    assert m.ObjVal == pytest.approx(7.5)
 
 
 def test_tuning_and_batches_report_that_they_are_not_available(tmp_path):
