@@ -1,0 +1,81 @@
+// Outer approximation of convex quadratic constraints by tangent cuts.
+//
+// Every quadratic constraint is brought to the form g(x) = x'Qx + q'x - b <= 0 (a '>'
+// constraint is negated) and classified:
+//   - linear: Q is empty; the constraint is added as an ordinary row before the first solve;
+//   - second-order cone: sum_i a_i x_i^2 - c t^2 <= 0 with a_i, c > 0, no linear part, b = 0
+//     and t >= 0; equivalently ||L x|| <= R x with L x = (sqrt(a_i) x_i), R x = sqrt(c) t;
+//   - rotated cone: sum_i a_i x_i^2 - k y z <= 0 with a_i, k > 0, no linear part, b = 0 and
+//     y, z >= 0; equivalently ||(2 sqrt(a_i) x_i, k y - z)|| <= k y + z;
+//   - convex: Q positive semidefinite on its support;
+//   - nonconvex: anything else (also any equality with quadratic terms).
+// Cuts, all globally valid:
+//   convex:  g(x0) + grad g(x0)'(x - x0) <= 0;
+//   cones:   with n0 = ||L x0|| > 0, s * (L x0)'(L x) - s * n0 * R x <= 0, the gradient cut of
+//            ||L x|| - R x scaled by s = 2 (rotated: 1/2) so that at a point of the cone
+//            surface it equals the tangent of g: cut duals then add up to g's multiplier.
+// The cone form is cut instead of g because x'x - t^2 is not convex: its tangents are not
+// valid cuts.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "algorithms/branch_and_bound.h"
+#include "core/status.h"
+#include "model/model_data.h"
+
+namespace vlm::algorithms {
+
+enum class QuadShape { kLinear, kCone, kRotatedCone, kConvex, kNonconvex };
+
+// One quadratic constraint in '<' form with its classification.
+struct QuadConstraint {
+  int index = -1;  // position among the user's quadratic constraints
+  QuadShape shape = QuadShape::kNonconvex;
+  char sense = '<';  // '=' only for a linear one
+  std::vector<int> qr, qc, li;
+  std::vector<double> qv, lv;
+  double rhs = 0.0;
+  // Cone form: rows of L (each a sparse linear form) and R; scale s of the cuts.
+  std::vector<std::vector<std::pair<int, double>>> lrows;
+  std::vector<std::pair<int, double>> rform;
+  double scale = 1.0;
+
+  // g(x) (left-hand side minus right-hand side in '<' form). O(terms).
+  double violation(const std::vector<double>& x) const;
+};
+
+// Classifies quadratic constraint `index` of the user's model; `lower` are the column lower
+// bounds the cone conditions read. Never fails. O(terms) for cones and linear ones, O(s^3)
+// for the semidefiniteness test of a support of s variables.
+QuadConstraint classify_qconstr(const QConstrData& q, int index, const std::vector<double>& lower);
+
+// The name the messages give quadratic constraint `index` (its own, or QC<index>).
+std::string qconstr_label(const QConstrData& q, int index);
+
+// Separates every classified constraint (none may be nonconvex) with the cuts above.
+// A point is accepted when g(x) <= tol for every constraint.
+class QuadraticSeparator : public Separator {
+ public:
+  QuadraticSeparator(std::vector<QuadConstraint> cons, double tol) : cons_(std::move(cons)), tol_(tol) {}
+  bool separate(const std::vector<double>& x, std::vector<Cut>& out) override;
+  // The linear constraints as rows; for cones |L_k x| <= R x for each row of L; for convex
+  // constraints the tangents at +-e_j for columns j of the support with an infinite bound,
+  // so that the first relaxation is bounded where the constraints bound it.
+  void initial_cuts(std::vector<Cut>& out) override;
+  // Call with a number of columns before initial_cuts: the unbounded columns of the support.
+  void set_bounds(std::vector<double> lower, std::vector<double> upper) {
+    lower_ = std::move(lower);
+    upper_ = std::move(upper);
+  }
+
+ private:
+  Cut tangent(const QuadConstraint& c, const std::vector<double>& x0) const;
+  Cut cone_cut(const QuadConstraint& c, const std::vector<double>& lx0) const;
+  std::vector<QuadConstraint> cons_;
+  double tol_;
+  std::vector<double> lower_, upper_;
+};
+
+}  // namespace vlm::algorithms
