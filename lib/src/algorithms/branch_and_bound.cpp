@@ -99,6 +99,11 @@ Status BranchAndBound::load() {
   // discard it. HiGHS' own log of every relaxation would drown ours.
   Highs_setStringOptionValue(h_, "presolve", "off");
   Highs_setBoolOptionValue(h_, "output_flag", 0);
+  if (s_.relaxation_feas_tol > 0) {
+    double cur = 1e-7;
+    Highs_getDoubleOptionValue(h_, "primal_feasibility_tolerance", &cur);
+    Highs_setDoubleOptionValue(h_, "primal_feasibility_tolerance", std::min(cur, s_.relaxation_feas_tol));
+  }
   std::vector<Cut> cuts;
   for (auto& sep : seps_) sep->initial_cuts(cuts);
   add_cuts(cuts);
@@ -114,6 +119,7 @@ bool BranchAndBound::add_cuts(std::vector<Cut>& cuts) {
       continue;
     }
     r_.cut_owner.push_back(c.owner);
+    r_.cut_weight.push_back(c.weight);
     r_.cuts += 1;
     any = true;
   }
@@ -139,11 +145,26 @@ void BranchAndBound::apply(const Node& node) {
 }
 
 int BranchAndBound::solve_relaxation() {
+  // HiGHS compares its limit with the run time summed over all runs of the instance.
   const double left = s_.time_limit - elapsed();
-  if (std::isfinite(left)) Highs_setDoubleOptionValue(h_, "time_limit", std::max(left, 0.0));
+  if (std::isfinite(left)) {
+    Highs_setDoubleOptionValue(h_, "time_limit", Highs_getRunTime(h_) + std::max(left, 0.0));
+  }
   HighsInt rc;
   try {
     rc = Highs_run(h_);
+    // HiGHS' QP solver can fail to restart from the previous node's state: try a cold start,
+    // then once more with presolve.
+    const HighsInt first = Highs_getModelStatus(h_);
+    if (first == kHighsModelStatusSolveError || first == kHighsModelStatusUnknown) {
+      Highs_clearSolver(h_);
+      rc = Highs_run(h_);
+      if (Highs_getModelStatus(h_) == kHighsModelStatusSolveError) {
+        Highs_setStringOptionValue(h_, "presolve", "on");
+        rc = Highs_run(h_);
+        Highs_setStringOptionValue(h_, "presolve", "off");
+      }
+    }
   } catch (...) {
     return -1;
   }
@@ -169,6 +190,8 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
   const bool has_integers = p_.mip;
   const int limit = !has_integers ? s_.max_rounds : node.depth == 0 ? s_.root_rounds : s_.node_rounds;
   std::vector<Cut> cuts;
+  int stalled = 0;
+  last_x_.clear();
   for (int round = 0;; ++round) {
     const int ms = solve_relaxation();
     if (ms < 0) return Outcome::kError;
@@ -191,7 +214,10 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       if (!add_cuts(cuts)) return Outcome::kUnbounded;
       continue;
     }
-    if (ms != kHighsModelStatusOptimal) return Outcome::kError;
+    if (ms != kHighsModelStatusOptimal) {
+      log("Relaxation status " + num(ms));
+      return Outcome::kError;
+    }
     const double obj = p_.sense * Highs_getObjectiveValue(h_);
     node.bound = std::max(node.bound, obj);
     if (node.bound >= incumbent_ - gap_target(incumbent_)) return Outcome::kPruned;
@@ -203,11 +229,21 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
     for (int j = 0; j < p_.ncol && integral; ++j) {
       if (p_.integrality[j] != 0 && std::fabs(x_[j] - std::round(x_[j])) > s_.int_tol) integral = false;
     }
-    if (!feasible && !cuts.empty() && (round < limit || (integral && round < s_.max_rounds))) {
+    // A point that the cuts no longer move is where the separators' progress ends.
+    double moved = last_x_.empty() ? INFINITY : 0.0;
+    for (std::size_t j = 0; j < last_x_.size(); ++j) moved = std::max(moved, std::fabs(x_[j] - last_x_[j]));
+    stalled = moved <= 1e-12 ? stalled + 1 : 0;
+    last_x_ = x_;
+    if (!feasible && !cuts.empty() && stalled < s_.stall_rounds &&
+        (round < limit || (integral && round < s_.max_rounds))) {
       add_cuts(cuts);
       if (s_.stop && s_.stop->load(std::memory_order_relaxed)) return Outcome::kStopped;
       if (elapsed() >= s_.time_limit) return Outcome::kStopped;
       continue;
+    }
+    if (integral && !feasible && stalled >= s_.stall_rounds) {
+      feasible = std::all_of(seps_.begin(), seps_.end(), [this](auto& sep) { return sep->acceptable(x_); });
+      if (feasible) log("Separation stalled at node " + num(r_.nodes) + "; its point is kept as it is feasible");
     }
     if (integral && feasible) {
       incumbent_ = obj;

@@ -39,6 +39,7 @@ struct Cut {
   std::vector<double> val;
   double lo = -INFINITY, up = INFINITY;
   int owner = -1;
+  double weight = 1.0;  // the row is `weight` times the owner's own cut (for reading duals)
 };
 
 // Adds rows that cut off a relaxation point violating a constraint the relaxation lacks.
@@ -49,6 +50,12 @@ class Separator {
   // when `x` satisfies every constraint this separator stands for (within its tolerance); a
   // false return with no cut appended means it cannot separate this point.
   virtual bool separate(const std::vector<double>& x, std::vector<Cut>& out) = 0;
+  // Whether `x`, which separation no longer moves, is still good enough to be a solution
+  // (within the user's tolerances, looser than the separator's own). Default: no.
+  virtual bool acceptable(const std::vector<double>& x) {
+    (void)x;
+    return false;
+  }
   // Cuts to add before the first solve (may be none), e.g. to bound the first relaxation.
   virtual void initial_cuts(std::vector<Cut>& out) { (void)out; }
 };
@@ -98,6 +105,12 @@ struct SearchSettings {
   // Separation rounds at a node whose point is fractional (the root gets root_rounds); a
   // point that is integral is separated until it is feasible or max_rounds is reached.
   int node_rounds = 10, root_rounds = 100, max_rounds = 5000;
+  // Primal feasibility tolerance of the relaxations (0: the instance's own). Separators that
+  // accept a point within tol need relaxations solved tighter than tol, or their cuts, violated
+  // by less than HiGHS' tolerance, would leave the point where it is.
+  double relaxation_feas_tol = 0.0;
+  // Rounds in a row in which the cuts left the point where it was before separation stops.
+  int stall_rounds = 5;
   const std::atomic<bool>* stop = nullptr;  // set from another thread: INTERRUPTED
   Env* env = nullptr;                       // log sink (incumbents, summary); may be null
 };
@@ -113,7 +126,8 @@ struct SearchResult {
   // Duals of the last relaxation when the search ended at the root with an optimal point:
   // rows (the working problem's, then the cuts) and columns; empty otherwise.
   std::vector<double> row_dual, col_dual;
-  std::vector<int> cut_owner;  // per cut row, in order
+  std::vector<int> cut_owner;      // per cut row, in order
+  std::vector<double> cut_weight;  // per cut row: Cut::weight
 };
 
 class BranchAndBound {
@@ -156,7 +170,7 @@ class BranchAndBound {
   std::vector<std::unique_ptr<BranchingRule>> rules_;
   std::vector<std::unique_ptr<Separator>> seps_;
   std::vector<int> changed_;  // columns whose bounds differ from the root's in the instance
-  std::vector<double> x_, col_dual_, row_value_, row_dual_;
+  std::vector<double> x_, col_dual_, row_value_, row_dual_, last_x_;
   SearchResult r_;
   double incumbent_ = INFINITY;  // minimised sense
   int unbounded_rays_ = 0;

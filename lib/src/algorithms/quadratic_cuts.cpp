@@ -98,6 +98,15 @@ double QuadConstraint::violation(const std::vector<double>& x) const {
   return sense == '=' ? std::fabs(g) : g;
 }
 
+double QuadConstraint::cone_violation(const std::vector<double>& x) const {
+  double n = 0.0;
+  for (const auto& row : lrows) {
+    const double v = form(row, x);
+    n += v * v;
+  }
+  return std::sqrt(n) - form(rform, x);
+}
+
 QuadConstraint classify_qconstr(const QConstrData& q, int index, const std::vector<double>& lower) {
   QuadConstraint c;
   c.index = index;
@@ -149,12 +158,15 @@ Cut QuadraticSeparator::cone_cut(const QuadConstraint& c, const std::vector<doub
   Cut cut;
   cut.owner = c.index;
   if (!(n0 > 0.0)) return cut;
+  // The row is the gradient cut of ||L x|| - R x itself, whose violation at x0 is the cone
+  // violation; relative to g's tangent it is scaled by 1 / (s n0).
   std::map<int, double> coef;
   for (std::size_t k = 0; k < c.lrows.size(); ++k) {
     if (lx0[k] == 0.0) continue;
-    for (const auto& [j, v] : c.lrows[k]) coef[j] += c.scale * lx0[k] * v;
+    for (const auto& [j, v] : c.lrows[k]) coef[j] += lx0[k] / n0 * v;
   }
-  for (const auto& [j, v] : c.rform) coef[j] -= c.scale * n0 * v;
+  for (const auto& [j, v] : c.rform) coef[j] -= v;
+  cut.weight = 1.0 / (c.scale * n0);
   for (const auto& [j, v] : coef) {
     if (v == 0.0) continue;
     cut.ind.push_back(j);
@@ -164,12 +176,53 @@ Cut QuadraticSeparator::cone_cut(const QuadConstraint& c, const std::vector<doub
   return cut;
 }
 
+void lift_cone(QuadConstraint& c, reform::WorkingProblem& p) {
+  if (c.shape != QuadShape::kCone || c.lrows.size() < 3) return;
+  std::vector<int> ind;
+  std::vector<double> val;
+  for (const auto& lrow : c.lrows) {
+    const int u = p.add_col(0.0, INFINITY, 0);
+    ind.push_back(u);
+    val.push_back(1.0);
+    QuadConstraint piece;
+    piece.index = c.index;
+    piece.shape = QuadShape::kRotatedCone;
+    piece.scale = 0.5;
+    // L_k(x)^2 - u R(x) <= 0 as terms (L_k and R are single columns here).
+    const auto [xj, a] = lrow[0];
+    const auto [t, r] = c.rform[0];
+    piece.qr = {xj, u};
+    piece.qc = {xj, t};
+    piece.qv = {a * a, -r};
+    piece.lrows = {{{xj, 2 * a}}, {{u, 1.0}, {t, -r}}};
+    piece.rform = {{u, 1.0}, {t, r}};
+    c.pieces.push_back(std::move(piece));
+  }
+  for (const auto& [t, r] : c.rform) {
+    ind.push_back(t);
+    val.push_back(-r);
+  }
+  p.add_row(ind, val, -INFINITY, 0.0);
+}
+
 bool QuadraticSeparator::separate(const std::vector<double>& x, std::vector<Cut>& out) {
   bool feasible = true;
   for (const QuadConstraint& c : cons_) {
     if (c.shape == QuadShape::kLinear) continue;  // a row of the relaxation already
-    if (c.violation(x) <= tol_) continue;
+    const bool cone = c.shape == QuadShape::kCone || c.shape == QuadShape::kRotatedCone;
+    if (c.violation(x) <= tol_ && (!cone || c.cone_violation(x) <= cone_tol_)) continue;
     feasible = false;
+    const std::size_t before = out.size();
+    // Every violated piece is cut; when none is (the lifted row's own tolerance), the whole
+    // cone is.
+    for (const QuadConstraint& piece : c.pieces) {
+      if (piece.cone_violation(x) <= cone_tol_ * 1e-3) continue;
+      std::vector<double> lx(piece.lrows.size());
+      for (std::size_t k = 0; k < lx.size(); ++k) lx[k] = form(piece.lrows[k], x);
+      Cut cut = cone_cut(piece, lx);
+      if (!cut.ind.empty()) out.push_back(std::move(cut));
+    }
+    if (out.size() > before) continue;
     Cut cut;
     if (c.shape == QuadShape::kConvex) {
       cut = tangent(c, x);
@@ -181,6 +234,12 @@ bool QuadraticSeparator::separate(const std::vector<double>& x, std::vector<Cut>
     if (!cut.ind.empty()) out.push_back(std::move(cut));
   }
   return feasible;
+}
+
+bool QuadraticSeparator::acceptable(const std::vector<double>& x) {
+  return std::all_of(cons_.begin(), cons_.end(), [&](const QuadConstraint& c) {
+    return c.shape == QuadShape::kLinear || c.violation(x) <= user_tol_;
+  });
 }
 
 void QuadraticSeparator::initial_cuts(std::vector<Cut>& out) {
@@ -207,6 +266,9 @@ void QuadraticSeparator::initial_cuts(std::vector<Cut>& out) {
         x0[j] = 0.0;
       }
     } else if (c.shape != QuadShape::kNonconvex) {
+      for (const QuadConstraint& piece : c.pieces) {
+        for (double sgn : {1.0, -1.0}) out.push_back(cone_cut(piece, {sgn, 0.0}));
+      }
       std::vector<double> lx(c.lrows.size(), 0.0);
       for (std::size_t k = 0; k < lx.size(); ++k) {
         for (double s : {1.0, -1.0}) {

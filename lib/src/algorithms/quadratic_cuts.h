@@ -41,9 +41,14 @@ struct QuadConstraint {
   std::vector<std::vector<std::pair<int, double>>> lrows;
   std::vector<std::pair<int, double>> rform;
   double scale = 1.0;
+  // A lifted cone's three-dimensional rotated cones L_k(x)^2 <= u_k R(x) (see lift_cone).
+  std::vector<QuadConstraint> pieces;
 
   // g(x) (left-hand side minus right-hand side in '<' form). O(terms).
   double violation(const std::vector<double>& x) const;
+  // For cones, ||L x|| - R x, the violation in the scale of the variables (g is about 2 R x
+  // times it, so a small R makes g small long before the point is accurate). O(terms).
+  double cone_violation(const std::vector<double>& x) const;
 };
 
 // Classifies quadratic constraint `index` of the user's model; `lower` are the column lower
@@ -51,15 +56,27 @@ struct QuadConstraint {
 // for the semidefiniteness test of a support of s variables.
 QuadConstraint classify_qconstr(const QConstrData& q, int index, const std::vector<double>& lower);
 
+// Disaggregates a cone ||L x|| <= R x with three or more rows of L: appends to `p` a column
+// u_k >= 0 per row and the row sum_k u_k - R x <= 0, and records the rotated cones
+// L_k(x)^2 <= u_k R(x) as pieces of `c`. Together they imply the cone (sum L_k^2 <= R sum u_k
+// <= R^2), and tangent cuts of the small cones approximate it with far fewer cuts than cuts
+// of the whole cone. Does nothing for other shapes. O(rows of L).
+void lift_cone(QuadConstraint& c, reform::WorkingProblem& p);
+
 // The name the messages give quadratic constraint `index` (its own, or QC<index>).
 std::string qconstr_label(const QConstrData& q, int index);
 
 // Separates every classified constraint (none may be nonconvex) with the cuts above.
-// A point is accepted when g(x) <= tol for every constraint.
+// A point is accepted when g(x) <= tol for every constraint and, for cones, also
+// ||L x|| - R x <= cone_tol.
 class QuadraticSeparator : public Separator {
  public:
-  QuadraticSeparator(std::vector<QuadConstraint> cons, double tol) : cons_(std::move(cons)), tol_(tol) {}
+  // `user_tol` (at least tol) is what acceptable() allows.
+  QuadraticSeparator(std::vector<QuadConstraint> cons, double tol, double cone_tol, double user_tol)
+      : cons_(std::move(cons)), tol_(tol), cone_tol_(cone_tol), user_tol_(user_tol) {}
   bool separate(const std::vector<double>& x, std::vector<Cut>& out) override;
+  // True when g(x) <= user_tol for every constraint.
+  bool acceptable(const std::vector<double>& x) override;
   // The linear constraints as rows; for cones |L_k x| <= R x for each row of L; for convex
   // constraints the tangents at +-e_j for columns j of the support with an infinite bound,
   // so that the first relaxation is bounded where the constraints bound it.
@@ -74,7 +91,7 @@ class QuadraticSeparator : public Separator {
   Cut tangent(const QuadConstraint& c, const std::vector<double>& x0) const;
   Cut cone_cut(const QuadConstraint& c, const std::vector<double>& lx0) const;
   std::vector<QuadConstraint> cons_;
-  double tol_;
+  double tol_, cone_tol_, user_tol_;
   std::vector<double> lower_, upper_;
 };
 

@@ -61,11 +61,23 @@ bool needs_quadratic_search(const ModelData& d, const reform::WorkingProblem& p)
   return d.num_qconstrs() > 0 || (p.mip && !p.qval.empty());
 }
 
-Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& p,
+Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& given,
                        const std::atomic<bool>* stop, Solution& sol) {
   const ParamSet& ps = env.params();
   std::vector<QuadConstraint> cons;
-  VLM_RETURN_IF_ERROR(check_model(d, p, ps.int_param("NonConvex"), cons));
+  VLM_RETURN_IF_ERROR(check_model(d, given, ps.int_param("NonConvex"), cons));
+  // Cones are disaggregated unless their multipliers are wanted: the lifted form's cut duals
+  // do not add up to the cone's multiplier.
+  const bool duals = ps.int_param("QCPDual") == 1;
+  reform::WorkingProblem lifted;
+  const bool lift = !duals && std::any_of(cons.begin(), cons.end(), [](const QuadConstraint& c) {
+    return c.shape == QuadShape::kCone && c.lrows.size() >= 3;
+  });
+  if (lift) {
+    lifted = given;
+    for (QuadConstraint& c : cons) lift_cone(c, lifted);
+  }
+  const reform::WorkingProblem& p = lift ? lifted : given;
 
   SearchSettings s;
   s.time_limit = from_lib(ps.dbl_param("TimeLimit"));
@@ -81,6 +93,9 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   // Cut until the violation is a tenth of the tolerance: the objective of the outer
   // approximation then also lies within about that much of the true optimum.
   const double tol = ps.dbl_param("FeasibilityTol") * 0.1;
+  // Cones are also held to their own scale, ||L x|| - R x, where the objective feels them.
+  const double cone_tol = std::max(1e-9, ps.dbl_param("BarQCPConvTol") * 1e-3);
+  s.relaxation_feas_tol = std::max(1e-10, std::min(tol, cone_tol) * 0.1);
 
   std::vector<int> integers;
   for (int j = 0; j < p.ncol; ++j) {
@@ -90,7 +105,8 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   BranchAndBound search(h, p, s);
   search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol));
   if (!cons.empty()) {
-    auto sep = std::make_unique<QuadraticSeparator>(std::move(cons), tol);
+    auto sep = std::make_unique<QuadraticSeparator>(std::move(cons), tol, cone_tol,
+                                                    ps.dbl_param("FeasibilityTol"));
     sep->set_bounds(p.lower, p.upper);
     search.add_separator(std::move(sep));
   }
@@ -105,7 +121,7 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   sol.status = r.status;
   sol.nodecount = r.nodes;
   sol.itercount = r.lp_iterations;
-  sol.objbound = r.bound;
+  sol.objbound = std::isfinite(r.bound) ? r.bound : r.bound > 0 ? VLM_INFINITY : -VLM_INFINITY;
   if (!r.has_solution) return Status::Ok();
   sol.sol_count = 1;
   sol.objval = r.objval;
@@ -134,9 +150,10 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
       sol.pool_x.emplace_back(it->second.begin(), it->second.begin() + n);
     }
     sol.sol_count = static_cast<int>(sol.pool_x.size());
-  } else if (sol.status == VLM_OPTIMAL && ps.int_param("QCPDual") == 1 && !r.row_dual.empty()) {
+  } else if (sol.status == VLM_OPTIMAL && duals && !r.row_dual.empty()) {
     // Duals of the final outer approximation: a constraint's multiplier is the sum of its cut
-    // rows' duals, as each cut is scaled to g's tangent near the optimum.
+    // rows' duals, each weighted back to the scale of g's tangent (which the cuts near the
+    // optimum equal).
     sol.has_duals = true;
     sol.pi.assign(r.row_dual.begin(), r.row_dual.begin() + m);
     sol.rc.assign(r.col_dual.begin(), r.col_dual.begin() + n);
@@ -146,7 +163,7 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
       if (r.cut_owner[k] >= 0 && r.cut_owner[k] < nq && row < r.row_dual.size()) {
         // A '>' constraint was cut in its negated form.
         const double sign = d.qconstrs[r.cut_owner[k]].sense == '>' ? -1.0 : 1.0;
-        sol.qc_pi[r.cut_owner[k]] += sign * r.row_dual[row];
+        sol.qc_pi[r.cut_owner[k]] += sign * r.row_dual[row] * r.cut_weight[k];
       }
     }
   }
