@@ -98,6 +98,19 @@ double QuadConstraint::violation(const std::vector<double>& x) const {
   return sense == '=' ? std::fabs(g) : g;
 }
 
+double QuadConstraint::scaled_violation(const std::vector<double>& x) const {
+  std::map<int, double> grad;
+  for (std::size_t k = 0; k < qv.size(); ++k) {
+    grad[qr[k]] += qv[k] * x[qc[k]];
+    grad[qc[k]] += qv[k] * x[qr[k]];
+  }
+  for (std::size_t k = 0; k < lv.size(); ++k) grad[li[k]] += lv[k];
+  double norm = 0.0;
+  for (const auto& [j, v] : grad) norm += v * v;
+  const double g = violation(x);
+  return norm > 0.0 ? g / std::sqrt(norm) : g;
+}
+
 double QuadConstraint::cone_violation(const std::vector<double>& x) const {
   double n = 0.0;
   for (const auto& row : lrows) {
@@ -137,15 +150,23 @@ Cut QuadraticSeparator::tangent(const QuadConstraint& c, const std::vector<doubl
     grad[j] += c.qv[k] * x0[i];
   }
   for (std::size_t k = 0; k < c.lv.size(); ++k) grad[c.li[k]] += c.lv[k];
-  // g(x0) + grad'(x - x0) <= 0  <=>  grad'x <= grad'x0 - g(x0).
+  // g(x0) + grad'(x - x0) <= 0  <=>  grad'x <= grad'x0 - g(x0), divided by |grad| so that
+  // the row's violation is the distance to the tangent plane.
   Cut cut;
   cut.owner = c.index;
-  double rhs = -c.violation(x0);
+  double rhs = -c.violation(x0), norm = 0.0;
   for (const auto& [j, v] : grad) {
     if (v == 0.0) continue;
     cut.ind.push_back(j);
     cut.val.push_back(v);
     rhs += v * x0[j];
+    norm += v * v;
+  }
+  norm = std::sqrt(norm);
+  if (norm > 0.0) {
+    for (double& v : cut.val) v /= norm;
+    rhs /= norm;
+    cut.weight = 1.0 / norm;
   }
   cut.up = rhs;
   return cut;
@@ -210,7 +231,7 @@ bool QuadraticSeparator::separate(const std::vector<double>& x, std::vector<Cut>
   for (const QuadConstraint& c : cons_) {
     if (c.shape == QuadShape::kLinear) continue;  // a row of the relaxation already
     const bool cone = c.shape == QuadShape::kCone || c.shape == QuadShape::kRotatedCone;
-    if (c.violation(x) <= tol_ && (!cone || c.cone_violation(x) <= cone_tol_)) continue;
+    if (c.violation(x) <= tol_ && (cone ? c.cone_violation(x) : c.scaled_violation(x)) <= cone_tol_) continue;
     feasible = false;
     const std::size_t before = out.size();
     // Every violated piece is cut; when none is (the lifted row's own tolerance), the whole

@@ -10,10 +10,10 @@
 //   - convex: Q positive semidefinite on its support;
 //   - nonconvex: anything else (also any equality with quadratic terms).
 // Cuts, all globally valid:
-//   convex:  g(x0) + grad g(x0)'(x - x0) <= 0;
-//   cones:   with n0 = ||L x0|| > 0, s * (L x0)'(L x) - s * n0 * R x <= 0, the gradient cut of
-//            ||L x|| - R x scaled by s = 2 (rotated: 1/2) so that at a point of the cone
-//            surface it equals the tangent of g: cut duals then add up to g's multiplier.
+//   convex:  g(x0) + grad g(x0)'(x - x0) <= 0, divided by |grad g(x0)|;
+//   cones:   with n0 = ||L x0|| > 0, (L x0 / n0)'(L x) - R x <= 0, the gradient cut of
+//            ||L x|| - R x; times s * n0 (s = 2, rotated: 1/2) it equals the tangent of g at
+//            a point of the cone surface, so cut duals times 1/(s n0) add up to g's multiplier.
 // The cone form is cut instead of g because x'x - t^2 is not convex: its tangents are not
 // valid cuts.
 #pragma once
@@ -46,6 +46,8 @@ struct QuadConstraint {
 
   // g(x) (left-hand side minus right-hand side in '<' form). O(terms).
   double violation(const std::vector<double>& x) const;
+  // g(x) / |grad g(x)|: about the distance to the surface g = 0 (g where the gradient is 0).
+  double scaled_violation(const std::vector<double>& x) const;
   // For cones, ||L x|| - R x, the violation in the scale of the variables (g is about 2 R x
   // times it, so a small R makes g small long before the point is accurate). O(terms).
   double cone_violation(const std::vector<double>& x) const;
@@ -67,8 +69,9 @@ void lift_cone(QuadConstraint& c, reform::WorkingProblem& p);
 std::string qconstr_label(const QConstrData& q, int index);
 
 // Separates every classified constraint (none may be nonconvex) with the cuts above.
-// A point is accepted when g(x) <= tol for every constraint and, for cones, also
-// ||L x|| - R x <= cone_tol.
+// A point is accepted when g(x) <= tol for every constraint and also, in the scale of the
+// variables, ||L x|| - R x <= cone_tol for cones and g(x) / |grad g(x)| <= cone_tol for the
+// others. Tangent rows are divided by |grad g(x0)| for the same reason.
 class QuadraticSeparator : public Separator {
  public:
   // `user_tol` (at least tol) is what acceptable() allows.
