@@ -308,7 +308,10 @@ StatusOr<SearchResult> BranchAndBound::run() {
     const Outcome out = process(node, children, dive);
     r_.nodes += 1;
     if (out == Outcome::kError) {
-      return Status(VLM_ERROR_NUMERIC, "HiGHS failed to solve a relaxation at node " + num(r_.nodes - 1));
+      // The node is dropped: the search goes on, but cannot claim optimality any more.
+      log("HiGHS failed to solve the relaxation of node " + num(r_.nodes - 1) + "; the node is dropped");
+      trouble_ = true;
+      continue;
     }
     if (out == Outcome::kStopped) {
       heap.push_back(std::move(node));
@@ -351,8 +354,8 @@ StatusOr<SearchResult> BranchAndBound::run() {
   r_.objval = p_.sense * incumbent_;
   r_.bound = p_.sense * bound;
   if (r_.has_solution && (r_.status == VLM_OPTIMAL) && p_.sense * (r_.bound - r_.objval) > 0) r_.bound = r_.objval;
-  log("Explored " + num(r_.nodes) + " nodes (" + num(r_.relaxations) + " relaxations, " + num(r_.lp_iterations) +
-      " iterations, " + num(r_.cuts) + " cuts) in " + num(elapsed()) + "s");
+  log("Branch and bound: " + num(r_.nodes) + " nodes, " + num(r_.relaxations) + " relaxations, " + num(r_.lp_iterations) +
+      " iterations, " + num(r_.cuts) + " cuts in " + num(elapsed()) + "s");
   return std::move(r_);
 }
 

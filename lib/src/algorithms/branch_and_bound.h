@@ -140,8 +140,9 @@ class BranchAndBound {
   void add_branching_rule(std::unique_ptr<BranchingRule> rule) { rules_.push_back(std::move(rule)); }
   void add_separator(std::unique_ptr<Separator> sep) { seps_.push_back(std::move(sep)); }
 
-  // Runs the search. Fails with VLM_ERROR_INTERNAL when HiGHS rejects the relaxation, and with
-  // VLM_ERROR_NUMERIC when a relaxation fails to solve; limits are statuses, not failures.
+  // Runs the search. Fails with VLM_ERROR_INTERNAL when HiGHS rejects the relaxation. Limits
+  // are statuses, not failures; a node whose relaxation HiGHS fails to solve is dropped and
+  // the result is then SUBOPTIMAL (with a solution) or NUMERIC.
   // Cost: one HiGHS solve per node and separation round.
   StatusOr<SearchResult> run();
 

@@ -33,7 +33,7 @@ bool needs_quadratic_search(const ModelData& d, const reform::WorkingProblem& p)
 // model's terminate flag. Fails, before any solve, with VLM_ERROR_Q_NOT_PSD for a nonconvex
 // objective or quadratic inequality, VLM_ERROR_QCP_EQUALITY_CONSTRAINT for an equality with
 // quadratic terms (the message names the constraint), VLM_ERROR_NOT_SUPPORTED for what the
-// header lists; VLM_ERROR_NUMERIC when HiGHS fails on a relaxation. Limits are statuses.
+// header lists. Limits, and relaxations HiGHS fails on (NUMERIC, SUBOPTIMAL), are statuses.
 // Cost: one HiGHS solve per node and cut round.
 Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& p,
                        const std::atomic<bool>* stop, Solution& sol);
