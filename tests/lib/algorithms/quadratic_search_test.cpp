@@ -275,6 +275,25 @@ TEST_F(QuadraticSolveTest, IntegerConeMatchesEnumeration) {
   expect_feasible();
 }
 
+// An SOS1 set makes a QP a MIQP through its reformulation: min (x - 1)^2 + (y - 2)^2 with
+// x, y in [0, 3] and at most one of them non-zero. Either x = 0, y = 2 (value 1) or y = 0,
+// x = 1 (value 4): the optimum is 1.
+TEST_F(QuadraticSolveTest, SosWithQuadraticObjective) {
+  var(-2, 0, 3);
+  var(-4, 0, 3);
+  std::vector<int> r{0, 1}, beg{0}, ind{0, 1};
+  std::vector<double> v{1, 1}, w{1, 2};
+  ASSERT_EQ(VLMaddqpterms(m_, 2, r.data(), r.data(), v.data()), VLM_OK);
+  ASSERT_EQ(VLMsetdblattr(m_, "ObjCon", 5), VLM_OK);
+  int type = 1;
+  ASSERT_EQ(VLMaddsos(m_, 1, 2, &type, beg.data(), ind.data(), w.data()), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(dbl("ObjVal"), 1.0, 1e-6);
+  EXPECT_NEAR(elem("X", 0), 0.0, 1e-6);
+  EXPECT_NEAR(elem("X", 1), 2.0, 1e-6);
+}
+
 // x^2 + y^2 <= 0.5 with x + y >= 1 and x, y integer: only (0, 0) fits the disc.
 TEST_F(QuadraticSolveTest, InfeasibleMiqcp) {
   var(1, -3, 3, 'I');
