@@ -174,7 +174,7 @@ int main(int argc, char** argv) {
   VLMenv* env = nullptr;
   VLMemptyenv(&env);
   VLMsetintparam(env, "OutputFlag", std::getenv("BENCH_LOG") ? 1 : 0);
-  VLMsetdblparam(env, "TimeLimit", 120);
+  VLMsetdblparam(env, "TimeLimit", std::getenv("BENCH_TL") ? std::atof(std::getenv("BENCH_TL")) : 120);
   if (std::getenv("BENCH_QCPDUAL")) VLMsetintparam(env, "QCPDual", 1);
   VLMstartenv(env);
   for (int n : sizes) {

@@ -354,8 +354,9 @@ StatusOr<SearchResult> BranchAndBound::run() {
   r_.objval = p_.sense * incumbent_;
   r_.bound = p_.sense * bound;
   if (r_.has_solution && (r_.status == VLM_OPTIMAL) && p_.sense * (r_.bound - r_.objval) > 0) r_.bound = r_.objval;
+  r_.highs_seconds = Highs_getRunTime(h_);
   log("Branch and bound: " + num(r_.nodes) + " nodes, " + num(r_.relaxations) + " relaxations, " + num(r_.lp_iterations) +
-      " iterations, " + num(r_.cuts) + " cuts in " + num(elapsed()) + "s");
+      " iterations, " + num(r_.cuts) + " cuts in " + num(elapsed()) + "s (HiGHS " + num(r_.highs_seconds) + "s)");
   return std::move(r_);
 }
 

@@ -121,6 +121,7 @@ struct SearchResult {
   std::vector<double> x;                   // best point, all working columns
   double objval = 0.0, bound = 0.0;        // in the model's sense
   double nodes = 0, lp_iterations = 0, relaxations = 0, cuts = 0;
+  double highs_seconds = 0;  // time spent inside Highs_run
   // Incumbents in the order found (each improving on the one before), model's sense.
   std::vector<std::pair<double, std::vector<double>>> incumbents;
   // Duals of the last relaxation when the search ended at the root with an optimal point:
