@@ -241,9 +241,11 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       if (elapsed() >= s_.time_limit) return Outcome::kStopped;
       continue;
     }
-    if (integral && !feasible && stalled >= s_.stall_rounds) {
+    if (integral && !feasible) {
+      // Separation has ended without the separators' own acceptance (stalled, no cut, or out
+      // of rounds): the point may still be within the user's tolerances.
       feasible = std::all_of(seps_.begin(), seps_.end(), [this](auto& sep) { return sep->acceptable(x_); });
-      if (feasible) log("Separation stalled at node " + num(r_.nodes) + "; its point is kept as it is feasible");
+      if (feasible) log("Separation ended at node " + num(r_.nodes) + "; its point is kept as it is feasible");
     }
     if (integral && feasible) {
       incumbent_ = obj;
