@@ -165,12 +165,39 @@ TEST_F(QuadraticSolveTest, SecondOrderConeMinimumNorm) {
   var(1, 0, kInf);
   row({0, 1}, {1, 2}, '=', 5);
   qc({{}, {}, {0, 1, 2}, {0, 1, 2}, {1, 1, -1}, '<', 0}, "cone");
+  param("QCPDual", 1);
   ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
   EXPECT_EQ(status(), VLM_OPTIMAL);
   EXPECT_NEAR(dbl("ObjVal"), std::sqrt(5.0), 1e-6);
   EXPECT_NEAR(elem("X", 0), 1.0, 1e-3);
   EXPECT_NEAR(elem("X", 1), 2.0, 1e-3);
   expect_feasible();
+  // KKT: (0, 0, 1) = pi (1, 2, 0) + lambda (2x, 2y, -2t) gives lambda = -1/(2 sqrt 5) and
+  // pi = 1/sqrt 5 (the distance grows by 1/|a| per unit of right-hand side).
+  EXPECT_NEAR(elem("Pi", 0), 1 / std::sqrt(5.0), 1e-5);
+  EXPECT_NEAR(elem("QCPi", 0), -1 / (2 * std::sqrt(5.0)), 1e-5);
+}
+
+// A cone with three rows is solved in its disaggregated form (QCPDual 0) and as it is
+// (QCPDual 1), to the same optimum: min t s.t. x + 2y + 2z = 9, ||(x, y, z)|| <= t is the
+// distance 9/3 = 3 at (1, 2, 2); the multipliers are pi = 1/3 and lambda = -1/(2t) = -1/6.
+TEST_F(QuadraticSolveTest, LiftedAndPlainConeAgree) {
+  var(0, -kInf, kInf);
+  var(0, -kInf, kInf);
+  var(0, -kInf, kInf);
+  var(1, 0, kInf);
+  row({0, 1, 2}, {1, 2, 2}, '=', 9);
+  qc({{}, {}, {0, 1, 2, 3}, {0, 1, 2, 3}, {1, 1, 1, -1}, '<', 0});
+  for (int duals : {0, 1}) {
+    param("QCPDual", duals);
+    ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+    EXPECT_EQ(status(), VLM_OPTIMAL);
+    EXPECT_NEAR(dbl("ObjVal"), 3.0, 1e-6) << "QCPDual " << duals;
+    EXPECT_NEAR(elem("X", 2), 2.0, 1e-3);
+    expect_feasible();
+  }
+  EXPECT_NEAR(elem("Pi", 0), 1.0 / 3, 1e-5);
+  EXPECT_NEAR(elem("QCPi", 0), -1.0 / 6, 1e-5);
 }
 
 // max w  s.t.  w^2 <= x y,  x + 2y <= 4,  x, y >= 0: the geometric mean sqrt(xy) is largest
