@@ -345,6 +345,8 @@ const Binding kBindings[] = {
     {"RC", S(sol->has_duals, o.num = sol->rc[e]), nullptr},
     {"Pi", S(sol->has_duals, o.num = sol->pi[e]), nullptr},
     {"Slack", S(has_x(sol), o.num = sol->slack[e]), nullptr},
+    {"QCSlack", S(has_x(sol) && !sol->qc_slack.empty(), o.num = sol->qc_slack[e]), nullptr},
+    {"QCPi", S(sol->has_duals && !sol->qc_pi.empty(), o.num = sol->qc_pi[e]), nullptr},
     {"VBasis", S(sol->has_basis, o.num = sol->vbasis[e]), nullptr},
     {"SAObjLow", SA(obj_lo), nullptr},
     {"SAObjUp", SA(obj_up), nullptr},

@@ -2,9 +2,10 @@
 //
 // SOS, general and PWL-objective constructs reach HiGHS through the reformulation step
 // (reform/pipeline.h), which hands the engine a working problem; the engine never sees them.
+// Quadratic constraints, and quadratic objectives with integer columns, are solved by the
+// driver in algorithms/quadratic_search.h (branch and bound with outer approximation).
 // Not implemented yet (each fails with VLM_ERROR_NOT_SUPPORTED naming the element kind):
-// 2-norms, quadratic constraints, and quadratic objectives on models with integer variables
-// (or constructs that need them). Multiple objectives and scenarios: algorithms/solve.h.
+// 2-norms and nonconvex quadratics. Multiple objectives and scenarios: algorithms/solve.h.
 // Not mapped yet: callbacks, MIP starts, warm-start bases, solution pools, sensitivity ranges.
 #pragma once
 

@@ -1,9 +1,8 @@
 // The HiGHS adapter: compiles the updated model into a HiGHS problem through the C API, maps
 // parameters to options, runs it, and maps statuses and values back.
 //
-// HiGHS instances are created per solve and released through release_highs(), which defers
-// Highs_destroy while any solve is running: in HiGHS 1.15.1 destroying an instance resets the
-// calling thread's task scheduler, which is unsafe while another solve is active.
+// HiGHS instances are created per solve and released through release_highs()
+// (engine/highs_instance.h), which defers Highs_destroy while any solve is running.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -14,11 +13,13 @@
 #include <type_traits>
 #include <vector>
 
+#include "algorithms/quadratic_search.h"
 #include "attrs/attr_table.h"
 #include "core/platform.h"
 #include "core/text.h"
 #include "params/param_table.h"
 #include "engine/engine.h"
+#include "engine/highs_instance.h"
 #include "engine/highs_limits.h"
 #include "engine/sigint.h"
 #include "reform/pipeline.h"
@@ -27,71 +28,6 @@
 namespace vlm::engine {
 
 namespace {
-
-// ---- instance lifetime ------------------------------------------------------------------------
-
-std::mutex g_lifetime_mutex;
-int g_active_solves = 0;
-std::vector<void*> g_deferred;
-
-// The size of the HiGHS thread pool of the calling thread (0: none yet, or HiGHS' default).
-// HiGHS keeps one pool per calling thread and refuses a run that asks for another size.
-thread_local int t_pool_threads = 0;
-
-void destroy_all(std::vector<void*>& instances) {
-  // Highs_destroy tears down the calling thread's pool.
-  if (!instances.empty()) t_pool_threads = 0;
-  for (void* p : instances) {
-    try {
-      Highs_destroy(p);
-    } catch (...) {
-    }
-  }
-  instances.clear();
-}
-
-void release_highs(void* h) {
-  std::vector<void*> now;
-  {
-    std::lock_guard<std::mutex> lock(g_lifetime_mutex);
-    g_deferred.push_back(h);
-    if (g_active_solves > 0) return;  // the last solve to end destroys it
-    now.swap(g_deferred);
-  }
-  destroy_all(now);
-}
-
-// Counts a running solve; the last one to end destroys the instances released meanwhile.
-struct ActiveSolve {
-  ActiveSolve() {
-    std::lock_guard<std::mutex> lock(g_lifetime_mutex);
-    ++g_active_solves;
-  }
-  ~ActiveSolve() {
-    std::vector<void*> now;
-    {
-      std::lock_guard<std::mutex> lock(g_lifetime_mutex);
-      if (--g_active_solves == 0) now.swap(g_deferred);
-    }
-    destroy_all(now);
-  }
-};
-
-struct HighsPtr {
-  void* h = nullptr;
-  HighsPtr() : h(Highs_create()) {}
-  ~HighsPtr() {
-    if (h) release_highs(h);
-  }
-  // Hands the instance to a shared owner that releases it the same deferred way.
-  std::shared_ptr<void> share() {
-    void* p = h;
-    h = nullptr;
-    return std::shared_ptr<void>(p, [](void* q) { release_highs(q); });
-  }
-  HighsPtr(const HighsPtr&) = delete;
-  HighsPtr& operator=(const HighsPtr&) = delete;
-};
 
 // ---- callbacks --------------------------------------------------------------------------------
 
@@ -302,24 +238,19 @@ void set_options(void* h, const ParamSet& ps, bool mip) {
 // and says so in the log.
 void choose_threads(void* h, Env& env) {
   int want = env.params().int_param("Threads");
-  if (want > 0 && t_pool_threads != 0 && want != t_pool_threads) {
-    bool alone;
-    {
-      std::lock_guard<std::mutex> lock(g_lifetime_mutex);
-      alone = g_active_solves == 1;
-    }
-    if (alone) {
+  if (want > 0 && pool_threads() != 0 && want != pool_threads()) {
+    if (only_active_solve()) {
       Highs_resetGlobalScheduler(1);
     } else {
       env.message("Threads=" + std::to_string(want) + " cannot take effect while other solves run on " +
-                  std::to_string(t_pool_threads) + " threads; keeping " + std::to_string(t_pool_threads));
-      want = t_pool_threads;
+                  std::to_string(pool_threads()) + " threads; keeping " + std::to_string(pool_threads()));
+      want = pool_threads();
     }
   }
-  if (want == 0) want = t_pool_threads;
+  if (want == 0) want = pool_threads();
   if (want > 0) {
     Highs_setIntOptionValue(h, "threads", want);
-    t_pool_threads = want;
+    pool_threads() = want;
   }
 }
 
@@ -721,6 +652,15 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     if (p.mip) Highs_startCallback(h, kHighsCallbackMipSolution);
     if (!phase.title.empty()) m.env().message(phase.title);
     log_banner(m.env(), d, p);
+    // The one place where a driver takes over from a single HiGHS run.
+    if (algorithms::needs_quadratic_search(d, p)) {
+      choose_threads(h, m.env());
+      VLM_RETURN_IF_ERROR(algorithms::solve_quadratic(h, m.env(), d, p, &stop.flag, *sol));
+      sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+      sol->work = process_cpu_seconds() - cb.cpu_start;
+      log_summary(m.env(), *sol);
+      return sol;
+    }
     rc = Highs_passModel(h, p.ncol, p.nrow, static_cast<HighsInt>(p.aval.size()),
                          static_cast<HighsInt>(p.qval.size()), kHighsMatrixFormatRowwise,
                          kHighsHessianFormatTriangular, p.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize,

@@ -60,6 +60,8 @@ struct Solution {
   double baritercount = 0.0;
   double nodecount = 0.0;
   std::vector<double> x, rc, pi, slack;
+  // Per quadratic constraint: rhs minus left-hand side at x, and the dual (with has_duals).
+  std::vector<double> qc_slack, qc_pi;
   std::vector<int> vbasis, cbasis;
   // With InfUnbdInfo: a ray of an unbounded LP, or a Farkas certificate of an infeasible one
   // (multipliers of the rows and the amount by which the combined row is violated).

@@ -18,9 +18,6 @@ Status unsupported(const std::string& what) {
 
 // What no unit handles, checked before anything is built.
 Status check_supported(const ModelData& d) {
-  if (d.num_qconstrs() > 0) return unsupported("quadratic constraints");
-  bool integer = std::any_of(d.vtype.begin(), d.vtype.end(), [](char t) { return t != 'C'; });
-  if (integer && !d.qval.empty()) return unsupported("a quadratic objective with integer variables");
   for (const GenConstrData& g : d.genconstrs) {
     if (find_reformulation(kind_of(g.type)) == nullptr) {
       return unsupported(std::string("general constraints of type ") + gen_type_name(g.type));
@@ -57,9 +54,6 @@ Status build_working_problem(const ModelData& d, WorkingProblem& p, const Reform
   }
   p.reformulated = d.num_sos() + d.num_genconstrs() + static_cast<int>(d.pwlobj.size());
   p.reported_as_mip = d.num_sos() > 0 || d.num_genconstrs() > 0;
-  if (p.mip && !p.qval.empty()) {
-    return unsupported("a quadratic objective together with constructs that need integer variables");
-  }
   // The Hessian spans every column, the auxiliary ones included (with no terms).
   if (!p.qval.empty()) p.qstart.resize(p.ncol, static_cast<int>(p.qval.size()));
   return Status::Ok();

@@ -13,9 +13,9 @@ namespace vlm::reform {
 // multiple objectives and scenarios are the caller's to apply) and, when it holds SOS, general
 // constraints or piecewise-linear objective terms, their reformulations appended after bound
 // propagation. A model without such constructs takes no step beyond build_base.
-// Fails with VLM_ERROR_NOT_SUPPORTED for what this version cannot solve (quadratic
-// constraints, 2-norms, quadratic
-// objectives together with integer columns) and for a construct whose needed bound is
+// Quadratic constraints stay in the ModelData: the driver that solves them reads them there.
+// Fails with VLM_ERROR_NOT_SUPPORTED for what this version cannot solve (2-norms, nonconvex
+// quadratics) and for a construct whose needed bound is
 // infinite (the message names the variable); `p` is then unusable. The user's model is never
 // changed. `opt` carries the solve's settings that units read. Cost: O(model size) without
 // constructs; with them, bound propagation adds O(8 * nonzeros) plus each unit's own linear

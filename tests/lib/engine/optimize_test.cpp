@@ -262,14 +262,9 @@ TEST_F(OptimizeTest, ElementsTheEngineCannotSolveAreNamed) {
   var(1, 0, 1, 'C', "x");
   var(1, 0, 1, 'C', "y");
   const int ind[] = {0, 1};
-  const double one[] = {1, 1};
   ASSERT_EQ(VLMaddgenconstrNorm(m_, "n", 1, 1, ind, 2.0), VLM_OK);
   EXPECT_EQ(VLMoptimize(m_), VLM_ERROR_NOT_SUPPORTED);
   EXPECT_NE(std::string(VLMgetmerrormsg(m_)).find("NORM"), std::string::npos) << VLMgetmerrormsg(m_);
-  ASSERT_EQ(VLMdelgenconstrs(m_, 1, ind), VLM_OK);
-  ASSERT_EQ(VLMaddqconstr(m_, 0, nullptr, nullptr, 2, ind, ind, one, '<', 1.0, "q"), VLM_OK);
-  EXPECT_EQ(VLMoptimize(m_), VLM_ERROR_NOT_SUPPORTED);
-  EXPECT_NE(std::string(VLMgetmerrormsg(m_)).find("quadratic constraints"), std::string::npos);
 }
 
 TEST_F(OptimizeTest, LogLinesReachTheModelLogWhenOutputIsOn) {

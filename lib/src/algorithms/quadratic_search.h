@@ -1,0 +1,41 @@
+// The driver for models HiGHS cannot take as they are because of quadratic terms: quadratic
+// constraints (QCP, SOCP, MIQCP) and quadratic objectives with integer columns (MIQP).
+//
+// Convex quadratic constraints become tangent cuts of an outer approximation
+// (algorithms/quadratic_cuts.h) on the relaxation of the branch and bound
+// (algorithms/branch_and_bound.h); without integer columns the search is its root alone,
+// iterated until the relaxation point satisfies every quadratic constraint.
+//
+// Not handled (refused with VLM_ERROR_NOT_SUPPORTED): nonconvex quadratics with NonConvex 2,
+// semi-continuous and semi-integer columns together with quadratic terms. Not mapped: MIP
+// starts, Cutoff, BestObjStop and BestBdStop, callbacks.
+#pragma once
+
+#include <atomic>
+
+#include "core/status.h"
+#include "engine/solution.h"
+#include "model/model_data.h"
+#include "reform/working_problem.h"
+
+namespace vlm {
+class Env;
+}
+
+namespace vlm::algorithms {
+
+// True when the model needs this driver rather than one HiGHS run: it has quadratic
+// constraints, or a quadratic objective together with integer columns. O(1).
+bool needs_quadratic_search(const ModelData& d, const reform::WorkingProblem& p);
+
+// Solves `p` (built from `d`) and fills `sol` with the result on the user's elements.
+// `h` is a fresh HiGHS instance with the solve's options and callbacks set; `stop` is the
+// model's terminate flag. Fails, before any solve, with VLM_ERROR_Q_NOT_PSD for a nonconvex
+// objective or quadratic inequality, VLM_ERROR_QCP_EQUALITY_CONSTRAINT for an equality with
+// quadratic terms (the message names the constraint), VLM_ERROR_NOT_SUPPORTED for what the
+// header lists. Limits, and relaxations HiGHS fails on (NUMERIC, SUBOPTIMAL), are statuses.
+// Cost: one HiGHS solve per node and cut round.
+Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& p,
+                       const std::atomic<bool>* stop, Solution& sol);
+
+}  // namespace vlm::algorithms
