@@ -5,7 +5,7 @@
 #include <map>
 #include <set>
 
-#include "algorithms/psd.h"
+#include "reform/convexity.h"
 
 namespace vlm::algorithms {
 
@@ -138,7 +138,7 @@ QuadConstraint classify_qconstr(const QConstrData& q, int index, const std::vect
   }
   if (q.sense == '=') return c;  // nonconvex
   if (detect_cone(c, lower)) return c;
-  c.shape = is_psd(c.qr, c.qc, c.qv) ? QuadShape::kConvex : QuadShape::kNonconvex;
+  c.shape = reform::check_psd(c.qr, c.qc, c.qv, false).psd ? QuadShape::kConvex : QuadShape::kNonconvex;
   return c;
 }
 

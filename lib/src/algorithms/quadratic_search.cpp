@@ -5,7 +5,7 @@
 #include <string>
 
 #include "algorithms/branch_and_bound.h"
-#include "algorithms/psd.h"
+#include "reform/convexity.h"
 #include "algorithms/quadratic_cuts.h"
 #include "env/env.h"
 
@@ -29,9 +29,7 @@ Status check_model(const ModelData& d, const reform::WorkingProblem& p, int nonc
                      : "; set NonConvex to 2 to solve nonconvex models";
   const int refusal = nonconvex == 2 ? VLM_ERROR_NOT_SUPPORTED : VLM_ERROR_Q_NOT_PSD;
   if (!d.qval.empty()) {
-    std::vector<double> v(d.qval);
-    for (double& x : v) x *= d.sense;
-    if (!is_psd(d.qrow, d.qcol, v)) {
+    if (!reform::check_psd(d.qrow, d.qcol, d.qval, d.sense == -1).psd) {
       return Status(refusal, std::string("Objective Q matrix isn't ") +
                                  (d.sense == 1 ? "positive semi-definite (a minimisation needs a convex objective)"
                                                : "negative semi-definite (a maximisation needs a concave objective)") +

@@ -5,11 +5,15 @@
 #include <cmath>
 #include <vector>
 
-#include "algorithms/psd.h"
 #include "algorithms/quadratic_cuts.h"
+#include "reform/convexity.h"
 
 namespace vlm::algorithms {
 namespace {
+
+bool is_psd(const std::vector<int>& r, const std::vector<int>& c, const std::vector<double>& v) {
+  return reform::check_psd(r, c, v, false).psd;
+}
 
 TEST(PsdTest, DefiniteSemidefiniteAndIndefiniteForms) {
   // x^2 + 2y^2
