@@ -56,3 +56,24 @@ def test_facility_example_matches_its_big_m_twin():
         m.optimize()
         assert m.Status == VLM.OPTIMAL
         assert reported == pytest.approx(m.ObjVal, abs=0.5)
+
+
+def test_portfolio_example_matches_an_independent_solver():
+    # The same model solved by SciPy's SLSQP from several starts: the best expected return
+    # agrees with ours to the approximation tolerance.
+    from scipy.optimize import minimize
+    np = pytest.importorskip("numpy")
+    reported = float(run("portfolio.py").splitlines()[0].rsplit(" ", 1)[1])
+    source = (EXAMPLES / "portfolio.py").read_text()
+    scope = {"np": np}
+    exec(source[source.index("mu = "):source.index("with vp.Env")], scope)
+    mu, sigma, limit = scope["mu"], scope["sigma"], scope["max_variance"]
+    best = -np.inf
+    for start in np.eye(5) * 0.5 + 0.1:
+        r = minimize(lambda w: -mu @ w, start / start.sum(), method="SLSQP", bounds=[(0, None)] * 5,
+                     constraints=[{"type": "eq", "fun": lambda w: w.sum() - 1},
+                                  {"type": "ineq", "fun": lambda w: limit - w @ sigma @ w}],
+                     options={"ftol": 1e-12, "maxiter": 500})
+        if r.success:
+            best = max(best, -r.fun)
+    assert reported == pytest.approx(best, abs=1e-4)
