@@ -8,6 +8,7 @@
 
 #include "elements/handle.h"
 #include "elements/model_core.h"
+#include "core/py_error.h"
 #include "core/py_ref.h"
 #include "velmor_c.h"
 
@@ -77,6 +78,30 @@ int model_var_column(PyObject* model, PyObject* var);
 
 // model.update(); 0, or -1 with an exception set.
 int model_update(PyObject* model);
+
+// Runs `call(VLMmodel*) -> int`, a library call that may run long (a solve, an IIS), with the
+// interpreter lock released and the model marked as solving, so that other threads may run
+// and a second solve of it is refused. With `sigint`, Ctrl-C stops it. 0, or -1 with
+// VelmorError set from the library's code.
+template <class Call>
+int model_run_released(PyObject* self, bool sigint, Call&& call) {
+  ModelObject* m = as_model(self);
+  VLMmodel* h = m->handle;
+  int rc = sigint ? VLMsetsignal(h) : 0;
+  if (rc == 0) {
+    m->solving = 1;
+    {
+      py::WithoutGil released;
+      rc = call(h);
+    }
+    m->solving = 0;
+  }
+  if (rc != 0) {
+    raise_velmor(rc, self);
+    return -1;
+  }
+  return 0;
+}
 
 // Objective and solving (model_solve.cpp).
 PyObject* model_optimize(PyObject* self, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames);

@@ -86,15 +86,12 @@ PyObject* feasrelax_call(PyObject* self, int relaxobjtype, bool minrelax, const 
   if (m->solving) {
     return raise_velmor_msg(VLM_ERROR_OPTIMIZATION_IN_PROGRESS, "The model is already being optimized");
   }
-  int rc = 0;
   // With minrelax the library solves the relaxation: other threads may run meanwhile.
-  m->solving = 1;
-  {
-    py::WithoutGil released;
-    rc = VLMfeasrelax(m->handle, relaxobjtype, minrelax ? 1 : 0, lbpen.data(), ubpen.data(), rhspen.data(), &obj);
+  if (model_run_released(self, false, [&](VLMmodel* h) {
+        return VLMfeasrelax(h, relaxobjtype, minrelax ? 1 : 0, lbpen.data(), ubpen.data(), rhspen.data(), &obj);
+      }) < 0) {
+    return nullptr;
   }
-  m->solving = 0;
-  if (rc != 0) return raise_velmor(rc, self);
   for (PyObject*& list : m->lists) Py_CLEAR(list);
   if (model_setup(self, false) < 0) return nullptr;
   return PyFloat_FromDouble(minrelax ? obj : 0.0);
@@ -131,16 +128,7 @@ PyObject* model_computeiis(PyObject* self, PyObject* args, PyObject* kwds) {
     // TODO(#7): the callback protocol, shared with optimize().
     return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, "Callbacks are not supported yet");
   }
-  VLMmodel* h = m->handle;
-  int rc = VLMsetsignal(h);
-  if (rc != 0) return raise_velmor(rc, self);
-  m->solving = 1;
-  {
-    py::WithoutGil released;
-    rc = VLMcomputeIIS(h);
-  }
-  m->solving = 0;
-  if (rc != 0) return raise_velmor(rc, self);
+  if (model_run_released(self, true, VLMcomputeIIS) < 0) return nullptr;
   return py::none();
 }
 

@@ -55,16 +55,7 @@ PyObject* model_optimize(PyObject* self, PyObject* const* args, Py_ssize_t nargs
     return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, "Callbacks are not supported yet");
   }
   Py_CLEAR(m->callback);
-  VLMmodel* h = m->handle;
-  int rc = VLMsetsignal(h);
-  if (rc != 0) return raise_velmor(rc, self);
-  m->solving = 1;
-  {
-    py::WithoutGil released;
-    rc = VLMoptimize(h);
-  }
-  m->solving = 0;
-  if (rc != 0) return raise_velmor(rc, self);
+  if (model_run_released(self, true, VLMoptimize) < 0) return nullptr;
   return py::none();
 }
 
@@ -396,12 +387,7 @@ PyObject* model_tune(PyObject* self, PyObject*) {
   VLMmodel* h = model_handle(self);
   if (h == nullptr) return raise_velmor(VLM_ERROR_NULL_ARGUMENT, self);
   if (model_update(self) < 0) return nullptr;
-  int rc = VLMsetsignal(h);
-  if (rc == 0) {
-    py::WithoutGil released;
-    rc = VLMtunemodel(h);
-  }
-  if (rc != 0) return raise_velmor(rc, self);
+  if (model_run_released(self, true, VLMtunemodel) < 0) return nullptr;
   return py::none();
 }
 

@@ -82,24 +82,10 @@ void keep_vars(ModelData& d, const std::vector<char>& keep) {
   d.varname.compact(keep);
   compact_extra(d.extra[VLM_KIND_VAR], keep);
   for (Row& r : d.rows) remap_terms(r.ind, r.val, map);
-  std::size_t out = 0;
-  for (std::size_t k = 0; k < d.qval.size(); ++k) {
-    int i = map[d.qrow[k]], j = map[d.qcol[k]];
-    if (i < 0 || j < 0) continue;
-    d.qrow[out] = i;
-    d.qcol[out] = j;
-    d.qval[out] = d.qval[k];
-    ++out;
-  }
-  d.qrow.resize(out);
-  d.qcol.resize(out);
-  d.qval.resize(out);
+  remap_quad_terms(d.qrow, d.qcol, d.qval, map);
   for (QConstrData& q : d.qconstrs) {
     remap_terms(q.lind, q.lval, map);
-    for (std::size_t k = 0; k < q.qrow.size(); ++k) {
-      q.qrow[k] = map[q.qrow[k]];
-      q.qcol[k] = map[q.qcol[k]];
-    }
+    remap_quad_terms(q.qrow, q.qcol, q.qval, map);
   }
   for (SosData& s : d.sos) remap_terms(s.ind, s.weight, map);
   for (GenConstrData& g : d.genconstrs) {

@@ -51,4 +51,21 @@ inline void remap_terms(std::vector<int>& ind, std::vector<double>& val, const s
   if (!val.empty()) val.resize(out);
 }
 
+// The same for quadratic terms (row, col, val): a term goes when either variable does.
+inline void remap_quad_terms(std::vector<int>& qrow, std::vector<int>& qcol, std::vector<double>& qval,
+                             const std::vector<int>& map) {
+  std::size_t out = 0;
+  for (std::size_t k = 0; k < qval.size(); ++k) {
+    const int i = map[qrow[k]], j = map[qcol[k]];
+    if (i < 0 || j < 0) continue;
+    qrow[out] = i;
+    qcol[out] = j;
+    qval[out] = qval[k];
+    ++out;
+  }
+  qrow.resize(out);
+  qcol.resize(out);
+  qval.resize(out);
+}
+
 }  // namespace vlm

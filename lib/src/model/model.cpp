@@ -879,36 +879,10 @@ Status Model::update() {
     compact_extra(d.extra[VLM_KIND_VAR], keep);
     for (Row& r : d.rows) remap_terms(r.ind, r.val, map);
     for (ObjectiveN& o : d.objn) compact(o.coef, keep);
-    {
-      std::size_t out = 0;
-      for (std::size_t k = 0; k < d.qval.size(); ++k) {
-        int i = map[d.qrow[k]], j = map[d.qcol[k]];
-        if (i >= 0 && j >= 0) {
-          d.qrow[out] = i;
-          d.qcol[out] = j;
-          d.qval[out] = d.qval[k];
-          ++out;
-        }
-      }
-      d.qrow.resize(out);
-      d.qcol.resize(out);
-      d.qval.resize(out);
-    }
+    remap_quad_terms(d.qrow, d.qcol, d.qval, map);
     for (QConstrData& q : d.qconstrs) {
       remap_terms(q.lind, q.lval, map);
-      std::size_t out = 0;
-      for (std::size_t k = 0; k < q.qval.size(); ++k) {
-        int i = map[q.qrow[k]], j = map[q.qcol[k]];
-        if (i >= 0 && j >= 0) {
-          q.qrow[out] = i;
-          q.qcol[out] = j;
-          q.qval[out] = q.qval[k];
-          ++out;
-        }
-      }
-      q.qrow.resize(out);
-      q.qcol.resize(out);
-      q.qval.resize(out);
+      remap_quad_terms(q.qrow, q.qcol, q.qval, map);
     }
     for (SosData& s : d.sos) remap_terms(s.ind, s.weight, map);
     for (int g = 0; g < d.num_genconstrs(); ++g) {
