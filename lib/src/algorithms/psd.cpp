@@ -6,13 +6,25 @@
 
 namespace vlm::algorithms {
 
-bool is_psd(const std::vector<int>& row, const std::vector<int>& col, const std::vector<double>& val, double tol) {
+namespace {
+
+// Pivoted symmetric elimination: a semidefinite matrix keeps a non-negative largest remaining
+// diagonal, and a zero pivot needs a zero row. With `forms`, each positive pivot d at p
+// contributes the form (a(p, j) / sqrt(d))_j over p and the columns left.
+bool factor(const std::vector<int>& row, const std::vector<int>& col, const std::vector<double>& val, double tol,
+            std::vector<std::vector<std::pair<int, double>>>* forms) {
   std::unordered_map<int, int> pos;
+  std::vector<int> var;
+  auto index = [&](int j) {
+    auto [it, added] = pos.emplace(j, static_cast<int>(var.size()));
+    if (added) var.push_back(j);
+    return it->second;
+  };
   for (std::size_t k = 0; k < val.size(); ++k) {
-    pos.emplace(row[k], static_cast<int>(pos.size()));
-    pos.emplace(col[k], static_cast<int>(pos.size()));
+    index(row[k]);
+    index(col[k]);
   }
-  const int n = static_cast<int>(pos.size());
+  const int n = static_cast<int>(var.size());
   std::vector<double> a(static_cast<std::size_t>(n) * n, 0.0);
   auto at = [&](int i, int j) -> double& { return a[static_cast<std::size_t>(i) * n + j]; };
   for (std::size_t k = 0; k < val.size(); ++k) {
@@ -25,11 +37,8 @@ bool is_psd(const std::vector<int>& row, const std::vector<int>& col, const std:
     }
   }
   double scale = 0.0;
-  for (int i = 0; i < n; ++i) scale = std::max(scale, std::fabs(at(i, i)));
   for (std::size_t k = 0; k < a.size(); ++k) scale = std::max(scale, std::fabs(a[k]));
   const double eps = tol * std::max(scale, 1e-300);
-  // Symmetric elimination with diagonal pivoting: a semidefinite matrix keeps a non-negative
-  // largest remaining diagonal, and a zero pivot needs a zero row.
   std::vector<int> left(n);
   for (int i = 0; i < n; ++i) left[i] = i;
   while (!left.empty()) {
@@ -45,6 +54,14 @@ bool is_psd(const std::vector<int>& row, const std::vector<int>& col, const std:
       }
       continue;
     }
+    if (forms) {
+      const double r = std::sqrt(d);
+      std::vector<std::pair<int, double>> f{{var[p], r}};
+      for (int i : left) {
+        if (at(i, p) != 0.0) f.push_back({var[i], at(i, p) / r});
+      }
+      forms->push_back(std::move(f));
+    }
     for (int i : left) {
       const double f = at(i, p) / d;
       if (f == 0.0) continue;
@@ -52,6 +69,18 @@ bool is_psd(const std::vector<int>& row, const std::vector<int>& col, const std:
     }
   }
   return true;
+}
+
+}  // namespace
+
+bool is_psd(const std::vector<int>& row, const std::vector<int>& col, const std::vector<double>& val, double tol) {
+  return factor(row, col, val, tol, nullptr);
+}
+
+bool psd_factor(const std::vector<int>& row, const std::vector<int>& col, const std::vector<double>& val,
+                std::vector<std::vector<std::pair<int, double>>>& forms, double tol) {
+  forms.clear();
+  return factor(row, col, val, tol, &forms);
 }
 
 }  // namespace vlm::algorithms

@@ -13,4 +13,10 @@ namespace vlm::algorithms {
 bool is_psd(const std::vector<int>& row, const std::vector<int>& col, const std::vector<double>& val,
             double tol = 1e-9);
 
+// Factors the same form as sum_k F_k(x)^2 when it is positive semidefinite (the test and
+// tolerance of is_psd): each F_k is a sparse linear form (column, coefficient). Returns false,
+// with `forms` unspecified, when it is not. Cost: as is_psd, plus O(s^2) per form.
+bool psd_factor(const std::vector<int>& row, const std::vector<int>& col, const std::vector<double>& val,
+                std::vector<std::vector<std::pair<int, double>>>& forms, double tol = 1e-9);
+
 }  // namespace vlm::algorithms

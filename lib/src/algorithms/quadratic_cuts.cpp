@@ -51,11 +51,22 @@ bool detect_cone(QuadConstraint& c, const std::vector<double>& lower) {
       neg_at = k;
     }
   }
-  if (off.empty() && negatives == 1 && diag.size() >= 2) {
+  if (negatives == 1 && c.qv.size() >= 2) {
+    // x'Ax - c t^2 with A semidefinite and t in no other term: A = F'F gives ||F x|| <= sqrt(c) t.
     const int t = c.qr[neg_at];
     if (lower[t] < 0.0) return false;
-    for (const auto& [k, v] : diag) {
-      if (k != neg_at) c.lrows.push_back({{c.qr[k], std::sqrt(v)}});
+    std::vector<int> r, cc;
+    std::vector<double> v;
+    for (std::size_t k = 0; k < c.qv.size(); ++k) {
+      if (static_cast<int>(k) == neg_at) continue;
+      if (c.qr[k] == t || c.qc[k] == t) return false;
+      r.push_back(c.qr[k]);
+      cc.push_back(c.qc[k]);
+      v.push_back(c.qv[k]);
+    }
+    if (!psd_factor(r, cc, v, c.lrows) || c.lrows.empty()) {
+      c.lrows.clear();
+      return false;
     }
     c.rform = {{t, std::sqrt(-c.qv[neg_at])}};
     c.shape = QuadShape::kCone;
@@ -209,13 +220,22 @@ void lift_cone(QuadConstraint& c, reform::WorkingProblem& p) {
     piece.index = c.index;
     piece.shape = QuadShape::kRotatedCone;
     piece.scale = 0.5;
-    // L_k(x)^2 - u R(x) <= 0 as terms (L_k and R are single columns here).
-    const auto [xj, a] = lrow[0];
+    // L_k(x)^2 - u R(x) <= 0 (R is the single column t).
     const auto [t, r] = c.rform[0];
-    piece.qr = {xj, u};
-    piece.qc = {xj, t};
-    piece.qv = {a * a, -r};
-    piece.lrows = {{{xj, 2 * a}}, {{u, 1.0}, {t, -r}}};
+    std::vector<std::pair<int, double>> twice;
+    for (const auto& [j, a] : lrow) {
+      twice.push_back({j, 2 * a});
+      for (const auto& [i, b] : lrow) {
+        if (i > j) continue;
+        piece.qr.push_back(i);
+        piece.qc.push_back(j);
+        piece.qv.push_back(i == j ? a * a : 2 * a * b);
+      }
+    }
+    piece.qr.push_back(u);
+    piece.qc.push_back(t);
+    piece.qv.push_back(-r);
+    piece.lrows = {twice, {{u, 1.0}, {t, -r}}};
     piece.rform = {{u, 1.0}, {t, r}};
     c.pieces.push_back(std::move(piece));
   }

@@ -3,8 +3,9 @@
 // Every quadratic constraint is brought to the form g(x) = x'Qx + q'x - b <= 0 (a '>'
 // constraint is negated) and classified:
 //   - linear: Q is empty; the constraint is added as an ordinary row before the first solve;
-//   - second-order cone: sum_i a_i x_i^2 - c t^2 <= 0 with a_i, c > 0, no linear part, b = 0
-//     and t >= 0; equivalently ||L x|| <= R x with L x = (sqrt(a_i) x_i), R x = sqrt(c) t;
+//   - second-order cone: x'Ax - c t^2 <= 0 with A semidefinite, c > 0, t in no other term, no
+//     linear part, b = 0 and t >= 0 (sum_i a_i x_i^2 <= c t^2 is the usual case); with A = F'F
+//     (psd_factor) it is ||L x|| <= R x with L = F, R x = sqrt(c) t;
 //   - rotated cone: sum_i a_i x_i^2 - k y z <= 0 with a_i, k > 0, no linear part, b = 0 and
 //     y, z >= 0; equivalently ||(2 sqrt(a_i) x_i, k y - z)|| <= k y + z;
 //   - convex: Q positive semidefinite on its support;

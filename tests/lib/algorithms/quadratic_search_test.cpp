@@ -202,6 +202,23 @@ TEST_F(QuadraticSolveTest, LiftedAndPlainConeAgree) {
   EXPECT_NEAR(elem("QCPi", 0), -1.0 / 6, 1e-5);
 }
 
+// A cone written expanded with cross terms: (x - y)^2 + (y + z)^2 <= t^2, i.e.
+// x^2 - 2xy + 2y^2 + 2yz + z^2 - t^2 <= 0, with y = 1 and x + 2y + z = 6. With u = x - y and
+// v = y + z the rows say u + v = 4, so min t = |(u, v)| = 2 sqrt(2) at u = v = 2: x = 3, z = 1.
+TEST_F(QuadraticSolveTest, ExpandedConeWithCrossTerms) {
+  var(0, -kInf, kInf);
+  var(0, 1, 1);
+  var(0, -kInf, kInf);
+  var(1, 0, kInf);
+  row({0, 1, 2}, {1, 2, 1}, '=', 6);
+  qc({{}, {}, {0, 0, 1, 1, 2, 3}, {0, 1, 1, 2, 2, 3}, {1, -2, 2, 2, 1, -1}, '<', 0});
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(dbl("ObjVal"), 2 * std::sqrt(2.0), 1e-6);
+  EXPECT_NEAR(elem("X", 0), 3.0, 1e-3);
+  expect_feasible();
+}
+
 // max w  s.t.  w^2 <= x y,  x + 2y <= 4,  x, y >= 0: the geometric mean sqrt(xy) is largest
 // at x = 2, y = 1 (maximise x(4 - x)/2), so w = sqrt(2).
 TEST_F(QuadraticSolveTest, RotatedConeGeometricMean) {
