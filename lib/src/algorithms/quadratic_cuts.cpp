@@ -246,6 +246,34 @@ void lift_cone(QuadConstraint& c, reform::WorkingProblem& p) {
   p.add_row(ind, val, -INFINITY, 0.0);
 }
 
+void lift_convex(QuadConstraint& c, reform::WorkingProblem& p) {
+  if (c.shape != QuadShape::kConvex) return;
+  std::vector<std::vector<std::pair<int, double>>> forms;
+  if (!psd_factor(c.qr, c.qc, c.qv, forms) || forms.size() < 2) return;
+  std::vector<int> ind = c.li;
+  std::vector<double> val = c.lv;
+  for (const auto& f : forms) {
+    const int u = p.add_col(0.0, INFINITY, 0);
+    ind.push_back(u);
+    val.push_back(1.0);
+    QuadConstraint piece;
+    piece.index = c.index;
+    piece.shape = QuadShape::kConvex;
+    for (const auto& [j, a] : f) {
+      for (const auto& [i, b] : f) {
+        if (i > j) continue;
+        piece.qr.push_back(i);
+        piece.qc.push_back(j);
+        piece.qv.push_back(i == j ? a * a : 2 * a * b);
+      }
+    }
+    piece.li = {u};
+    piece.lv = {-1.0};
+    c.pieces.push_back(std::move(piece));
+  }
+  p.add_row(ind, val, -INFINITY, c.rhs);
+}
+
 bool QuadraticSeparator::separate(const std::vector<double>& x, std::vector<Cut>& out) {
   bool feasible = true;
   for (const QuadConstraint& c : cons_) {
@@ -257,10 +285,16 @@ bool QuadraticSeparator::separate(const std::vector<double>& x, std::vector<Cut>
     // Every violated piece is cut; when none is (the lifted row's own tolerance), the whole
     // cone is.
     for (const QuadConstraint& piece : c.pieces) {
-      if (piece.cone_violation(x) <= cone_tol_ * 1e-3) continue;
-      std::vector<double> lx(piece.lrows.size());
-      for (std::size_t k = 0; k < lx.size(); ++k) lx[k] = form(piece.lrows[k], x);
-      Cut cut = cone_cut(piece, lx);
+      Cut cut;
+      if (piece.shape == QuadShape::kConvex) {
+        if (piece.scaled_violation(x) <= cone_tol_ * 1e-3) continue;
+        cut = tangent(piece, x);
+      } else {
+        if (piece.cone_violation(x) <= cone_tol_ * 1e-3) continue;
+        std::vector<double> lx(piece.lrows.size());
+        for (std::size_t k = 0; k < lx.size(); ++k) lx[k] = form(piece.lrows[k], x);
+        cut = cone_cut(piece, lx);
+      }
       if (!cut.ind.empty()) out.push_back(std::move(cut));
     }
     if (out.size() > before) continue;

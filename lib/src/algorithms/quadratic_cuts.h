@@ -42,7 +42,8 @@ struct QuadConstraint {
   std::vector<std::vector<std::pair<int, double>>> lrows;
   std::vector<std::pair<int, double>> rform;
   double scale = 1.0;
-  // A lifted cone's three-dimensional rotated cones L_k(x)^2 <= u_k R(x) (see lift_cone).
+  // A lifted cone's rotated cones L_k(x)^2 <= u_k R(x) (lift_cone), or a lifted convex
+  // constraint's F_k(x)^2 <= u_k (lift_convex).
   std::vector<QuadConstraint> pieces;
 
   // g(x) (left-hand side minus right-hand side in '<' form). O(terms).
@@ -65,6 +66,12 @@ QuadConstraint classify_qconstr(const QConstrData& q, int index, const std::vect
 // <= R^2), and tangent cuts of the small cones approximate it with far fewer cuts than cuts
 // of the whole cone. Does nothing for other shapes. O(rows of L).
 void lift_cone(QuadConstraint& c, reform::WorkingProblem& p);
+
+// Disaggregates a convex constraint x'Qx + q'x <= b whose Q factors into two or more forms
+// (Q = F'F): appends a column u_k >= 0 per form and the row sum_k u_k + q'x <= b, and records
+// the convex pieces F_k(x)^2 - u_k <= 0 of `c`. Does nothing for other shapes.
+// Cost: the factorisation, O(s^3) for a support of s variables.
+void lift_convex(QuadConstraint& c, reform::WorkingProblem& p);
 
 // The name the messages give quadratic constraint `index` (its own, or QC<index>).
 std::string qconstr_label(const QConstrData& q, int index);

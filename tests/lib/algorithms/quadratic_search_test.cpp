@@ -144,17 +144,20 @@ TEST_F(QuadraticSolveTest, MultipliersNeedQcpDual) {
 }
 
 // A convex ellipse written as '>' with a cross term: -x^2 - xy - y^2 >= -3; max x + y.
-// By symmetry x = y and 3x^2 = 3: optimum 2 at (1, 1).
+// By symmetry x = y and 3x^2 = 3: optimum 2 at (1, 1). Solved disaggregated (QCPDual 0) and
+// as it is (QCPDual 1).
 TEST_F(QuadraticSolveTest, GreaterThanEllipseWithCrossTerm) {
   var(1, -kInf, kInf);
   var(1, -kInf, kInf);
   qc({{}, {}, {0, 0, 1}, {0, 1, 1}, {-1, -1, -1}, '>', -3});
   maximise();
-  param("QCPDual", 1);
-  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
-  EXPECT_EQ(status(), VLM_OPTIMAL);
-  EXPECT_NEAR(dbl("ObjVal"), 2.0, 1e-6);
-  expect_feasible();
+  for (int duals : {0, 1}) {
+    param("QCPDual", duals);
+    ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+    EXPECT_EQ(status(), VLM_OPTIMAL);
+    EXPECT_NEAR(dbl("ObjVal"), 2.0, 1e-6) << "QCPDual " << duals;
+    expect_feasible();
+  }
   // KKT for the '>' form: (1, 1) = mu * grad(-x^2 - xy - y^2) = mu * (-3, -3), so mu = -1/3.
   EXPECT_NEAR(elem("QCPi", 0), -1.0 / 3, 1e-4);
 }
