@@ -149,7 +149,9 @@ QuadConstraint classify_qconstr(const QConstrData& q, int index, const std::vect
   }
   if (q.sense == '=') return c;  // nonconvex
   if (detect_cone(c, lower)) return c;
-  c.shape = is_psd(c.qr, c.qc, c.qv) ? QuadShape::kConvex : QuadShape::kNonconvex;
+  // The factor is kept for lift_convex.
+  c.shape = psd_factor(c.qr, c.qc, c.qv, c.lrows) ? QuadShape::kConvex : QuadShape::kNonconvex;
+  if (c.shape == QuadShape::kNonconvex) c.lrows.clear();
   return c;
 }
 
@@ -247,9 +249,8 @@ void lift_cone(QuadConstraint& c, reform::WorkingProblem& p) {
 }
 
 void lift_convex(QuadConstraint& c, reform::WorkingProblem& p) {
-  if (c.shape != QuadShape::kConvex) return;
-  std::vector<std::vector<std::pair<int, double>>> forms;
-  if (!psd_factor(c.qr, c.qc, c.qv, forms) || forms.size() < 2) return;
+  if (c.shape != QuadShape::kConvex || c.lrows.size() < 2) return;
+  const auto& forms = c.lrows;
   std::vector<int> ind = c.li;
   std::vector<double> val = c.lv;
   for (const auto& f : forms) {

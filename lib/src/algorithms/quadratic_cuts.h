@@ -38,7 +38,8 @@ struct QuadConstraint {
   std::vector<int> qr, qc, li;
   std::vector<double> qv, lv;
   double rhs = 0.0;
-  // Cone form: rows of L (each a sparse linear form) and R; scale s of the cuts.
+  // Cone form: rows of L (each a sparse linear form) and R; scale s of the cuts. For a convex
+  // constraint, lrows holds the factor Q = F'F instead (rows of F).
   std::vector<std::vector<std::pair<int, double>>> lrows;
   std::vector<std::pair<int, double>> rform;
   double scale = 1.0;
@@ -70,7 +71,7 @@ void lift_cone(QuadConstraint& c, reform::WorkingProblem& p);
 // Disaggregates a convex constraint x'Qx + q'x <= b whose Q factors into two or more forms
 // (Q = F'F): appends a column u_k >= 0 per form and the row sum_k u_k + q'x <= b, and records
 // the convex pieces F_k(x)^2 - u_k <= 0 of `c`. Does nothing for other shapes.
-// Cost: the factorisation, O(s^3) for a support of s variables.
+// O(terms of the factor kept by classify_qconstr).
 void lift_convex(QuadConstraint& c, reform::WorkingProblem& p);
 
 // The name the messages give quadratic constraint `index` (its own, or QC<index>).
