@@ -5,7 +5,7 @@
 #include <map>
 #include <set>
 
-#include "reform/convexity.h"
+#include "algorithms/psd.h"
 
 namespace vlm::algorithms {
 
@@ -51,11 +51,22 @@ bool detect_cone(QuadConstraint& c, const std::vector<double>& lower) {
       neg_at = k;
     }
   }
-  if (off.empty() && negatives == 1 && diag.size() >= 2) {
+  if (negatives == 1 && c.qv.size() >= 2) {
+    // x'Ax - c t^2 with A semidefinite and t in no other term: A = F'F gives ||F x|| <= sqrt(c) t.
     const int t = c.qr[neg_at];
     if (lower[t] < 0.0) return false;
-    for (const auto& [k, v] : diag) {
-      if (k != neg_at) c.lrows.push_back({{c.qr[k], std::sqrt(v)}});
+    std::vector<int> r, cc;
+    std::vector<double> v;
+    for (std::size_t k = 0; k < c.qv.size(); ++k) {
+      if (static_cast<int>(k) == neg_at) continue;
+      if (c.qr[k] == t || c.qc[k] == t) return false;
+      r.push_back(c.qr[k]);
+      cc.push_back(c.qc[k]);
+      v.push_back(c.qv[k]);
+    }
+    if (!psd_factor(r, cc, v, c.lrows) || c.lrows.empty()) {
+      c.lrows.clear();
+      return false;
     }
     c.rform = {{t, std::sqrt(-c.qv[neg_at])}};
     c.shape = QuadShape::kCone;
@@ -138,7 +149,9 @@ QuadConstraint classify_qconstr(const QConstrData& q, int index, const std::vect
   }
   if (q.sense == '=') return c;  // nonconvex
   if (detect_cone(c, lower)) return c;
-  c.shape = reform::check_psd(c.qr, c.qc, c.qv, false).psd ? QuadShape::kConvex : QuadShape::kNonconvex;
+  // The factor is kept for lift_convex.
+  c.shape = psd_factor(c.qr, c.qc, c.qv, c.lrows) ? QuadShape::kConvex : QuadShape::kNonconvex;
+  if (c.shape == QuadShape::kNonconvex) c.lrows.clear();
   return c;
 }
 
@@ -209,13 +222,22 @@ void lift_cone(QuadConstraint& c, reform::WorkingProblem& p) {
     piece.index = c.index;
     piece.shape = QuadShape::kRotatedCone;
     piece.scale = 0.5;
-    // L_k(x)^2 - u R(x) <= 0 as terms (L_k and R are single columns here).
-    const auto [xj, a] = lrow[0];
+    // L_k(x)^2 - u R(x) <= 0 (R is the single column t).
     const auto [t, r] = c.rform[0];
-    piece.qr = {xj, u};
-    piece.qc = {xj, t};
-    piece.qv = {a * a, -r};
-    piece.lrows = {{{xj, 2 * a}}, {{u, 1.0}, {t, -r}}};
+    std::vector<std::pair<int, double>> twice;
+    for (const auto& [j, a] : lrow) {
+      twice.push_back({j, 2 * a});
+      for (const auto& [i, b] : lrow) {
+        if (i > j) continue;
+        piece.qr.push_back(i);
+        piece.qc.push_back(j);
+        piece.qv.push_back(i == j ? a * a : 2 * a * b);
+      }
+    }
+    piece.qr.push_back(u);
+    piece.qc.push_back(t);
+    piece.qv.push_back(-r);
+    piece.lrows = {twice, {{u, 1.0}, {t, -r}}};
     piece.rform = {{u, 1.0}, {t, r}};
     c.pieces.push_back(std::move(piece));
   }
@@ -224,6 +246,33 @@ void lift_cone(QuadConstraint& c, reform::WorkingProblem& p) {
     val.push_back(-r);
   }
   p.add_row(ind, val, -INFINITY, 0.0);
+}
+
+void lift_convex(QuadConstraint& c, reform::WorkingProblem& p) {
+  if (c.shape != QuadShape::kConvex || c.lrows.size() < 2) return;
+  const auto& forms = c.lrows;
+  std::vector<int> ind = c.li;
+  std::vector<double> val = c.lv;
+  for (const auto& f : forms) {
+    const int u = p.add_col(0.0, INFINITY, 0);
+    ind.push_back(u);
+    val.push_back(1.0);
+    QuadConstraint piece;
+    piece.index = c.index;
+    piece.shape = QuadShape::kConvex;
+    for (const auto& [j, a] : f) {
+      for (const auto& [i, b] : f) {
+        if (i > j) continue;
+        piece.qr.push_back(i);
+        piece.qc.push_back(j);
+        piece.qv.push_back(i == j ? a * a : 2 * a * b);
+      }
+    }
+    piece.li = {u};
+    piece.lv = {-1.0};
+    c.pieces.push_back(std::move(piece));
+  }
+  p.add_row(ind, val, -INFINITY, c.rhs);
 }
 
 bool QuadraticSeparator::separate(const std::vector<double>& x, std::vector<Cut>& out) {
@@ -237,10 +286,16 @@ bool QuadraticSeparator::separate(const std::vector<double>& x, std::vector<Cut>
     // Every violated piece is cut; when none is (the lifted row's own tolerance), the whole
     // cone is.
     for (const QuadConstraint& piece : c.pieces) {
-      if (piece.cone_violation(x) <= cone_tol_ * 1e-3) continue;
-      std::vector<double> lx(piece.lrows.size());
-      for (std::size_t k = 0; k < lx.size(); ++k) lx[k] = form(piece.lrows[k], x);
-      Cut cut = cone_cut(piece, lx);
+      Cut cut;
+      if (piece.shape == QuadShape::kConvex) {
+        if (piece.scaled_violation(x) <= cone_tol_ * 1e-3) continue;
+        cut = tangent(piece, x);
+      } else {
+        if (piece.cone_violation(x) <= cone_tol_ * 1e-3) continue;
+        std::vector<double> lx(piece.lrows.size());
+        for (std::size_t k = 0; k < lx.size(); ++k) lx[k] = form(piece.lrows[k], x);
+        cut = cone_cut(piece, lx);
+      }
       if (!cut.ind.empty()) out.push_back(std::move(cut));
     }
     if (out.size() > before) continue;

@@ -3,8 +3,9 @@
 // Every quadratic constraint is brought to the form g(x) = x'Qx + q'x - b <= 0 (a '>'
 // constraint is negated) and classified:
 //   - linear: Q is empty; the constraint is added as an ordinary row before the first solve;
-//   - second-order cone: sum_i a_i x_i^2 - c t^2 <= 0 with a_i, c > 0, no linear part, b = 0
-//     and t >= 0; equivalently ||L x|| <= R x with L x = (sqrt(a_i) x_i), R x = sqrt(c) t;
+//   - second-order cone: x'Ax - c t^2 <= 0 with A semidefinite, c > 0, t in no other term, no
+//     linear part, b = 0 and t >= 0 (sum_i a_i x_i^2 <= c t^2 is the usual case); with A = F'F
+//     (psd_factor) it is ||L x|| <= R x with L = F, R x = sqrt(c) t;
 //   - rotated cone: sum_i a_i x_i^2 - k y z <= 0 with a_i, k > 0, no linear part, b = 0 and
 //     y, z >= 0; equivalently ||(2 sqrt(a_i) x_i, k y - z)|| <= k y + z;
 //   - convex: Q positive semidefinite on its support;
@@ -37,11 +38,13 @@ struct QuadConstraint {
   std::vector<int> qr, qc, li;
   std::vector<double> qv, lv;
   double rhs = 0.0;
-  // Cone form: rows of L (each a sparse linear form) and R; scale s of the cuts.
+  // Cone form: rows of L (each a sparse linear form) and R; scale s of the cuts. For a convex
+  // constraint, lrows holds the factor Q = F'F instead (rows of F).
   std::vector<std::vector<std::pair<int, double>>> lrows;
   std::vector<std::pair<int, double>> rform;
   double scale = 1.0;
-  // A lifted cone's three-dimensional rotated cones L_k(x)^2 <= u_k R(x) (see lift_cone).
+  // A lifted cone's rotated cones L_k(x)^2 <= u_k R(x) (lift_cone), or a lifted convex
+  // constraint's F_k(x)^2 <= u_k (lift_convex).
   std::vector<QuadConstraint> pieces;
 
   // g(x) (left-hand side minus right-hand side in '<' form). O(terms).
@@ -64,6 +67,12 @@ QuadConstraint classify_qconstr(const QConstrData& q, int index, const std::vect
 // <= R^2), and tangent cuts of the small cones approximate it with far fewer cuts than cuts
 // of the whole cone. Does nothing for other shapes. O(rows of L).
 void lift_cone(QuadConstraint& c, reform::WorkingProblem& p);
+
+// Disaggregates a convex constraint x'Qx + q'x <= b whose Q factors into two or more forms
+// (Q = F'F): appends a column u_k >= 0 per form and the row sum_k u_k + q'x <= b, and records
+// the convex pieces F_k(x)^2 - u_k <= 0 of `c`. Does nothing for other shapes.
+// O(terms of the factor kept by classify_qconstr).
+void lift_convex(QuadConstraint& c, reform::WorkingProblem& p);
 
 // The name the messages give quadratic constraint `index` (its own, or QC<index>).
 std::string qconstr_label(const QConstrData& q, int index);

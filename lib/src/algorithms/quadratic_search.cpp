@@ -64,16 +64,19 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   const ParamSet& ps = env.params();
   std::vector<QuadConstraint> cons;
   VLM_RETURN_IF_ERROR(check_model(d, given, ps.int_param("NonConvex"), cons));
-  // Cones are disaggregated unless their multipliers are wanted: the lifted form's cut duals
-  // do not add up to the cone's multiplier.
+  // Cones and convex constraints are disaggregated unless their multipliers are wanted: the
+  // lifted form's cut duals do not add up to the constraint's multiplier.
   const bool duals = ps.int_param("QCPDual") == 1;
   reform::WorkingProblem lifted;
   const bool lift = !duals && std::any_of(cons.begin(), cons.end(), [](const QuadConstraint& c) {
-    return c.shape == QuadShape::kCone && c.lrows.size() >= 3;
+    return (c.shape == QuadShape::kCone && c.lrows.size() >= 3) || c.shape == QuadShape::kConvex;
   });
   if (lift) {
     lifted = given;
-    for (QuadConstraint& c : cons) lift_cone(c, lifted);
+    for (QuadConstraint& c : cons) {
+      lift_cone(c, lifted);
+      lift_convex(c, lifted);
+    }
   }
   const reform::WorkingProblem& p = lift ? lifted : given;
 

@@ -5,15 +5,11 @@
 #include <cmath>
 #include <vector>
 
+#include "algorithms/psd.h"
 #include "algorithms/quadratic_cuts.h"
-#include "reform/convexity.h"
 
 namespace vlm::algorithms {
 namespace {
-
-bool is_psd(const std::vector<int>& r, const std::vector<int>& c, const std::vector<double>& v) {
-  return reform::check_psd(r, c, v, false).psd;
-}
 
 TEST(PsdTest, DefiniteSemidefiniteAndIndefiniteForms) {
   // x^2 + 2y^2
@@ -49,6 +45,11 @@ TEST(QuadClassifyTest, ConesNeedTheirUsualFormAndSigns) {
   const QConstrData soc = quad({0, 1, 2}, {0, 1, 2}, {1, 1, -1}, '<', 0);
   EXPECT_EQ(classify_qconstr(soc, 0, nonneg).shape, QuadShape::kCone);
   EXPECT_EQ(classify_qconstr(soc, 0, free).shape, QuadShape::kNonconvex);
+  // (x - y)^2 + y^2 - t^2 <= 0 written out; t inside a cross term is no cone
+  EXPECT_EQ(classify_qconstr(quad({0, 0, 1, 2}, {0, 1, 1, 2}, {1, -2, 2, -1}, '<', 0), 0, nonneg).shape,
+            QuadShape::kCone);
+  EXPECT_EQ(classify_qconstr(quad({0, 1, 0, 2}, {0, 1, 2, 2}, {1, 1, 1, -1}, '<', 0), 0, nonneg).shape,
+            QuadShape::kNonconvex);
   // x^2 - y z <= 0
   const QConstrData rot = quad({0, 1}, {0, 2}, {1, -1}, '<', 0);
   EXPECT_EQ(classify_qconstr(rot, 0, nonneg).shape, QuadShape::kRotatedCone);
@@ -112,9 +113,17 @@ TEST(QuadCutTest, LiftedConeKeepsConePoints) {
   ASSERT_EQ(p.ncol, 7);
   ASSERT_EQ(p.nrow, 1);
   ASSERT_EQ(c.pieces.size(), 3u);
-  // x = (1, 1, 2), t = sqrt(1 + 4 + 4) = 3; u = (1, 4, 4) / 3 sums to t.
-  std::vector<double> x = {1, 1, 2, 3, 1.0 / 3, 4.0 / 3, 4.0 / 3};
-  for (const auto& piece : c.pieces) EXPECT_LE(piece.violation(x), 1e-12);
+  // x = (1, 1, 2), t = sqrt(1 + 4 + 4) = 3; u_k = L_k(x)^2 / t, which sum to t.
+  std::vector<double> x = {1, 1, 2, 3, 0, 0, 0};
+  double sum_sq = 0;
+  for (int k = 0; k < 3; ++k) {
+    double l = 0;
+    for (const auto& [j, a] : c.lrows[k]) l += a * x[j];
+    x[4 + k] = l * l / 3;
+    sum_sq += l * l;
+  }
+  EXPECT_NEAR(sum_sq, 9.0, 1e-12);  // the factor reproduces x^2 + 4y^2 + z^2
+  for (const auto& piece : c.pieces) EXPECT_NEAR(piece.violation(x), 0.0, 1e-12);
   double row = 0;
   for (int k = p.astart[0]; k < p.astart[1]; ++k) row += p.aval[k] * x[p.aindex[k]];
   EXPECT_NEAR(row, 0.0, 1e-12);

@@ -150,17 +150,20 @@ TEST_F(QuadraticSolveTest, MultipliersNeedQcpDual) {
 }
 
 // A convex ellipse written as '>' with a cross term: -x^2 - xy - y^2 >= -3; max x + y.
-// By symmetry x = y and 3x^2 = 3: optimum 2 at (1, 1).
+// By symmetry x = y and 3x^2 = 3: optimum 2 at (1, 1). Solved disaggregated (QCPDual 0) and
+// as it is (QCPDual 1).
 TEST_F(QuadraticSolveTest, GreaterThanEllipseWithCrossTerm) {
   var(1, -kInf, kInf);
   var(1, -kInf, kInf);
   qc({{}, {}, {0, 0, 1}, {0, 1, 1}, {-1, -1, -1}, '>', -3});
   maximise();
-  param("QCPDual", 1);
-  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
-  EXPECT_EQ(status(), VLM_OPTIMAL);
-  EXPECT_NEAR(dbl("ObjVal"), 2.0, 1e-6);
-  expect_feasible();
+  for (int duals : {0, 1}) {
+    param("QCPDual", duals);
+    ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+    EXPECT_EQ(status(), VLM_OPTIMAL);
+    EXPECT_NEAR(dbl("ObjVal"), 2.0, 1e-6) << "QCPDual " << duals;
+    expect_feasible();
+  }
   // KKT for the '>' form: (1, 1) = mu * grad(-x^2 - xy - y^2) = mu * (-3, -3), so mu = -1/3.
   EXPECT_NEAR(elem("QCPi", 0), -1.0 / 3, 1e-4);
 }
@@ -206,6 +209,23 @@ TEST_F(QuadraticSolveTest, LiftedAndPlainConeAgree) {
   }
   EXPECT_NEAR(elem("Pi", 0), 1.0 / 3, 1e-5);
   EXPECT_NEAR(elem("QCPi", 0), -1.0 / 6, 1e-5);
+}
+
+// A cone written expanded with cross terms: (x - y)^2 + (y + z)^2 <= t^2, i.e.
+// x^2 - 2xy + 2y^2 + 2yz + z^2 - t^2 <= 0, with y = 1 and x + 2y + z = 6. With u = x - y and
+// v = y + z the rows say u + v = 4, so min t = |(u, v)| = 2 sqrt(2) at u = v = 2: x = 3, z = 1.
+TEST_F(QuadraticSolveTest, ExpandedConeWithCrossTerms) {
+  var(0, -kInf, kInf);
+  var(0, 1, 1);
+  var(0, -kInf, kInf);
+  var(1, 0, kInf);
+  row({0, 1, 2}, {1, 2, 1}, '=', 6);
+  qc({{}, {}, {0, 0, 1, 1, 2, 3}, {0, 1, 1, 2, 2, 3}, {1, -2, 2, 2, 1, -1}, '<', 0});
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(dbl("ObjVal"), 2 * std::sqrt(2.0), 1e-6);
+  EXPECT_NEAR(elem("X", 0), 3.0, 1e-3);
+  expect_feasible();
 }
 
 // max w  s.t.  w^2 <= x y,  x + 2y <= 4,  x, y >= 0: the geometric mean sqrt(xy) is largest
