@@ -34,7 +34,11 @@ template <class T>
 class [[nodiscard]] StatusOr {
  public:
   StatusOr(T value) : value_(std::move(value)) {}  // NOLINT: implicit by design
-  StatusOr(Status status) : status_(std::move(status)) {}  // NOLINT: implicit by design
+  // An OK status carries no value: it becomes an internal error, so that a function that
+  // returns Status::Ok() where a value is due fails cleanly instead of handing out nothing.
+  StatusOr(Status status)  // NOLINT: implicit by design
+      : status_(status.ok() ? Status(VLM_ERROR_INTERNAL, "A result was due but none was given")
+                            : std::move(status)) {}
 
   bool ok() const { return status_.ok(); }
   const Status& status() const { return status_; }
