@@ -56,16 +56,6 @@ class QuadraticSolveTest : public ModelFixture {
   void maximise() { ASSERT_EQ(VLMsetintattr(m_, "ModelSense", -1), VLM_OK); }
   void param(const char* name, int v) { ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), name, v), VLM_OK); }
   void param(const char* name, double v) { ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), name, v), VLM_OK); }
-  int status() {
-    int s = 0;
-    EXPECT_EQ(VLMgetintattr(m_, "Status", &s), VLM_OK);
-    return s;
-  }
-  double dbl(const char* name) {
-    double v = NAN;
-    EXPECT_EQ(VLMgetdblattr(m_, name, &v), VLM_OK) << name << ": " << VLMgetmerrormsg(m_);
-    return v;
-  }
   double elem(const char* name, int e) {
     double v = NAN;
     EXPECT_EQ(VLMgetdblattrelement(m_, name, e, &v), VLM_OK) << name << ": " << VLMgetmerrormsg(m_);

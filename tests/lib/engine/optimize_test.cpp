@@ -23,24 +23,6 @@ class OptimizeTest : public ModelFixture {
   void var(double obj, double lb, double ub, char type, const char* name) {
     ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, obj, lb, ub, type, name), VLM_OK);
   }
-  void row(std::vector<int> ind, std::vector<double> val, char sense, double rhs) {
-    ASSERT_EQ(VLMaddconstr(m_, static_cast<int>(ind.size()), ind.data(), val.data(), sense, rhs, nullptr), VLM_OK);
-  }
-  int status() {
-    int s = 0;
-    EXPECT_EQ(VLMgetintattr(m_, "Status", &s), VLM_OK);
-    return s;
-  }
-  double objval() {
-    double v = NAN;
-    EXPECT_EQ(VLMgetdblattr(m_, "ObjVal", &v), VLM_OK) << VLMgetmerrormsg(m_);
-    return v;
-  }
-  double x(int j) {
-    double v = NAN;
-    EXPECT_EQ(VLMgetdblattrelement(m_, "X", j, &v), VLM_OK) << VLMgetmerrormsg(m_);
-    return v;
-  }
 
 };
 

@@ -24,24 +24,10 @@ class SensitivityTest : public ModelFixture {
   void var(double obj, double lb, double ub, const char* name) {
     ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, obj, lb, ub, 'C', name), VLM_OK);
   }
-  void row(std::vector<int> ind, std::vector<double> val, char sense, double rhs) {
-    ASSERT_EQ(VLMaddconstr(m_, static_cast<int>(ind.size()), ind.data(), val.data(), sense, rhs, nullptr), VLM_OK);
-  }
   double attr(const char* name, int e) {
     double v = NAN;
     EXPECT_EQ(VLMgetdblattrelement(m_, name, e, &v), VLM_OK) << name << ": " << VLMgetmerrormsg(m_);
     return v;
-  }
-  double dbl(const char* name) {
-    double v = NAN;
-    EXPECT_EQ(VLMgetdblattr(m_, name, &v), VLM_OK) << name << ": " << VLMgetmerrormsg(m_);
-    return v;
-  }
-  void solve() {
-    ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
-    int s = 0;
-    ASSERT_EQ(VLMgetintattr(m_, "Status", &s), VLM_OK);
-    ASSERT_EQ(s, VLM_OPTIMAL);
   }
   // Range [lo, up] of attribute pair `low`/`up` for element e.
   std::pair<double, double> range(const char* low, const char* up, int e) { return {attr(low, e), attr(up, e)}; }

@@ -13,16 +13,6 @@ namespace {
 
 class ModelTest : public ModelFixture {
  protected:
-  int intattr(const char* name) {
-    int v = -1;
-    EXPECT_EQ(VLMgetintattr(m_, name, &v), VLM_OK) << VLMgetmerrormsg(m_);
-    return v;
-  }
-  double dblelem(const char* name, int i) {
-    double v = -1;
-    EXPECT_EQ(VLMgetdblattrelement(m_, name, i, &v), VLM_OK) << VLMgetmerrormsg(m_);
-    return v;
-  }
   std::string strelem(const char* name, int i) {
     char* v = nullptr;
     EXPECT_EQ(VLMgetstrattrelement(m_, name, i, &v), VLM_OK) << VLMgetmerrormsg(m_);

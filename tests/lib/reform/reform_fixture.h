@@ -17,40 +17,10 @@ class ReformTest : public ModelFixture {
     EXPECT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, obj, lb, ub, type, name), VLM_OK);
     return nvars_++;
   }
-  void row(std::vector<int> ind, std::vector<double> val, char sense, double rhs) {
-    ASSERT_EQ(VLMaddconstr(m_, static_cast<int>(ind.size()), ind.data(), val.data(), sense, rhs, nullptr), VLM_OK);
-  }
   void maximize() { ASSERT_EQ(VLMsetintattr(m_, "ModelSense", -1), VLM_OK); }
   void sos(int type, std::vector<int> ind, std::vector<double> w) {
     int beg = 0;
     ASSERT_EQ(VLMaddsos(m_, 1, static_cast<int>(ind.size()), &type, &beg, ind.data(), w.data()), VLM_OK);
-  }
-  // Solves and expects an optimal status.
-  void solve() {
-    ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
-    int s = 0;
-    ASSERT_EQ(VLMgetintattr(m_, "Status", &s), VLM_OK);
-    ASSERT_EQ(s, VLM_OPTIMAL);
-  }
-  int status() {
-    int s = 0;
-    EXPECT_EQ(VLMgetintattr(m_, "Status", &s), VLM_OK);
-    return s;
-  }
-  double objval() {
-    double v = NAN;
-    EXPECT_EQ(VLMgetdblattr(m_, "ObjVal", &v), VLM_OK) << VLMgetmerrormsg(m_);
-    return v;
-  }
-  double x(int j) {
-    double v = NAN;
-    EXPECT_EQ(VLMgetdblattrelement(m_, "X", j, &v), VLM_OK) << VLMgetmerrormsg(m_);
-    return v;
-  }
-  int intattr(const char* name) {
-    int v = -1;
-    EXPECT_EQ(VLMgetintattr(m_, name, &v), VLM_OK) << name;
-    return v;
   }
   // The solution satisfies the user's bounds, rows and integrality, and the user's model has
   // exactly the elements it was given (no auxiliary column or row shows).
