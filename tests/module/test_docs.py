@@ -44,8 +44,27 @@ def _batch():
     return None
 
 
+def _logging():
+    import logging
+    seen = []
+    handler = logging.Handler()
+    handler.emit = seen.append
+    log = logging.getLogger("velmorpy")
+    old = log.level
+    log.setLevel(logging.INFO)
+    log.addHandler(handler)
+    try:
+        with vp.Env(params={"LogToConsole": 0}) as env, vp.Model(env=env) as m:
+            m.addVar()
+            m.optimize()
+    finally:
+        log.removeHandler(handler)
+        log.setLevel(old)
+    return None if seen else "with LogToConsole=0 no record reaches the velmorpy logger yet"
+
+
 # Each probe returns None when the feature works, else why the page cannot run.
-FEATURES = {"callbacks": _callbacks, "batch": _batch}
+FEATURES = {"callbacks": _callbacks, "batch": _batch, "logging": _logging}
 
 
 def blocks(text):

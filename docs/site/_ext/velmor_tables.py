@@ -210,7 +210,29 @@ class ApiDirective(_Generated):
         return self.emit(lines)
 
 
+class ExamplesDirective(_Generated):
+    """One section per script in examples/: its docstring, then the script itself."""
+
+    def run(self):
+        import ast
+        lines = []
+        for script in sorted((ROOT / "examples").glob("*.py")):
+            self.env.note_dependency(str(script))
+            tree = ast.parse(script.read_text())
+            doc = ast.get_docstring(tree)
+            if not doc:
+                raise ExtensionError(f"examples/{script.name} has no docstring to introduce it")
+            title, _, body = doc.partition("\n")
+            heading = f"{script.name}: {title.strip()}"
+            lines += [heading, "-" * len(heading), ""]
+            lines += [escape(line) for line in body.strip().splitlines()] + [""]
+            lines += [f".. literalinclude:: /../examples/{script.name}", "   :language: python",
+                      f"   :lines: {tree.body[0].end_lineno + 1}-", ""]
+        return self.emit(lines)
+
+
 def setup(app):
+    app.add_directive("velmor-examples", ExamplesDirective)
     app.add_directive("velmor-api", ApiDirective)
     app.add_directive("velmor-params", ParamsDirective)
     app.add_directive("velmor-attrs", AttrsDirective)
