@@ -3,13 +3,18 @@
 Each page's ```python blocks run in order in one namespace, from a scratch directory. A block
 followed directly by a ```text block must print exactly that text. A page that starts with
 <!-- needs: FEATURE --> is skipped, with the reason, while the installed velmorpy lacks the
-feature; its examples run as soon as the feature is there.
+feature; its examples run as soon as the feature is there (the batch page against a service
+this test starts, or the one VELMOR_BATCH_SERVER names).
 """
 import contextlib
 import io
 import os
 import pathlib
 import re
+import socket
+import subprocess
+import sys
+import time
 
 import pytest
 
@@ -39,9 +44,45 @@ def _noop_callback(model, where):  # a plain function, as optimize(callback) req
 def _batch():
     if not hasattr(vp, "Batch"):
         return "velmorpy has no Batch class yet"
-    if not os.environ.get("VELMOR_BATCH_SERVER"):
-        return "no batch service to submit to: set VELMOR_BATCH_SERVER to its address"
+    if os.environ.get("VELMOR_BATCH_SERVER"):
+        return None
+    try:
+        import velmor_batch  # noqa: F401  (the service, installed with the .[batch] extra)
+    except ImportError:
+        return "no batch service: install .[batch] or set VELMOR_BATCH_SERVER to a running one"
     return None
+
+
+@contextlib.contextmanager
+def batch_service(tmp_path):
+    """A `velmor-batch serve` on a free loopback port, its address in VELMOR_BATCH_SERVER, unless
+    that already names a running service."""
+    if os.environ.get("VELMOR_BATCH_SERVER"):
+        yield
+        return
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        port = s.getsockname()[1]
+    log = open(tmp_path / "service.log", "wb")
+    proc = subprocess.Popen([sys.executable, "-m", "velmor_batch", "serve", "--port", str(port),
+                             "--data-dir", str(tmp_path / "store")], stdout=log, stderr=subprocess.STDOUT)
+    try:
+        deadline = time.monotonic() + 60
+        while True:
+            assert proc.poll() is None, (tmp_path / "service.log").read_text()
+            try:
+                socket.create_connection(("127.0.0.1", port), timeout=1).close()
+                break
+            except OSError:
+                assert time.monotonic() < deadline, "the batch service did not start in 60 s"
+                time.sleep(0.1)
+        os.environ["VELMOR_BATCH_SERVER"] = f"http://127.0.0.1:{port}"
+        yield
+    finally:
+        os.environ.pop("VELMOR_BATCH_SERVER", None)
+        proc.terminate()
+        proc.wait(15)
+        log.close()
 
 
 def _logging():
@@ -102,10 +143,12 @@ def test_page_examples_run_and_print_what_the_page_shows(page, tmp_path, monkeyp
     if not code:
         pytest.skip("no code on this page")
     monkeypatch.chdir(tmp_path)
+    service = batch_service(tmp_path) if "batch" in NEEDS.findall(text) else contextlib.nullcontext()
     scope = {"__name__": "__docs__"}
-    for number, (body, expected) in enumerate(code, 1):
-        out = io.StringIO()
-        with contextlib.redirect_stdout(out):
-            exec(compile(body, f"{page.name}, block {number}", "exec"), scope)
-        if expected is not None:
-            assert out.getvalue().rstrip() == expected.rstrip(), f"{page.name}, block {number}"
+    with service:
+        for number, (body, expected) in enumerate(code, 1):
+            out = io.StringIO()
+            with contextlib.redirect_stdout(out):
+                exec(compile(body, f"{page.name}, block {number}", "exec"), scope)
+            if expected is not None:
+                assert out.getvalue().rstrip() == expected.rstrip(), f"{page.name}, block {number}"
