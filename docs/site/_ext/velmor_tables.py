@@ -11,6 +11,7 @@ knows. Whenever the two sides disagree the build fails, so the pages cannot drif
     .. velmor-attrs::
 """
 import contextlib
+import inspect
 import io
 import math
 import pathlib
@@ -199,8 +200,29 @@ class ApiDirective(_Generated):
             elif callable(obj) and type(obj).__name__ == "builtin_function_or_method":
                 kinds["Functions"].append(f".. autofunction:: velmorpy.{name}")
             else:
-                kinds["Objects"].append(f".. autoclass:: velmorpy.{type(obj).__name__}\n"
-                                        f"   :members:\n\n   The object ``velmorpy.{name}``.")
+                # An instance (the velmor object): its docstring, then each of its methods.
+                text = [("      " + line) if line.strip() else "" for line in (obj.__doc__ or "").splitlines()]
+                entry = [f".. py:data:: velmorpy.{name}", "", "   ::", ""] + text + [""]
+                # autodoc cannot import methods of an instance, so they are written out here,
+                # the signature from the docstring's first line when it has one.
+                for meth in dir(obj):
+                    member = getattr(obj, meth)
+                    if meth.startswith("_") or not callable(member):
+                        continue
+                    doc = member.__doc__ or ""
+                    first, _, rest = doc.partition("\n")
+                    sig = first.strip() if re.fullmatch(rf"{meth}\(.*\)", first.strip()) else None
+                    if sig is None:
+                        sig, rest = f"{meth}()", doc
+                        try:
+                            sig = meth + str(inspect.signature(member))
+                        except (TypeError, ValueError):
+                            pass
+                    body = [("      " + line) if line.strip() else "" for line in rest.strip("\n").splitlines()]
+                    entry += [f".. py:function:: {name}.{sig}", "   :module: velmorpy", ""]
+                    if body:
+                        entry += ["   ::", ""] + body + [""]
+                kinds["Objects"].append("\n".join(entry))
         lines = []
         for title, entries in kinds.items():
             if entries:
