@@ -2,9 +2,11 @@
 
 Each shift needs a number of workers; each worker is available on some days, works at most a
 given number of shifts and is paid per shift. The roster below cannot meet every need. The
-example asks computeIIS which needs and limits conflict, then uses feasRelax to find the
-smallest shortage, keeping the workers' limits as they are (infinite penalty) and letting only
-the coverage fall short, at a penalty of one per missing worker.
+example asks computeIIS which needs and limits conflict: here all of them, and no variable
+bound, since every assignment appears in one need and one limit, so summed the needs ask for 14
+shifts and the limits allow 10 whatever the variables' bounds. It then uses feasRelax to find
+the smallest shortage, keeping the workers' limits as they are and letting only the coverage
+fall short, at a penalty of one per missing worker.
 
 Run:  python examples/workforce.py
 """

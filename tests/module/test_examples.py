@@ -148,22 +148,35 @@ def test_workforce_example_reports_the_shortage_and_its_cost():
     assert sum(int(got) for got, _ in staffed) == 10
 
 
-@pytest.mark.xfail(strict=True, reason="computeIIS reports all nine rows of this model as an "
-                   "irreducible set (IISMinimal 1), but without cover[mon] the rest is still "
-                   "infeasible; IISMethod 2 finds the irreducible five-row set")
-def test_workforce_example_iis_is_irreducible():
-    # Irreducible: infeasible as reported, feasible once any one member is dropped.
+def test_workforce_example_reports_an_irreducible_subsystem():
+    # The example prints the IIS's rows. Rebuilt from the printed rows and the bounds flagged
+    # as members (every other bound infinite, integrality kept), the subsystem must be
+    # infeasible, and feasible once any one member is dropped.
     d = example_data("workforce.py", "shifts, need", vp=vp, VLM=VLM)
     conflict = run("workforce.py").splitlines()[1].split(": ", 1)[1].split(", ")
-    for dropped in [None] + conflict:
+    with vp.Env(params={"OutputFlag": 0}) as env, vp.Model(env=env) as full:
+        work = full.addVars(d["available"], vtype=VLM.BINARY, name="work")
+        full.addConstrs((work.sum("*", s) == d["need"][s] for s in d["shifts"]), name="cover")
+        full.addConstrs((work.sum(w, "*") <= d["most"][w] for w in d["workers"]), name="limit")
+        full.computeIIS()
+        assert conflict == [c.ConstrName for c in full.getConstrs() if c.IISConstr]
+        lbs = {k for k, v in work.items() if v.IISLB}
+        ubs = {k for k, v in work.items() if v.IISUB}
+    members = conflict + [("lb", k) for k in lbs] + [("ub", k) for k in ubs]
+    for dropped in [None] + members:
         with vp.Env(params={"OutputFlag": 0}) as env, vp.Model(env=env) as m:
-            work = m.addVars(d["available"], vtype=VLM.BINARY, name="work")
+            x = {k: m.addVar(vtype=VLM.INTEGER,
+                             lb=0 if k in lbs and ("lb", k) != dropped else -VLM.INFINITY,
+                             ub=1 if k in ubs and ("ub", k) != dropped else VLM.INFINITY)
+                 for k in d["available"]}
             for s in d["shifts"]:
                 if f"cover[{s}]" in conflict and f"cover[{s}]" != dropped:
-                    m.addConstr(work.sum("*", s) == d["need"][s])
+                    m.addConstr(vp.quicksum(x[w, s] for w, _ in d["available"].select("*", s))
+                                == d["need"][s])
             for w in d["workers"]:
                 if f"limit[{w}]" in conflict and f"limit[{w}]" != dropped:
-                    m.addConstr(work.sum(w, "*") <= d["most"][w])
+                    m.addConstr(vp.quicksum(x[w, s] for _, s in d["available"].select(w, "*"))
+                                <= d["most"][w])
             m.optimize()
             assert m.Status == (VLM.INFEASIBLE if dropped is None else VLM.OPTIMAL), dropped
 
