@@ -98,6 +98,15 @@ def test_examples_with_optima_known_by_hand(name, first_line):
     assert run(name).splitlines()[0] == first_line
 
 
+def test_functions_example_is_within_the_approximation_error():
+    # Yearly cost 20000 / q + q is least at q = sqrt(20000): 2 sqrt(20000) = 282.8427. The
+    # reciprocal is approximated to FuncPieceError 1e-5, worth 20000 * 1e-5 = 0.2 of cost.
+    lines = run("functions.py").splitlines()
+    assert float(lines[0].rsplit(" ", 1)[1]) == pytest.approx(2 * 20000 ** 0.5, abs=0.2)
+    q = float(re.search(r"order ([\d.]+) units", lines[1]).group(1))
+    assert 20000 / q + q == pytest.approx(2 * 20000 ** 0.5, abs=0.2)
+
+
 def test_cone_example_finds_the_centre_of_the_hypotenuse():
     centre = run("cone.py").splitlines()[1]
     x, y = (float(v) for v in re.fullmatch(r"\s*centre \((.*), (.*)\)", centre).groups())
