@@ -20,7 +20,7 @@ puzzle = """
 ...419..5
 ....8..79
 """
-grid = [line for line in puzzle.split()]
+grid = puzzle.split()
 cells = range(9)
 digits = range(1, 10)
 
