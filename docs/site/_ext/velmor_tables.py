@@ -183,6 +183,32 @@ class AttrsDirective(_Generated):
         return self.emit(lines)
 
 
+def unparsed_signature(member):
+    """The text signature of a C method when inspect cannot evaluate it (a default such as
+    VLM.CONTINUOUS), without its $self; else None, and autodoc finds the signature itself."""
+    text = getattr(member, "__text_signature__", None)
+    if not text:
+        return None
+    try:
+        inspect.signature(member)
+        return None
+    except (TypeError, ValueError):
+        return re.sub(r"^\(\$\w+,?\s*", "(", text)
+
+
+def class_entry(name, cls):
+    """autoclass for a class, with the methods whose signature autodoc would show as "()"
+    written out with their text signature."""
+    odd = {m: sig for m in dir(cls) if not m.startswith("_")
+           for sig in [unparsed_signature(getattr(cls, m))] if sig}
+    lines = [f".. autoclass:: velmorpy.{name}", "   :members:"]
+    if odd:
+        lines += ["   :exclude-members: " + ", ".join(sorted(odd)), ""]
+        for member, sig in sorted(odd.items()):
+            lines += [f"   .. automethod:: velmorpy.{name}.{member}{sig}", ""]
+    return "\n".join(lines)
+
+
 class ApiDirective(_Generated):
     """Documents every public name of velmorpy, so a class that lands later (Batch, say) appears
     without an edit here. Constant classes show their docstring, which lists the constants."""
@@ -196,7 +222,7 @@ class ApiDirective(_Generated):
             if type(obj).__name__ == "_ConstMeta":
                 kinds["Constants"].append(f".. autoclass:: velmorpy.{name}")
             elif isinstance(obj, type):
-                kinds["Classes"].append(f".. autoclass:: velmorpy.{name}\n   :members:")
+                kinds["Classes"].append(class_entry(name, obj))
             elif callable(obj) and type(obj).__name__ == "builtin_function_or_method":
                 kinds["Functions"].append(f".. autofunction:: velmorpy.{name}")
             else:
