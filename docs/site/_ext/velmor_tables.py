@@ -1,4 +1,4 @@
-"""Sphinx directives that generate the parameter and attribute reference at build time.
+"""Sphinx directives that generate the reference pages at build time.
 
 There is one source of truth for both: the library's own tables. The parameters come from the
 installed velmorpy (the names in the library's order, each one's help text from paramHelp and
@@ -7,8 +7,10 @@ group each parameter is listed under. The attributes come from lib/src/attrs/att
 type, element, settable, when readable, description), and every name must be one that velmorpy
 knows. Whenever the two sides disagree the build fails, so the pages cannot drift from the code.
 
-    .. velmor-params::
-    .. velmor-attrs::
+    .. velmor-params::      every parameter, by group
+    .. velmor-attrs::       every attribute, by element
+    .. velmor-api::         every public name of velmorpy, through autodoc
+    .. velmor-examples::    every script in examples/, its docstring and its code
 """
 import contextlib
 import inspect
@@ -136,6 +138,8 @@ def escape(text):
 
 
 class _Generated(SphinxDirective):
+    """A directive whose output is reStructuredText made at build time, sections included."""
+
     has_content = False
 
     def emit(self, lines):
@@ -146,6 +150,8 @@ class _Generated(SphinxDirective):
 
 
 class ParamsDirective(_Generated):
+    """One section per parameter group, one subsection per parameter (target param-<Name>)."""
+
     def run(self):
         self.env.note_dependency(str(PARAM_DEFS))
         lines, group = [], None
@@ -163,6 +169,8 @@ class ParamsDirective(_Generated):
 
 
 class AttrsDirective(_Generated):
+    """One table per element kind, in the library's order."""
+
     def run(self):
         self.env.note_dependency(str(ATTR_DEFS))
         entries = attr_entries()
