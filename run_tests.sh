@@ -22,7 +22,7 @@ fi
 
 echo "== installing build tools and velmorpy"
 "$PY" -m pip install -q --disable-pip-version-check cmake ninja "highsbox==1.15.1"
-"$PY" -m pip install -q --disable-pip-version-check ".[test]"
+"$PY" -m pip install -q --disable-pip-version-check ".[test,docs]"
 
 echo "== C API tests"
 cmake -S . -B build/tests -G Ninja -DPython_EXECUTABLE="$(command -v "$PY")" \
@@ -35,3 +35,6 @@ echo "== Python tests"
 # Run from outside the source tree so that the installed module is the one imported.
 cd /tmp
 "$PY" -m pytest -q -p no:cacheprovider "$here/tests/module"
+
+echo "== documentation (warnings are errors)"
+PYTHON="$PY" "$here/docs/site/build.sh" "$here/build/docs"
