@@ -93,7 +93,9 @@ StatusOr<BatchInfo> to_info(const JsonValue& obj) {
 
 StatusOr<std::string> packed(const std::string& text) {
   std::string gz;
-  if (!io::gzip_compress(text, &gz)) return Status(VLM_ERROR_OUT_OF_MEMORY, "Out of memory compressing a batch request");
+  // The fastest level: on a 570 kB MPS text it takes a sixth of the default level's time
+  // (8 ms against 49 ms here) for a result 14% larger, and that time is the caller's.
+  if (!io::gzip_compress(text, &gz, 1)) return Status(VLM_ERROR_OUT_OF_MEMORY, "Out of memory compressing a batch request");
   return base64_encode(gz);
 }
 

@@ -38,9 +38,9 @@ struct GzFile {
 
 }  // namespace
 
-bool gzip_compress(std::string_view content, std::string* out) {
+bool gzip_compress(std::string_view content, std::string* out, int level) {
   z_stream z{};
-  if (deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+  if (deflateInit2(&z, level, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
     return false;
   }
   out->clear();
