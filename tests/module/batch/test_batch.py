@@ -4,7 +4,10 @@ of lookup failures and attribute assignment."""
 import base64
 import gzip
 import json
+import shutil
 import socket
+import ssl
+import subprocess
 import threading
 import uuid
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
@@ -95,9 +98,9 @@ class FakeService:
         return 500, {"error": "No such operation", "code": VLM.ERROR_CLOUD}
 
 
-@pytest.fixture
-def service(tmp_path):
-    svc = FakeService(tmp_path)
+def serve(svc, tmp_path, tls=False):
+    """Runs `svc` on a free loopback port (https with a fresh self-signed certificate when
+    `tls`); yields it with its URL set."""
 
     class Handler(BaseHTTPRequestHandler):
         def answer(self):
@@ -118,13 +121,26 @@ def service(tmp_path):
             pass
 
     server = ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+    if tls:
+        key, cert = tmp_path / "key.pem", tmp_path / "cert.pem"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1",
+                        "-subj", "/CN=127.0.0.1", "-keyout", str(key), "-out", str(cert)],
+                       check=True, capture_output=True, timeout=60)
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(cert, key)
+        server.socket = context.wrap_socket(server.socket, server_side=True)
     thread = threading.Thread(target=server.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True)
     thread.start()
-    svc.url = f"http://127.0.0.1:{server.server_address[1]}"
+    svc.url = f"{'https' if tls else 'http'}://127.0.0.1:{server.server_address[1]}"
     yield svc
     server.shutdown()
     server.server_close()
     thread.join(timeout=5)
+
+
+@pytest.fixture
+def service(tmp_path):
+    yield from serve(FakeService(tmp_path), tmp_path)
 
 
 @pytest.fixture
@@ -275,3 +291,19 @@ def test_equality_repr_and_dispose(service, benv, tmp_path):
     with c:
         assert c.BatchID == second
     assert repr(c) == "<velmorpy.Batch, invalid or closed state>"
+
+
+@pytest.mark.skipif(shutil.which("openssl") is None, reason="needs the openssl command to make a certificate")
+def test_https_checks_the_certificate_unless_told_not_to(tmp_path):
+    for svc in serve(FakeService(tmp_path), tmp_path, tls=True):
+        with vp.Env(params={"OutputFlag": 0, "CSManager": svc.url, "CSAPIAccessID": "alice",
+                            "CSAPISecret": "s3cret", "ServerTimeout": 10}) as env:
+            m = production(tmp_path, env)
+            # A self-signed certificate is no one's word for the service.
+            with pytest.raises(VelmorError) as info:
+                m.optimizeBatch()
+            assert info.value.errno == VLM.ERROR_NETWORK and "certificate" in str(info.value).lower()
+            assert svc.submissions == []
+            m.Params.CSTLSInsecure = 1
+            bid = m.optimizeBatch()
+            assert svc.requests[bid]["name"] == "prod"
