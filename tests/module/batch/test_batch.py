@@ -1,6 +1,7 @@
 """Batch requests from Python against a small service in a thread speaking the batch protocol:
 submission, polling, attributes, the JSON solution, abort/retry/discard, and the fixed messages
-of lookup failures and attribute assignment."""
+of lookup failures and attribute assignment. The last test runs the same steps against the real
+service (`velmor-batch serve`) where it is installed."""
 import base64
 import gzip
 import json
@@ -8,7 +9,9 @@ import shutil
 import socket
 import ssl
 import subprocess
+import sys
 import threading
+import time
 import uuid
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
@@ -307,3 +310,60 @@ def test_https_checks_the_certificate_unless_told_not_to(tmp_path):
             m.Params.CSTLSInsecure = 1
             bid = m.optimizeBatch()
             assert svc.requests[bid]["name"] == "prod"
+
+
+def _real_service_missing():
+    try:
+        import velmor_batch  # noqa: F401  (installed with the .[batch] extra)
+    except ImportError:
+        return True
+    return False
+
+
+@pytest.mark.skipif(_real_service_missing(), reason="the batch service is not installed (.[batch])")
+def test_against_the_real_service(tmp_path):
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        port = s.getsockname()[1]
+    log = open(tmp_path / "service.log", "wb")
+    proc = subprocess.Popen([sys.executable, "-m", "velmor_batch", "serve", "--port", str(port),
+                             "--data-dir", str(tmp_path / "store")], stdout=log, stderr=subprocess.STDOUT)
+    try:
+        deadline = time.monotonic() + 60
+        while True:
+            assert proc.poll() is None, (tmp_path / "service.log").read_text()
+            try:
+                socket.create_connection(("127.0.0.1", port), timeout=1).close()
+                break
+            except OSError:
+                assert time.monotonic() < deadline, "the batch service did not start in 60 s"
+                time.sleep(0.1)
+        with vp.Env(params={"OutputFlag": 0, "CSManager": f"http://127.0.0.1:{port}",
+                            "CSAPIAccessID": "local", "CSAPISecret": "local"}) as env:
+            m = production(tmp_path, env)
+            with Batch(m.optimizeBatch(), env) as b:
+                assert b.ModelName == "prod"
+                deadline = time.monotonic() + 60
+                while b.BatchStatus == VLM.BATCH_SUBMITTED and time.monotonic() < deadline:
+                    time.sleep(0.1)
+                    b.update()
+                assert b.BatchStatus == VLM.BATCH_COMPLETED, b.BatchErrorMessage
+                sol = json.loads(b.getJSONSolution())
+                with pytest.raises(VelmorError) as info:
+                    b.abort()
+                assert info.value.errno == VLM.ERROR_INVALID_ARGUMENT
+                b.discard()
+                with pytest.raises(VelmorError) as info:
+                    b.update()
+                assert info.value.errno == VLM.ERROR_DATA_NOT_AVAILABLE
+            # Optimum 11 at (3, 1), as solved here.
+            assert sol["SolutionInfo"]["ObjVal"] == pytest.approx(11.0)
+            m.optimize()
+            assert json.loads(m.getJSONSolution())["Vars"] == sol["Vars"]
+            with pytest.raises(VelmorError) as info:
+                Batch(str(uuid.uuid4()), env)
+            assert str(info.value) == "Failed to create batch request"
+    finally:
+        proc.terminate()
+        proc.wait(15)
+        log.close()
