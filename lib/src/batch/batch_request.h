@@ -7,6 +7,7 @@
 // retry refresh it; discard marks it gone.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 
