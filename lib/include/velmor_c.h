@@ -32,6 +32,7 @@ extern "C" {
 
 typedef struct VLMenv VLMenv;     /* an environment: parameters, log sinks, last error */
 typedef struct VLMmodel VLMmodel; /* a model (its own copy of an environment inside) */
+typedef struct VLMbatch VLMbatch; /* a batch request on a batch service (see VLMgetbatch) */
 
 /* Receives one log line (with its trailing newline). `usrdata` is what was registered. */
 typedef void (*VLMlogcallback)(const char *msg, void *usrdata);
@@ -561,15 +562,74 @@ VLM_API int VLMsetsignal(VLMmodel *model);
 VLM_API int VLMtunemodel(VLMmodel *model);
 VLM_API int VLMgettuneresult(VLMmodel *model, int i);
 
-/* Submits the model as a batch request to a batch service and writes its id (at most
- * VLM_MAX_STRLEN bytes) to `batchid`. No batch service exists yet: fails with
- * VLM_ERROR_NOT_SUPPORTED. */
+/* Updates the model and submits it as a batch request to the batch service named by the
+ * CSManager parameter (authenticated with CSAPIAccessID / CSAPISecret); writes the request's
+ * id (shorter than VLM_MAX_STRLEN bytes) to `batchid`. The model travels as gzipped MPS with
+ * the non-default parameters of its environment (the connection parameters left out). Fails
+ * with VLM_ERROR_INVALID_ARGUMENT when CSManager is empty, VLM_ERROR_NETWORK when the service
+ * cannot be reached or libcurl is missing, and with the service's code when it refuses. */
 VLM_API int VLMoptimizebatch(VLMmodel *model, char *batchid);
 
 /* Asks a running VLMoptimize of `model` to stop soon (status INTERRUPTED), or a running
  * VLMcomputeIIS to stop with the subsystem found so far (IISMinimal 0). Safe from any
  * thread; does nothing when no solve is running. */
 VLM_API void VLMterminate(VLMmodel *model);
+
+/* ---------------------------------------------------------------------------------------
+ * Batch requests. A VLMbatch is the client's view of one request on the batch service: its
+ * attributes are read from a local copy that VLMupdatebatch refreshes. Every call that talks
+ * to the service blocks for at most a few times ServerTimeout seconds. Failures are recorded
+ * on the batch's environment (VLMgetbatchenv, VLMgeterrormsg); service refusals keep the
+ * service's code: VLM_ERROR_INVALID_ARGUMENT (unknown id, wrong state),
+ * VLM_ERROR_DATA_NOT_AVAILABLE (discarded), VLM_ERROR_SECURITY (credentials), VLM_ERROR_CLOUD
+ * (service failure); VLM_ERROR_NETWORK when it cannot be reached.
+ * ------------------------------------------------------------------------------------- */
+
+/* Looks request `batchid` up on the service of `env` and returns a new handle in *batchP
+ * (NULL on failure, the message then on `env`). The handle keeps its own copy of env's
+ * settings; free it with VLMfreebatch. */
+VLM_API int VLMgetbatch(VLMenv *env, const char *batchid, VLMbatch **batchP);
+
+/* The batch's own environment (owned by the batch: do not free it); NULL for NULL. */
+VLM_API VLMenv *VLMgetbatchenv(VLMbatch *batch);
+
+/* Frees the handle (the request stays on the service). NULL is ignored; returns 0. */
+VLM_API int VLMfreebatch(VLMbatch *batch);
+
+/* Type and flags of batch attribute `attrname` (case-insensitive): the low four bits are
+ * VLM_INT (1) or VLM_STR (3), bit 0x10 marks a read-only attribute (all batch attributes are).
+ * Unknown names: VLM_ERROR_UNKNOWN_ATTRIBUTE. */
+VLM_API int VLMgetbatchattrflags(VLMbatch *batch, const char *attrname, int *flagsP);
+
+/* Reads an attribute of the local copy: BatchStatus, BatchErrorCode (int); BatchID,
+ * BatchErrorMessage, ModelName, SubmitTime, FinishTime (string, valid until the next call on
+ * the batch). After VLMdiscardbatch only BatchID is readable (VLM_ERROR_DATA_NOT_AVAILABLE). */
+VLM_API int VLMgetbatchintattr(VLMbatch *batch, const char *attrname, int *valueP);
+VLM_API int VLMgetbatchstrattr(VLMbatch *batch, const char *attrname, char **valueP);
+
+/* The number of batch attributes and the name of attribute `i` (0-based). */
+VLM_API int VLMgetnumbatchattributes(VLMbatch *batch, int *numP);
+VLM_API int VLMgetbatchattrname(VLMbatch *batch, int i, const char **nameP);
+
+/* Refreshes the local copy of the attributes from the service. */
+VLM_API int VLMupdatebatch(VLMbatch *batch);
+
+/* Aborts a queued or running request (BATCH_ABORTED); retries a failed or aborted one
+ * (BATCH_SUBMITTED); both refresh the local copy. Wrong state: VLM_ERROR_INVALID_ARGUMENT. */
+VLM_API int VLMabortbatch(VLMbatch *batch);
+VLM_API int VLMretrybatch(VLMbatch *batch);
+
+/* Deletes the request's stored input and output on the service; later queries fail with
+ * VLM_ERROR_DATA_NOT_AVAILABLE. */
+VLM_API int VLMdiscardbatch(VLMbatch *batch);
+
+/* The JSON solution of a completed request, as VLMgetjsonsolution gives it for the solved
+ * model; `*textP` is freed with VLMfree. */
+VLM_API int VLMgetbatchjsonsolution(VLMbatch *batch, char **textP);
+
+/* Writes the JSON solution to `filename` (gzip when it ends in .gz); an existing file is
+ * replaced in one step or left as it was. */
+VLM_API int VLMwritebatchjsonsolution(VLMbatch *batch, const char *filename);
 
 /* ---------------------------------------------------------------------------------------
  * Analysis

@@ -33,6 +33,11 @@ py::Ref message_of(PyObject* argument, int code) {
     if (cenv == nullptr) return py::str("Failed to create environment");
     return py::str(VLMgeterrormsg(cenv));
   }
+  if (s.batch_env_of != nullptr) {
+    bool is_batch = false;
+    VLMenv* benv = s.batch_env_of(argument, &is_batch);
+    if (is_batch) return py::str(benv == nullptr ? "Failed to create batch request" : VLMgeterrormsg(benv));
+  }
   bool is_model_object = false;
   if (s.model_handle_of == nullptr) return py::Ref();
   VLMmodel* model = s.model_handle_of(argument, &is_model_object);

@@ -29,6 +29,7 @@ int register_sos(PyObject* m);        // sos.cpp: SOS
 int register_genconstr(PyObject* m);  // genconstr.cpp: GenConstr
 int register_column(PyObject* m);     // column.cpp: Column
 int register_model(PyObject* m);      // model.cpp: Model (after Env and ParamClass)
+int register_batch(PyObject* m);      // batch.cpp: Batch
 int register_velmor(PyObject* m);     // velmor.cpp: the module-level class and functions
 
 // The VelmorError class (borrowed; valid after register_exception).

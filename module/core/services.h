@@ -29,6 +29,9 @@ struct ModuleServices {
   py::Ref (*model_adopt)(VLMmodel* handle, PyObject* env) = nullptr;
   // The shared core of an initialised Model; nullptr when `obj` is not one.
   ModelCore* (*model_core)(PyObject* obj) = nullptr;
+  // batch/batch.cpp: the environment of a Batch's library handle; `*found` tells whether
+  // `obj` was a Batch at all (the environment is nullptr when it has no handle).
+  VLMenv* (*batch_env_of)(PyObject* obj, bool* found) = nullptr;
 };
 
 // The one instance, filled during module initialisation.

@@ -405,8 +405,11 @@ PyObject* model_gettuneresult(PyObject* self, PyObject* arg) {
 }
 
 const char model_optimizebatch_doc[] =
-    "optimizeBatch()\n\nApplies pending changes and submits the model as a batch request;\n"
-    "returns the batch id. Raises VelmorError (ERROR_NOT_SUPPORTED) without a batch service.";
+    "optimizeBatch($self)\n--\n\nApplies pending changes and submits the model as a batch request to\n"
+    "the batch service named by the CSManager parameter (authenticated with CSAPIAccessID and\n"
+    "CSAPISecret); the request carries the model and its non-default parameters. Returns the\n"
+    "request's ID, which Batch(batchID) looks up. Raises VelmorError when no service is set or\n"
+    "it cannot be reached (ERROR_NETWORK) or refuses the request.";
 
 PyObject* model_optimizebatch(PyObject* self, PyObject*) {
   VLMmodel* h = model_handle(self);
@@ -414,7 +417,11 @@ PyObject* model_optimizebatch(PyObject* self, PyObject*) {
   if (model_update(self) < 0) return nullptr;
   char batchid[VLM_MAX_STRLEN];
   int rc = VLMsetsignal(h);
-  if (rc == 0) rc = VLMoptimizebatch(h, batchid);
+  if (rc == 0) {
+    // The service may take up to ServerTimeout to answer, and may run in this process.
+    py::WithoutGil nogil;
+    rc = VLMoptimizebatch(h, batchid);
+  }
   if (rc != 0) return raise_velmor(rc, self);
   return PyUnicode_FromString(batchid);
 }

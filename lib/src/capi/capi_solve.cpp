@@ -31,14 +31,6 @@ VLM_API int VLMgettuneresult(VLMmodel* model, int i) {
   });
 }
 
-VLM_API int VLMoptimizebatch(VLMmodel* model, char* batchid) {
-  return model_call(model, [&](Model& m) {
-    if (batchid != nullptr) batchid[0] = '\0';
-    VLM_RETURN_IF_ERROR(m.update());
-    return Status(VLM_ERROR_NOT_SUPPORTED, "Batch optimization needs a batch service, which this installation does not have");
-  });
-}
-
 VLM_API int VLMsetsignal(VLMmodel* model) {
   return model_call(model, [](Model& m) {
     m.request_signal();

@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 #include <windows.h>
 #else
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -224,5 +225,29 @@ bool replace_file(const std::string& from, const std::string& to) {
 }
 
 void remove_file(const std::string& path) { std::remove(path.c_str()); }
+
+void* open_shared_library(const std::string& name, std::string* error) {
+#if defined(_WIN32)
+  HMODULE h = LoadLibraryA(name.c_str());
+  if (h == nullptr && error != nullptr) *error = "error " + std::to_string(GetLastError());
+  return reinterpret_cast<void*>(h);
+#else
+  void* h = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (h == nullptr && error != nullptr) {
+    const char* why = dlerror();
+    *error = why != nullptr ? why : "unknown reason";
+  }
+  return h;
+#endif
+}
+
+void* shared_library_symbol(void* library, const char* symbol) {
+  if (library == nullptr) return nullptr;
+#if defined(_WIN32)
+  return reinterpret_cast<void*>(GetProcAddress(reinterpret_cast<HMODULE>(library), symbol));
+#else
+  return dlsym(library, symbol);
+#endif
+}
 
 }  // namespace vlm

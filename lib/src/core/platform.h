@@ -49,6 +49,13 @@ void remove_file(const std::string& path);
 // The final path a write to `target` replaces: `target` itself, or the file it links to.
 std::string write_target(const std::string& target);
 
+// Loads a shared library by file name ("libcurl.so.4") at run time; nullptr when it cannot be
+// loaded, with the system's reason in *error. Libraries stay loaded for the process's life.
+void* open_shared_library(const std::string& name, std::string* error);
+
+// The address of `symbol` in a library from open_shared_library, or nullptr.
+void* shared_library_symbol(void* library, const char* symbol);
+
 // Test hook: after `bytes` more bytes, write_all fails with ENOSPC as a full disk would; a
 // negative value (the default) turns the hook off. Process-wide; tests only.
 void set_write_limit_for_testing(long long bytes);

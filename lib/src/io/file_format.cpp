@@ -36,11 +36,11 @@ struct GzFile {
   }
 };
 
-// gzip-wraps `content` in memory (zlib's deflate with the gzip header), so that compressed files
-// take the same atomic path as plain ones. False only when zlib runs out of memory.
-bool gzip_compress(std::string_view content, std::string* out) {
+}  // namespace
+
+bool gzip_compress(std::string_view content, std::string* out, int level) {
   z_stream z{};
-  if (deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+  if (deflateInit2(&z, level, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
     return false;
   }
   out->clear();
@@ -67,8 +67,6 @@ bool gzip_compress(std::string_view content, std::string* out) {
   deflateEnd(&z);
   return true;
 }
-
-}  // namespace
 
 Status write_whole_file(const std::string& filename, std::string_view bytes, const char* what) {
   auto failed = [&](const std::string& head, const std::string& tail, int err) {

@@ -87,6 +87,12 @@ struct ReadModel {
 // updates. A refusal by the model becomes VLM_ERROR_FILE_READ naming the file.
 Status build_model(ReadModel& rm, const std::string& filename, Model& model);
 
+// gzip-wraps `content` in memory (zlib's deflate with the gzip header), so that compressed
+// files take the same atomic path as plain ones and batch submissions travel compressed.
+// `level` is zlib's: 1 fastest .. 9 smallest, -1 its default (6). False only when zlib runs out
+// of memory. O(size).
+bool gzip_compress(std::string_view content, std::string* out, int level = -1);
+
 // The shortest text that reads back as exactly `v` ("3", "0.1", "1e+30", "-2.5e-07").
 std::string format_number(double v);
 

@@ -3,33 +3,12 @@
 #include <cmath>
 #include <sstream>
 
+#include "io/json_value.h"
 #include "params/param_table.h"
 
 namespace vlm::io {
 
 namespace {
-
-std::string json_string(const std::string& s) {
-  std::string out = "\"";
-  for (unsigned char c : s) {
-    switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\t': out += "\\t"; break;
-      case '\r': out += "\\r"; break;
-      default:
-        if (c < 0x20) {
-          char buf[8];
-          std::snprintf(buf, sizeof buf, "\\u%04x", c);
-          out += buf;
-        } else {
-          out.push_back(static_cast<char>(c));
-        }
-    }
-  }
-  return out + "\"";
-}
 
 // JSON has no infinity: infinite values are written as +-1e100, the library's infinity.
 std::string json_number(double v) {
@@ -58,13 +37,13 @@ std::string json_solution(Model& m) {
   if (values) {
     out << ",\n \"Vars\": [";
     for (int j = 0; j < d.num_vars(); ++j) {
-      out << (j ? ",\n  " : "\n  ") << "{\"VarName\": " << json_string(d.varname[j]) << ", \"X\": " << json_number(s->x[j]);
+      out << (j ? ",\n  " : "\n  ") << "{\"VarName\": " << json_quote(d.varname[j]) << ", \"X\": " << json_number(s->x[j]);
       if (s->has_duals) out << ", \"RC\": " << json_number(s->rc[j]);
       out << "}";
     }
     out << "],\n \"Constrs\": [";
     for (int i = 0; i < d.num_constrs(); ++i) {
-      out << (i ? ",\n  " : "\n  ") << "{\"ConstrName\": " << json_string(d.constrname[i])
+      out << (i ? ",\n  " : "\n  ") << "{\"ConstrName\": " << json_quote(d.constrname[i])
           << ", \"Slack\": " << json_number(s->slack[i]);
       if (s->has_duals) out << ", \"Pi\": " << json_number(s->pi[i]);
       out << "}";

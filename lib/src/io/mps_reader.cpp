@@ -449,6 +449,11 @@ Status MpsParser::columns_line(std::string_view line) {
     for (std::size_t k = 0; k < w.w.size(); ++k) f[k + 1] = std::string(w.w[k]);
   }
   if (f[1].empty()) return error("expected a column name");
+  // A fixed reading of a short free line ("    x c1 1" has "x c1 1" in columns 5-12) sees a
+  // column name and nothing else; a coefficient line without a coefficient is no line at all.
+  if (f[2].empty() && f[3].empty()) {
+    return error("expected 'column row value [row value]', found '" + std::string(trim(line)) + "'");
+  }
   int j = last_col_;
   if (j < 0 || vars_.varname[j] != f[1]) {
     auto [it, fresh] = col_index_.emplace(f[1], vars_.num_vars());

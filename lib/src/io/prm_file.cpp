@@ -49,18 +49,22 @@ Status read_params(const std::string& filename, ParamSet& params) {
   return Status::Ok();
 }
 
-Status write_params(const std::string& filename, const ParamSet& params) {
+std::string params_text(const ParamSet& params, bool (*skip)(int index)) {
   std::ostringstream out;
   out << "# Parameter settings written by Velmor " << VLM_VERSION_MAJOR << "."
       << VLM_VERSION_MINOR << "." << VLM_VERSION_TECHNICAL << "\n";
   const auto& table = param_table();
   for (int i = 0; i < static_cast<int>(table.size()); ++i) {
-    if (params.is_default(i)) continue;
+    if (params.is_default(i) || (skip != nullptr && skip(i))) continue;
     std::string text = params.value_text(i);
     if (text.empty() || trim(text).size() != text.size()) text = "\"" + text + "\"";
     out << table[i].name << "  " << text << "\n";
   }
-  return write_whole_file(filename, out.str(), "parameter file");
+  return out.str();
+}
+
+Status write_params(const std::string& filename, const ParamSet& params) {
+  return write_whole_file(filename, params_text(params), "parameter file");
 }
 
 }  // namespace vlm::io

@@ -156,6 +156,20 @@ TEST(MpsReaderTest, FixedColumnsAllowBlanksInNames) {
   EXPECT_EQ(d.objcon, 10);
 }
 
+// Free lines with one-letter names fit inside the fixed name columns ("    x OBJ 1" has
+// "x OBJ 1" in columns 5-12); they must still read as free, as our writer means them.
+TEST(MpsReaderTest, ShortFreeNamesAreNotTakenForFixedNamesWithBlanks) {
+  auto m = read_text(
+      "NAME prod\nROWS\n N  OBJ\n L  c1\nCOLUMNS\n    x OBJ 1\n    x c1 1\n    y OBJ 2\n"
+      "    y c1 3\nRHS\n    RHS c1 4\nENDATA\n");
+  ASSERT_NE(m, nullptr);
+  const ModelData& d = m->data();
+  EXPECT_EQ(d.varname.all(), (std::vector<std::string>{"x", "y"}));
+  EXPECT_EQ(d.obj, (std::vector<double>{1, 2}));
+  EXPECT_EQ(row(d, 0), (Terms{{"x", 1}, {"y", 3}}));
+  EXPECT_EQ(d.rhs, (std::vector<double>{4}));
+}
+
 TEST(MpsReaderTest, ObjectiveSenseAndObjectiveRowChoices) {
   const char* body =
       "ROWS\n N first\n N second\n L c\n"

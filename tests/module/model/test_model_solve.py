@@ -249,7 +249,7 @@ def test_multiple_objectives_are_stored_and_solved(tmp_path):
     assert m.ObjVal == pytest.approx(7.5)
 
 
-def test_tuning_and_batches_report_that_they_are_not_available(tmp_path):
+def test_tuning_is_not_available_and_batches_need_a_service(tmp_path):
     m = read_lp(tmp_path, PRODUCTION)
     with pytest.raises(VelmorError) as info:
         m.tune()
@@ -259,4 +259,4 @@ def test_tuning_and_batches_report_that_they_are_not_available(tmp_path):
     assert info.value.errno == VLM.ERROR_DATA_NOT_AVAILABLE
     with pytest.raises(VelmorError) as info:
         m.optimizeBatch()
-    assert info.value.errno == VLM.ERROR_NOT_SUPPORTED and "batch" in str(info.value)
+    assert info.value.errno == VLM.ERROR_INVALID_ARGUMENT and "CSManager" in str(info.value)
