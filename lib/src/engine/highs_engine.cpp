@@ -602,8 +602,12 @@ Status optimize(Model& m) {
   // The kept instance now holds p (unless the solve did not use it).
   if (kept->highs) {
     kept->p = std::move(p);
-    kept->col_ids = m.element_ids(VLM_KIND_VAR);
-    kept->row_ids = m.element_ids(VLM_KIND_CONSTR);
+    auto keep_ids = [](std::vector<std::uint64_t>& to, const std::vector<std::uint64_t>& from) {
+      // Equal counts and last identities mean equal lists (see kept_problem.cpp): no copy.
+      if (to.size() != from.size() || (!to.empty() && to.back() != from.back())) to = from;
+    };
+    keep_ids(kept->col_ids, m.element_ids(VLM_KIND_VAR));
+    keep_ids(kept->row_ids, m.element_ids(VLM_KIND_CONSTR));
   }
   m.set_solution(std::move(sol));
   return Status::Ok();

@@ -29,10 +29,16 @@ bool match(const Ids& old_ids, int old_user, int old_total, const Ids& new_ids, 
            Match& mt) {
   if (static_cast<int>(old_ids.size()) != old_user || static_cast<int>(new_ids.size()) != new_user) return false;
   mt.to_new.assign(old_total, -1);
-  int j = 0;
-  for (int i = 0; i < old_user; ++i) {
-    while (j < new_user && new_ids[j] < old_ids[i]) ++j;
-    if (j < new_user && new_ids[j] == old_ids[i]) mt.to_new[i] = j++;
+  if (old_user == new_user && (old_user == 0 || old_ids.back() == new_ids.back())) {
+    // Nothing added or deleted: an addition would end the list with a larger identity, and
+    // with none, equal counts leave no room for a deletion.
+    for (int i = 0; i < old_user; ++i) mt.to_new[i] = i;
+  } else {
+    int j = 0;
+    for (int i = 0; i < old_user; ++i) {
+      while (j < new_user && new_ids[j] < old_ids[i]) ++j;
+      if (j < new_user && new_ids[j] == old_ids[i]) mt.to_new[i] = j++;
+    }
   }
   for (int k = 0; old_user + k < old_total && new_user + k < new_total; ++k) mt.to_new[old_user + k] = new_user + k;
   // HiGHS keeps the order of what survives a delete and appends at the end: a survivor stays
