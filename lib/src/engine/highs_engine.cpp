@@ -22,6 +22,7 @@
 #include "engine/highs_instance.h"
 #include "engine/highs_limits.h"
 #include "engine/kept_problem.h"
+#include "engine/run_setup.h"
 #include "engine/sigint.h"
 #include "reform/pipeline.h"
 #include "interfaces/highs_c_api.h"
@@ -102,7 +103,8 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut* d
     }
     return;
   }
-  if (data_in && should_stop(*st, data_out, type)) data_in->user_interrupt = 1;
+  // HiGHS keeps the input struct from run to run of a kept instance: clear a stop of before.
+  if (data_in) data_in->user_interrupt = should_stop(*st, data_out, type) ? 1 : 0;
 }
 
 // ---- the terminate flag per model -------------------------------------------------------------
@@ -611,6 +613,21 @@ Status optimize(Model& m) {
   }
   m.set_solution(std::move(sol));
   return Status::Ok();
+}
+
+void apply_options(void* h, Env& env, bool mip) {
+  set_options(h, env.params(), mip);
+  choose_threads(h, env);
+}
+
+int run_status(void* h, const ParamSet& ps, bool mip) {
+  int64_t nodes = 0;
+  HighsInt primal_status = 0;
+  Highs_getInt64InfoValue(h, "mip_node_count", &nodes);
+  Highs_getIntInfoValue(h, "primal_solution_status", &primal_status);
+  const double node_limit = ps.dbl_param("NodeLimit");
+  return map_status(Highs_getModelStatus(h), mip, node_limit < 2e9, static_cast<double>(nodes), node_limit,
+                    primal_status == 2);
 }
 
 const PassCounts* pass_counts(Model& m) {

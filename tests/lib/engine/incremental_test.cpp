@@ -268,6 +268,33 @@ TEST_F(IncrementalTest, WarmStartsResetAndLpWarmStart) {
   EXPECT_EQ(counts().full, 1) << "every re-solve passed its changes in place";
 }
 
+// A solve stopped by a limit of ours (WorkLimit, checked in HiGHS' interrupt callback) leaves
+// no stop behind in the kept instance: the next solve runs to the copy's optimum.
+TEST_F(IncrementalTest, AStoppedSolveDoesNotStopTheNext) {
+  const int k = 60;
+  for (int i = 0; i < k * k; ++i) {
+    ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, 1 + (7 * i) % 13, 0, 1e100, 'C', nullptr), VLM_OK);
+  }
+  std::vector<double> ones(k, 1.0);
+  for (int i = 0; i < k; ++i) {
+    std::vector<int> ind(k);
+    for (int j = 0; j < k; ++j) ind[j] = i * k + j;
+    row(ind, ones, '<', 110);
+  }
+  for (int j = 0; j < k; ++j) {
+    std::vector<int> ind(k);
+    for (int i = 0; i < k; ++i) ind[i] = i * k + j;
+    row(ind, ones, '>', 100);
+  }
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "WorkLimit", 0.0), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  ASSERT_EQ(status(), VLM_WORK_LIMIT);
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "WorkLimit", 1e100), VLM_OK);
+  compare_with_copy("after the stop");
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_EQ(counts().incremental, 1);
+}
+
 // Ranging after an in-place re-solve reads the kept instance, which holds the new problem.
 // max 3x + 2y s.t. x + y <= 4, x + 3y <= 8, x <= 3: optimum (3, 1), 11; x's cost may fall to 2
 // (where y takes over) before the basis changes. With y's cost at 1 it may fall to 1.
