@@ -583,27 +583,35 @@ void terminate(Model& m) {
 
 namespace {
 // solve_problem, and optimize with the model's kept instance (`kept`; null: a fresh one).
-StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const PhaseOptions& phase, KeptProblem* kept);
+// With `unchanged`, p is kept->p and the instance already holds it.
+StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const PhaseOptions& phase, KeptProblem* kept,
+                                          bool unchanged = false);
 }  // namespace
 
 Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
   SolvingScope solving(m);
-  Problem p;
-  VLM_RETURN_IF_ERROR(build_problem(m, p));
   std::shared_ptr<void>& state = m.engine_state();
   if (!state) state = std::make_shared<KeptProblem>();
   auto* kept = static_cast<KeptProblem*>(state.get());
-  auto solved = solve(m, p, PhaseOptions{}, kept);
+  // Nothing changed since the kept problem was built: it is the working problem again (unless
+  // function constraints make it depend on parameters too).
+  const bool unchanged = kept->highs && kept->p.ncol > 0 && kept->version == m.data_version() &&
+                         m.data().genconstrs.empty();
+  Problem built;
+  if (!unchanged) VLM_RETURN_IF_ERROR(build_problem(m, built));
+  const Problem& p = unchanged ? kept->p : built;
+  auto solved = solve(m, p, PhaseOptions{}, kept, unchanged);
   if (!solved.ok()) {
     // What the instance holds is no longer known.
-    *kept = KeptProblem{{}, {}, {}, {}, {}, kept->counts};
+    *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
     return solved.status();
   }
   std::unique_ptr<Solution> sol = std::move(solved.value());
   // The kept instance now holds p (unless the solve did not use it).
-  if (kept->highs) {
-    kept->p = std::move(p);
+  if (kept->highs && !unchanged) {
+    kept->p = std::move(built);
+    kept->version = m.data_version();
     auto keep_ids = [](std::vector<std::uint64_t>& to, const std::vector<std::uint64_t>& from) {
       // Equal counts and last identities mean equal lists (see kept_problem.cpp): no copy.
       if (to.size() != from.size() || (!to.empty() && to.back() != from.back())) to = from;
@@ -684,7 +692,8 @@ void end_run(void* h) {
 
 namespace {
 
-StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const PhaseOptions& phase, KeptProblem* kept) {
+StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const PhaseOptions& phase, KeptProblem* kept,
+                                          bool unchanged) {
   const ModelData& d = m.data();
   const ParamSet& ps = m.env().params();
   auto sol = std::make_unique<Solution>();
@@ -694,7 +703,7 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
 
   // An empty model needs no engine: every row reads 0.
   if (p.ncol == 0) {
-    if (kept) *kept = KeptProblem{{}, {}, {}, {}, {}, kept->counts};
+    if (kept) *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
     bool feasible = true;
     for (int i = 0; i < p.nrow; ++i) feasible = feasible && p.rlo[i] <= 0.0 && 0.0 <= p.rup[i];
     sol->status = feasible ? VLM_OPTIMAL : VLM_INFEASIBLE;
@@ -714,12 +723,13 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
   SigintScope sigint(m.take_signal_request(), &stop.flag);
   ActiveSolve active;
   // The quadratic search passes its own problems: it gets an instance of its own, and the
-  // kept one (which would not match it afterwards) is dropped.
+  // kept one (which would not match it afterwards) is dropped. (Never with `unchanged`: p would
+  // go with it; a search leaves no instance, so the next solve is never unchanged.)
   const bool search = algorithms::needs_quadratic_search(d, p);
-  if (kept && search) {
-    *kept = KeptProblem{{}, {}, {}, {}, {}, kept->counts};
-    kept = nullptr;
+  if (kept && search && !unchanged) {
+    *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
   }
+  if (search) kept = nullptr;
   // A previous solution that shares the kept instance gives it up: the instance is about to
   // change, and nothing may query it meanwhile.
   if (kept && kept->highs && m.solution() && m.solution()->engine == kept->highs) m.set_solution(nullptr);
@@ -755,7 +765,8 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
     prepare_run(h, m, p, phase, cb);
     if (kept) {
       const long incremental = kept->counts.incremental;
-      if (!pass_problem(*kept, p, m.element_ids(VLM_KIND_VAR), m.element_ids(VLM_KIND_CONSTR), kept_start)) {
+      if (!pass_problem(*kept, p, m.element_ids(VLM_KIND_VAR), m.element_ids(VLM_KIND_CONSTR), kept_start,
+                        unchanged)) {
         return explain_rejected_model(d);
       }
       hot = kept->counts.incremental > incremental;
@@ -812,10 +823,10 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
     }
     rc = Highs_run(h);
   } catch (const std::exception& e) {
-    if (kept) *kept = KeptProblem{{}, {}, {}, {}, {}, kept->counts};
+    if (kept) *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
     return Status(VLM_ERROR_INTERNAL, std::string("HiGHS failed: ") + e.what());
   } catch (...) {
-    if (kept) *kept = KeptProblem{{}, {}, {}, {}, {}, kept->counts};
+    if (kept) *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
     return Status(VLM_ERROR_INTERNAL, "HiGHS failed with an unknown error");
   }
 

@@ -287,8 +287,14 @@ int pass_whole(void* h, const Problem& p) {
 }
 
 bool pass_problem(KeptProblem& k, const Problem& p, const Ids& col_ids, const Ids& row_ids,
-                  std::vector<double>& start) {
+                  std::vector<double>& start, bool unchanged) {
   start.clear();
+  if (unchanged && k.highs && &p == &k.p) {
+    ++k.counts.incremental;
+    ++k.counts.unchanged;
+    if (p.mip && static_cast<int>(k.incumbent.size()) == p.ncol) start = k.incumbent;
+    return true;
+  }
   if (k.highs && k.p.ncol > 0) {
     Match cm;
     std::string why;

@@ -31,6 +31,7 @@ struct PassCounts {
   long full = 0;         // the whole problem passed (first solve, or a fallback)
   long incremental = 0;  // only the differences passed
   long fallback = 0;     // whole passes although an instance was kept
+  long unchanged = 0;    // of the incremental passes: nothing had changed (not even compared)
   std::string last_fallback;  // why the last fallback happened
 };
 
@@ -39,6 +40,8 @@ struct KeptProblem {
   reform::WorkingProblem p;     // what `highs` holds
   // Identities of p's user columns and rows (Model::element_ids at the time of the pass).
   std::vector<std::uint64_t> col_ids, row_ids;
+  // The model's data version (Model::data_version) that p was built from.
+  std::uint64_t version = 0;
   // The last MIP solution over p's columns; empty when there is none.
   std::vector<double> incumbent;
   PassCounts counts;
@@ -50,8 +53,10 @@ struct KeptProblem {
 // of their bounds closest to 0), or is empty. Returns false when HiGHS refuses the whole pass
 // (the instance is dropped then); true otherwise. Does not store `p` in `k` (the caller moves
 // it there after the solve). Cost: O(size of p) compares plus the HiGHS calls for what changed.
+// With `unchanged` the caller knows that `p` is k.p (the model did not change): nothing is
+// compared or passed.
 bool pass_problem(KeptProblem& k, const reform::WorkingProblem& p, const std::vector<std::uint64_t>& col_ids,
-                  const std::vector<std::uint64_t>& row_ids, std::vector<double>& start);
+                  const std::vector<std::uint64_t>& row_ids, std::vector<double>& start, bool unchanged = false);
 
 // Whole pass of `p` to `h` (replacing what it holds). Returns HiGHS' status.
 int pass_whole(void* h, const reform::WorkingProblem& p);

@@ -804,6 +804,7 @@ Status Model::del_elements(int kind, int n, const int* ind) {
 
 Status Model::update() {
   if (pending_.empty()) return Status::Ok();
+  ++data_version_;
   solution_.reset();  // a changed model has no solution
   iis_.reset();
   ModelData& d = data_;

@@ -120,6 +120,9 @@ class Model {
   // use. Any other kind gives an empty list.
   const std::vector<std::uint64_t>& element_ids(int kind);
 
+  // Counts the updates that changed the model: equal values mean equal data. O(1).
+  std::uint64_t data_version() const { return data_version_; }
+
   // What the engine keeps between solves of this model (its HiGHS instance and the problem it
   // holds). Opaque here; never copied with the model; released with it.
   std::shared_ptr<void>& engine_state() { return engine_state_; }
@@ -187,6 +190,7 @@ class Model {
   bool catch_signal_ = false;
   std::vector<std::uint64_t> ids_[2];  // variables, linear constraints
   std::uint64_t next_id_ = 0;
+  std::uint64_t data_version_ = 0;
   std::shared_ptr<void> engine_state_;
   bool cold_start_ = false;
   std::atomic<bool> solving_{false};

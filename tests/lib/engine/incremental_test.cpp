@@ -240,6 +240,7 @@ TEST_F(IncrementalTest, WarmStartsResetAndLpWarmStart) {
   solve();
   EXPECT_EQ(dbl("IterCount"), 0.0);
   EXPECT_EQ(objval(), first);
+  EXPECT_EQ(counts().unchanged, 1) << "nothing changed: nothing compared or passed";
 
   auto copy_iterations = [&] {
     VLMmodel* copy = VLMcopymodel(m_);
