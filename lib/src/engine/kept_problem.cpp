@@ -91,15 +91,22 @@ bool update_in_place(void* h, const Problem& o, const Ids& ocols, const Ids& oro
   };
   std::vector<Coef> coefs;
   const std::size_t coef_limit = 1000 + n.aval.size() / 20;
+  const bool same_columns = cm.removed.empty() && P == o.ncol;
   std::vector<double> work(P, 0.0);
   std::vector<int> stamp(P, -1);
   for (int i = 0; i < R; ++i) {
     const int oi = rm.to_old[i];
     int ok_ = o.astart[oi], oe = o.astart[oi + 1], nk = n.astart[i], ne = n.astart[i + 1];
-    // The usual case: the same terms in the same order.
+    // The usual case: the same terms in the same order (compared without the column map
+    // when no column moved).
     bool same = (oe - ok_) == (ne - nk);
-    for (int a = ok_, b = nk; same && a < oe; ++a, ++b) {
-      same = cm.to_new[o.aindex[a]] == n.aindex[b] && o.aval[a] == n.aval[b];
+    if (same && same_columns) {
+      same = std::equal(o.aindex.begin() + ok_, o.aindex.begin() + oe, n.aindex.begin() + nk) &&
+             std::equal(o.aval.begin() + ok_, o.aval.begin() + oe, n.aval.begin() + nk);
+    } else {
+      for (int a = ok_, b = nk; same && a < oe; ++a, ++b) {
+        same = cm.to_new[o.aindex[a]] == n.aindex[b] && o.aval[a] == n.aval[b];
+      }
     }
     if (same) continue;
     for (int a = ok_; a < oe; ++a) {
