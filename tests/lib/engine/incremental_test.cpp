@@ -315,3 +315,26 @@ TEST_F(IncrementalTest, SensitivityFollowsTheKeptInstance) {
 }
 
 }  // namespace
+
+namespace {
+
+// The check that decides whether the previous incumbent is offered as a MIP start: bounds,
+// integrality (a semi-continuous column may also sit at 0) and rows, within the tolerance.
+TEST(IncumbentCheck, BoundsIntegralitySemiContinuityAndRows) {
+  vlm::reform::WorkingProblem p;
+  p.add_col(0, 4, 1);   // x integer in [0, 4]
+  p.add_col(2, 5, 2);   // s semi-continuous: 0 or [2, 5]
+  p.add_row({0, 1}, {1, 1}, -INFINITY, 6);  // x + s <= 6
+  p.mip = true;
+  using vlm::engine::satisfies;
+  EXPECT_TRUE(satisfies(p, {3, 0}, 1e-9));
+  EXPECT_TRUE(satisfies(p, {3, 3}, 1e-9));
+  EXPECT_FALSE(satisfies(p, {3, 1}, 1e-9)) << "s between 0 and its lower bound";
+  EXPECT_FALSE(satisfies(p, {2.5, 2}, 1e-9)) << "x fractional";
+  EXPECT_FALSE(satisfies(p, {4, 3}, 1e-9)) << "row violated (7 > 6)";
+  EXPECT_FALSE(satisfies(p, {5, 0}, 1e-9)) << "x above its bound";
+  EXPECT_FALSE(satisfies(p, {3}, 1e-9)) << "wrong length";
+  EXPECT_FALSE(satisfies(p, {NAN, 0}, 1e-9));
+}
+
+}  // namespace
