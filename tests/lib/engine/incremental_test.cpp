@@ -198,6 +198,26 @@ TEST_F(IncrementalTest, RandomChangesOnQpsMatchFreshSolves) {
   }
 }
 
+// Reformulated constructs append auxiliary columns and rows after the user's: with an SOS1
+// set and a MAX constraint, every kind of change (new variables and rows land before the
+// auxiliary ones, which are then passed again) still matches a fresh solve.
+TEST_F(IncrementalTest, RandomChangesWithReformulatedConstructs) {
+  for (unsigned seed = 31; seed <= 32; ++seed) {
+    TearDown();
+    SetUp();
+    random_model(seed, 6, 3, 'C');
+    int beg = 0, ind[3] = {0, 1, 2};
+    double w[3] = {1, 2, 3};
+    int type = 1;
+    ASSERT_EQ(VLMaddsos(m_, 1, 3, &type, &beg, ind, w), VLM_OK);
+    ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, 1.0, 0, 100, 'C', "z"), VLM_OK);
+    int ops[2] = {3, 4};
+    ASSERT_EQ(VLMaddgenconstrMax(m_, "z_max", 6, 2, ops, 1.0), VLM_OK);
+    compare_with_copy("first");
+    random_walk(seed, {0, 1, 2, 3, 4, 6, 7}, 20, false);
+  }
+}
+
 // Removing the whole quadratic objective passes an empty Hessian in place.
 // min (x-1)^2 - 1 = x^2 - 2x over 0 <= x <= 4: -1 at x = 1; without the square: -8 at x = 4.
 TEST_F(IncrementalTest, DroppingTheHessianInPlace) {
