@@ -1,7 +1,9 @@
 // The HiGHS adapter: compiles the updated model into a HiGHS problem through the C API, maps
 // parameters to options, runs it, and maps statuses and values back.
 //
-// HiGHS instances are created per solve and released through release_highs()
+// optimize keeps one HiGHS instance per model and passes it only the changes of the next
+// working problem (engine/kept_problem.h); the parts of a sequence (objective levels,
+// scenarios) get an instance each. Every instance is released through release_highs()
 // (engine/highs_instance.h), which defers Highs_destroy while any solve is running.
 #include <algorithm>
 #include <atomic>
