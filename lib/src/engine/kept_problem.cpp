@@ -92,8 +92,8 @@ bool update_in_place(void* h, const Problem& o, const Ids& ocols, const Ids& oro
   std::vector<Coef> coefs;
   const std::size_t coef_limit = 1000 + n.aval.size() / 20;
   const bool same_columns = cm.removed.empty() && P == o.ncol;
-  std::vector<double> work(P, 0.0);
-  std::vector<int> stamp(P, -1);
+  std::vector<double> work;  // made on the first row that differs (most rows do not)
+  std::vector<int> stamp;
   for (int i = 0; i < R; ++i) {
     const int oi = rm.to_old[i];
     int ok_ = o.astart[oi], oe = o.astart[oi + 1], nk = n.astart[i], ne = n.astart[i + 1];
@@ -109,6 +109,10 @@ bool update_in_place(void* h, const Problem& o, const Ids& ocols, const Ids& oro
       }
     }
     if (same) continue;
+    if (stamp.empty()) {
+      work.assign(P, 0.0);
+      stamp.assign(P, -1);
+    }
     for (int a = ok_; a < oe; ++a) {
       const int c = cm.to_new[o.aindex[a]];
       if (c >= 0 && c < P) {
