@@ -6,7 +6,10 @@
 // driver in algorithms/quadratic_search.h (branch and bound with outer approximation).
 // Not implemented yet (each fails with VLM_ERROR_NOT_SUPPORTED naming the element kind):
 // 2-norms and nonconvex quadratics. Multiple objectives and scenarios: algorithms/solve.h.
-// Not mapped yet: callbacks, MIP starts, warm-start bases, solution pools, sensitivity ranges.
+//
+// The model keeps its HiGHS instance between optimize calls and passes it only what changed
+// since (engine/kept_problem.h); LP re-solves start from the basis HiGHS keeps, MIP re-solves
+// from the previous incumbent when it still fits.
 #pragma once
 
 #include <memory>
@@ -14,6 +17,7 @@
 #include <vector>
 
 #include "core/status.h"
+#include "engine/kept_problem.h"
 #include "model/model.h"
 #include "reform/working_problem.h"
 
@@ -83,6 +87,11 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
 // kept engine instance; nullptr when the solution has no basis (MIP, interior solution without
 // crossover, not optimal).
 const Sensitivity* sensitivity(const ModelData& d, const Solution& s);
+
+// How the model's problems reached its kept HiGHS instance so far (whole passes, passes of
+// the differences only, fallbacks); nullptr before the first optimize. For tests and
+// benchmarks. O(1).
+const PassCounts* pass_counts(Model& m);
 
 // Asks the solve running on `m` (from another thread) to stop as soon as it can.
 void terminate(Model& m);

@@ -1,7 +1,9 @@
 // The HiGHS adapter: compiles the updated model into a HiGHS problem through the C API, maps
 // parameters to options, runs it, and maps statuses and values back.
 //
-// HiGHS instances are created per solve and released through release_highs()
+// optimize keeps one HiGHS instance per model and passes it only the changes of the next
+// working problem (engine/kept_problem.h); the parts of a sequence (objective levels,
+// scenarios) get an instance each. Every instance is released through release_highs()
 // (engine/highs_instance.h), which defers Highs_destroy while any solve is running.
 #include <algorithm>
 #include <atomic>
@@ -21,6 +23,8 @@
 #include "engine/engine.h"
 #include "engine/highs_instance.h"
 #include "engine/highs_limits.h"
+#include "engine/kept_problem.h"
+#include "engine/run_setup.h"
 #include "engine/sigint.h"
 #include "reform/pipeline.h"
 #include "interfaces/highs_c_api.h"
@@ -101,7 +105,8 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut* d
     }
     return;
   }
-  if (data_in && should_stop(*st, data_out, type)) data_in->user_interrupt = 1;
+  // HiGHS keeps the input struct from run to run of a kept instance: clear a stop of before.
+  if (data_in) data_in->user_interrupt = should_stop(*st, data_out, type) ? 1 : 0;
 }
 
 // ---- the terminate flag per model -------------------------------------------------------------
@@ -256,11 +261,12 @@ void choose_threads(void* h, Env& env) {
 
 // ---- MIP start --------------------------------------------------------------------------------
 
-// Hands the defined Start values to HiGHS as a partial solution, which it completes.
-void pass_start(void* h, const ModelData& d) {
+// Hands the defined Start values to HiGHS as a partial solution, which it completes. False
+// when no Start value is defined.
+bool pass_start(void* h, const ModelData& d) {
   int attr = find_attr("Start");
   auto it = d.extra[VLM_KIND_VAR].num.find(attr);
-  if (it == d.extra[VLM_KIND_VAR].num.end()) return;
+  if (it == d.extra[VLM_KIND_VAR].num.end()) return false;
   std::vector<HighsInt> idx;
   std::vector<double> val;
   for (int j = 0; j < d.num_vars(); ++j) {
@@ -269,7 +275,9 @@ void pass_start(void* h, const ModelData& d) {
     idx.push_back(j);
     val.push_back(v);
   }
-  if (!idx.empty()) Highs_setSparseSolution(h, static_cast<HighsInt>(idx.size()), idx.data(), val.data());
+  if (idx.empty()) return false;
+  Highs_setSparseSolution(h, static_cast<HighsInt>(idx.size()), idx.data(), val.data());
+  return true;
 }
 
 // ---- infeasibility and unboundedness certificates ------------------------------------------
@@ -407,10 +415,11 @@ HighsInt to_highs_basis(int vlm) {
   }
 }
 
-// A basis set through VBasis/CBasis wins; else the basis kept from the previous solve; else
-// primal/dual start values (PStart/DStart). Columns and rows the library added for its own
-// modelling start nonbasic at lower / basic.
-void pass_warm_start(void* h, Model& m, const Problem& p) {
+// A basis set through VBasis/CBasis wins; else the basis kept from the previous solve (by
+// HiGHS itself when `hot`: the kept instance took the changes in place; else passed from the
+// model's copy); else primal/dual start values (PStart/DStart). Columns and rows the library
+// added for its own modelling start nonbasic at lower / basic.
+void pass_warm_start(void* h, Model& m, const Problem& p, bool hot) {
   const ModelData& d = m.data();
   if (m.env().params().int_param("LPWarmStart") == 0) return;
   const auto& vx = d.extra[VLM_KIND_VAR].num;
@@ -421,6 +430,8 @@ void pass_warm_start(void* h, Model& m, const Problem& p) {
   if (vb != vx.end() && cb != cx.end()) {
     vbasis.assign(vb->second.v.begin(), vb->second.v.end());
     cbasis.assign(cb->second.v.begin(), cb->second.v.end());
+  } else if (hot) {
+    return;
   } else if (const Model::WarmBasis* w = m.warm_basis()) {
     vbasis = w->vbasis;
     cbasis = w->cbasis;
@@ -572,14 +583,65 @@ void terminate(Model& m) {
   }
 }
 
+namespace {
+// solve_problem, and optimize with the model's kept instance (`kept`; null: a fresh one).
+// With `unchanged`, p is kept->p and the instance already holds it.
+StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const PhaseOptions& phase, KeptProblem* kept,
+                                          bool unchanged = false);
+}  // namespace
+
 Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
   SolvingScope solving(m);
-  Problem p;
-  VLM_RETURN_IF_ERROR(build_problem(m, p));
-  VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, solve_problem(m, p, PhaseOptions{}));
+  std::shared_ptr<void>& state = m.engine_state();
+  if (!state) state = std::make_shared<KeptProblem>();
+  auto* kept = static_cast<KeptProblem*>(state.get());
+  // Nothing changed since the kept problem was built: it is the working problem again (unless
+  // function constraints make it depend on parameters too).
+  const bool unchanged = kept->highs && kept->p.ncol > 0 && kept->version == m.data_version() &&
+                         m.data().genconstrs.empty();
+  Problem built;
+  if (!unchanged) VLM_RETURN_IF_ERROR(build_problem(m, built));
+  const Problem& p = unchanged ? kept->p : built;
+  auto solved = solve(m, p, PhaseOptions{}, kept, unchanged);
+  if (!solved.ok()) {
+    // What the instance holds is no longer known.
+    *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
+    return solved.status();
+  }
+  std::unique_ptr<Solution> sol = std::move(solved.value());
+  // The kept instance now holds p (unless the solve did not use it).
+  if (kept->highs && !unchanged) {
+    kept->p = std::move(built);
+    kept->version = m.data_version();
+    auto keep_ids = [](std::vector<std::uint64_t>& to, const std::vector<std::uint64_t>& from) {
+      // Equal counts and last identities mean equal lists (see kept_problem.cpp): no copy.
+      if (to.size() != from.size() || (!to.empty() && to.back() != from.back())) to = from;
+    };
+    keep_ids(kept->col_ids, m.element_ids(VLM_KIND_VAR));
+    keep_ids(kept->row_ids, m.element_ids(VLM_KIND_CONSTR));
+  }
   m.set_solution(std::move(sol));
   return Status::Ok();
+}
+
+void apply_options(void* h, Env& env, bool mip) {
+  set_options(h, env.params(), mip);
+  choose_threads(h, env);
+}
+
+int run_status(void* h, const ParamSet& ps, bool mip) {
+  int64_t nodes = 0;
+  HighsInt primal_status = 0;
+  Highs_getInt64InfoValue(h, "mip_node_count", &nodes);
+  Highs_getIntInfoValue(h, "primal_solution_status", &primal_status);
+  const double node_limit = ps.dbl_param("NodeLimit");
+  return map_status(Highs_getModelStatus(h), mip, node_limit < 2e9, static_cast<double>(nodes), node_limit,
+                    primal_status == 2);
+}
+
+const PassCounts* pass_counts(Model& m) {
+  return m.engine_state() ? &static_cast<KeptProblem*>(m.engine_state().get())->counts : nullptr;
 }
 
 Status build_problem(Model& m, reform::WorkingProblem& p) { return build_problem(m, m.data(), p); }
@@ -589,14 +651,61 @@ Status build_problem(Model& m, const ModelData& d, reform::WorkingProblem& p) {
 }
 
 StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::WorkingProblem& p, const PhaseOptions& phase) {
+  return solve(m, p, phase, nullptr);
+}
+
+namespace {
+
+// Everything HiGHS is told before a run: options from the parameters, the overrides of a part
+// of a sequence, and the callbacks. The one place to set up a run.
+void prepare_run(void* h, Model& m, const Problem& p, const PhaseOptions& phase, CallbackState& cb) {
+  const ParamSet& ps = m.env().params();
+  // A kept instance still has the previous solve's options: start from HiGHS' defaults.
+  Highs_resetOptions(h);
+  // Options (the log routing first, so that nothing reaches stdout directly).
+  set_options(h, ps, p.mip);
+  // A part of a sequence gets what remains of the sequence's time.
+  if (phase.time_limit < ps.dbl_param("TimeLimit")) {
+    Highs_setDoubleOptionValue(h, "time_limit", std::max(0.0, phase.time_limit));
+  }
+  if (phase.presolve >= 0) Highs_setStringOptionValue(h, "presolve", phase.presolve == 0 ? "off" : "on");
+  if (!p.mip && (phase.simplex == 0 || phase.simplex == 1)) {
+    Highs_setStringOptionValue(h, "solver", "simplex");
+    Highs_setIntOptionValue(h, "simplex_strategy", phase.simplex == 0 ? 4 : 1);
+  }
+  Highs_setCallback(h, highs_callback, &cb);
+  Highs_startCallback(h, kHighsCallbackLogging);
+  Highs_startCallback(h, kHighsCallbackSimplexInterrupt);
+  Highs_startCallback(h, kHighsCallbackIpmInterrupt);
+  Highs_startCallback(h, kHighsCallbackMipInterrupt);
+  if (p.mip) Highs_startCallback(h, kHighsCallbackMipSolution);
+}
+
+// Detaches the callbacks from an instance that outlives the solve (their state was on the
+// stack), so that a later query on it (ranging) cannot reach them.
+void end_run(void* h) {
+  for (int type : {kHighsCallbackLogging, kHighsCallbackSimplexInterrupt, kHighsCallbackIpmInterrupt,
+                   kHighsCallbackMipInterrupt, kHighsCallbackMipSolution}) {
+    Highs_stopCallback(h, type);
+  }
+}
+
+}  // namespace
+
+namespace {
+
+StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const PhaseOptions& phase, KeptProblem* kept,
+                                          bool unchanged) {
   const ModelData& d = m.data();
   const ParamSet& ps = m.env().params();
   auto sol = std::make_unique<Solution>();
   sol->is_mip = p.mip || p.reported_as_mip;
   const auto t0 = std::chrono::steady_clock::now();
+  const bool cold = kept != nullptr && m.take_cold_start();
 
   // An empty model needs no engine: every row reads 0.
   if (p.ncol == 0) {
+    if (kept) *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
     bool feasible = true;
     for (int i = 0; i < p.nrow; ++i) feasible = feasible && p.rlo[i] <= 0.0 && 0.0 <= p.rup[i];
     sol->status = feasible ? VLM_OPTIMAL : VLM_INFEASIBLE;
@@ -615,9 +724,20 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
   StopFlag stop(&m);
   SigintScope sigint(m.take_signal_request(), &stop.flag);
   ActiveSolve active;
-  HighsPtr highs;
-  void* h = highs.h;
-  if (h == nullptr) return Status(VLM_ERROR_OUT_OF_MEMORY, "Unable to create a HiGHS instance");
+  // The quadratic search passes its own problems: it gets an instance of its own, and the
+  // kept one (which would not match it afterwards) is dropped. (Never with `unchanged`: p would
+  // go with it; a search leaves no instance, so the next solve is never unchanged.)
+  const bool search = algorithms::needs_quadratic_search(d, p);
+  if (kept && search && !unchanged) {
+    *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
+  }
+  if (search) kept = nullptr;
+  // A previous solution that shares the kept instance gives it up: the instance is about to
+  // change, and nothing may query it meanwhile.
+  if (kept && kept->highs && m.solution() && m.solution()->engine == kept->highs) m.set_solution(nullptr);
+  HighsPtr fresh;
+  if (!kept && fresh.h == nullptr) return Status(VLM_ERROR_OUT_OF_MEMORY, "Unable to create a HiGHS instance");
+  void* h = fresh.h;
   CallbackState cb;
   cb.env = &m.env();
   cb.stop = &stop.flag;
@@ -632,28 +752,36 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
   cb.hard_mem_gb = ps.dbl_param("MemLimit");
   cb.cpu_start = process_cpu_seconds();
   HighsInt rc = 0;
+  bool hot = false;              // the kept instance took the changes in place
+  std::vector<double> kept_start;  // the kept incumbent, moved onto p's columns
   try {
-    // Options (the log routing first, so that nothing reaches stdout directly).
-    set_options(h, ps, p.mip);
-    // A part of a sequence gets what remains of the sequence's time.
-    if (phase.time_limit < ps.dbl_param("TimeLimit")) {
-      Highs_setDoubleOptionValue(h, "time_limit", std::max(0.0, phase.time_limit));
+    if (kept) {
+      if (!kept->highs) {
+        HighsPtr created;
+        if (created.h == nullptr) return Status(VLM_ERROR_OUT_OF_MEMORY, "Unable to create a HiGHS instance");
+        kept->highs = created.share();
+      }
+      h = kept->highs.get();
     }
-    if (phase.presolve >= 0) Highs_setStringOptionValue(h, "presolve", phase.presolve == 0 ? "off" : "on");
-    if (!p.mip && (phase.simplex == 0 || phase.simplex == 1)) {
-      Highs_setStringOptionValue(h, "solver", "simplex");
-      Highs_setIntOptionValue(h, "simplex_strategy", phase.simplex == 0 ? 4 : 1);
+    // Options first, so that passing the problem logs nothing to the console.
+    prepare_run(h, m, p, phase, cb);
+    if (kept) {
+      const long incremental = kept->counts.incremental;
+      if (!pass_problem(*kept, p, m.element_ids(VLM_KIND_VAR), m.element_ids(VLM_KIND_CONSTR), kept_start,
+                        unchanged)) {
+        return explain_rejected_model(d);
+      }
+      hot = kept->counts.incremental > incremental;
+      // A reset, or LPWarmStart 0, asks for a solve from nothing of the engine's own.
+      if (hot && (cold || (!p.mip && ps.int_param("LPWarmStart") == 0))) {
+        Highs_clearSolver(h);
+        kept_start.clear();
+      }
     }
-    Highs_setCallback(h, highs_callback, &cb);
-    Highs_startCallback(h, kHighsCallbackLogging);
-    Highs_startCallback(h, kHighsCallbackSimplexInterrupt);
-    Highs_startCallback(h, kHighsCallbackIpmInterrupt);
-    Highs_startCallback(h, kHighsCallbackMipInterrupt);
-    if (p.mip) Highs_startCallback(h, kHighsCallbackMipSolution);
     if (!phase.title.empty()) m.env().message(phase.title);
     log_banner(m.env(), d, p);
     // The one place where a driver takes over from a single HiGHS run.
-    if (algorithms::needs_quadratic_search(d, p)) {
+    if (search) {
       choose_threads(h, m.env());
       VLM_RETURN_IF_ERROR(algorithms::solve_quadratic(h, m.env(), d, p, &stop.flag, *sol));
       sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
@@ -661,16 +789,10 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
       log_summary(m.env(), *sol);
       return sol;
     }
-    rc = Highs_passModel(h, p.ncol, p.nrow, static_cast<HighsInt>(p.aval.size()),
-                         static_cast<HighsInt>(p.qval.size()), kHighsMatrixFormatRowwise,
-                         kHighsHessianFormatTriangular, p.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize,
-                         p.objcon, p.cost.data(), p.lower.data(), p.upper.data(), p.rlo.data(),
-                         p.rup.data(), p.astart.data(), p.aindex.data(), p.aval.data(),
-                         p.qval.empty() ? nullptr : p.qstart.data(),
-                         p.qval.empty() ? nullptr : p.qindex.data(),
-                         p.qval.empty() ? nullptr : p.qval.data(),
-                         p.mip ? p.integrality.data() : nullptr);
-    if (rc == kHighsStatusError) return explain_rejected_model(d);
+    if (!kept) {
+      rc = pass_whole(h, p);
+      if (rc == kHighsStatusError) return explain_rejected_model(d);
+    }
     double cutoff = ps.dbl_param("Cutoff");
     if (p.mip && d.sense == 1 && cutoff < VLM_INFINITY && cutoff > -VLM_INFINITY) {
       // HiGHS prunes with it as an upper bound of a minimisation; maximisations are cut off
@@ -684,9 +806,12 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     choose_threads(h, m.env());
     if (!phase.part) {
       if (p.mip) {
-        pass_start(h, d);
+        // The user's start wins; else the previous incumbent when it still fits the problem.
+        if (!pass_start(h, d) && !kept_start.empty() && satisfies(p, kept_start, 1e-9)) {
+          Highs_setSolution(h, kept_start.data(), nullptr, nullptr, nullptr);
+        }
       } else {
-        pass_warm_start(h, m, p);
+        pass_warm_start(h, m, p, hot && !cold);
       }
     } else if (p.mip && phase.start_x != nullptr && static_cast<int>(phase.start_x->size()) == p.ncol) {
       Highs_setSolution(h, phase.start_x->data(), nullptr, nullptr, nullptr);
@@ -700,8 +825,10 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     }
     rc = Highs_run(h);
   } catch (const std::exception& e) {
+    if (kept) *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
     return Status(VLM_ERROR_INTERNAL, std::string("HiGHS failed: ") + e.what());
   } catch (...) {
+    if (kept) *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
     return Status(VLM_ERROR_INTERNAL, "HiGHS failed with an unknown error");
   }
 
@@ -716,6 +843,7 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
       return Status(VLM_ERROR_INTERNAL, "HiGHS failed while re-solving without presolve");
     }
   }
+  end_run(h);
   const HighsInt ms = Highs_getModelStatus(h);
   HighsInt primal_status = 0, dual_status = 0, basis_valid = 0;
   Highs_getIntInfoValue(h, "primal_solution_status", &primal_status);
@@ -755,12 +883,20 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
   bool kept_basis = false;
   std::vector<int> warm_rows;  // row statuses with the bound they sit at, for the next solve
   if (has_primal) {
-    std::vector<double> cv(p.ncol), cd(p.ncol), rv(p.nrow), rd(p.nrow);
-    Highs_getSolution(h, cv.data(), cd.data(), rv.data(), rd.data());
-    sol->x.assign(cv.begin(), cv.begin() + n);
-    if (phase.final_x != nullptr) *phase.final_x = cv;
+    // Values go straight into the solution's arrays; the working problem's own columns and
+    // rows beyond the user's are cut off afterwards, which copies nothing.
+    sol->x.resize(p.ncol);
+    sol->rc.resize(p.ncol);
+    sol->slack.resize(p.nrow);
+    sol->pi.resize(p.nrow);
+    Highs_getSolution(h, sol->x.data(), sol->rc.data(), sol->slack.data(), sol->pi.data());
+    if (phase.final_x != nullptr) *phase.final_x = sol->x;
+    if (kept && p.mip) kept->incumbent = sol->x;
+    sol->x.resize(n);
+    sol->rc.resize(n);
     sol->slack.resize(mrows);
-    for (int i = 0; i < mrows; ++i) sol->slack[i] = d.rhs[i] - rv[i];
+    sol->pi.resize(mrows);
+    for (int i = 0; i < mrows; ++i) sol->slack[i] = d.rhs[i] - sol->slack[i];
     sol->sol_count = 1;
     Highs_getDoubleInfoValue(h, "objective_function_value", &sol->objval);
     if (p.mip) {
@@ -772,12 +908,14 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     }
     // Duals keep HiGHS' sign convention, which is the usual one: for a minimisation a
     // binding '<' row has a non-positive dual.
-    if (!sol->is_mip && dual_status == 2) {
-      sol->has_duals = true;
-      sol->rc.assign(cd.begin(), cd.begin() + n);
-      sol->pi.assign(rd.begin(), rd.begin() + mrows);
+    sol->has_duals = !sol->is_mip && dual_status == 2;
+    if (!sol->has_duals) {
+      sol->rc.clear();
+      sol->pi.clear();
     }
-    if (!sol->is_mip && basis_valid && sol->status == VLM_OPTIMAL && !phase.part) sol->engine = highs.share();
+    if (!sol->is_mip && basis_valid && sol->status == VLM_OPTIMAL && !phase.part) {
+      sol->engine = kept ? kept->highs : fresh.share();
+    }
     if (!sol->is_mip && basis_valid) {
       std::vector<HighsInt> cb(p.ncol), rb(p.nrow);
       Highs_getBasis(h, cb.data(), rb.data());
@@ -835,5 +973,7 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
   log_summary(m.env(), *sol);
   return sol;
 }
+
+}  // namespace
 
 }  // namespace vlm::engine

@@ -804,6 +804,7 @@ Status Model::del_elements(int kind, int n, const int* ind) {
 
 Status Model::update() {
   if (pending_.empty()) return Status::Ok();
+  ++data_version_;
   solution_.reset();  // a changed model has no solution
   iis_.reset();
   ModelData& d = data_;
@@ -865,12 +866,14 @@ Status Model::update() {
 
   // 3. Deletions, variables first: a general constraint whose result or argument variable
   // goes is deleted with it.
+  sync_ids();
   std::vector<int>* del = pending_.del;
   if (!del[VLM_KIND_VAR].empty() || !del[VLM_KIND_CONSTR].empty()) warm_.reset();
   if (!del[VLM_KIND_VAR].empty()) {
     std::vector<char> keep(d.num_vars(), 1);
     for (int v : del[VLM_KIND_VAR]) keep[v] = 0;
     std::vector<int> map = remap_of(keep);
+    compact(ids_[0], keep);
     compact(d.lb, keep);
     compact(d.ub, keep);
     compact(d.obj, keep);
@@ -915,6 +918,7 @@ Status Model::update() {
     std::vector<char> keep(d.num_constrs(), 1);
     for (int c : del[VLM_KIND_CONSTR]) keep[c] = 0;
     std::vector<int> map = remap_of(keep);
+    compact(ids_[1], keep);
     compact(d.rows, keep);
     compact(d.csense, keep);
     compact(d.rhs, keep);
@@ -955,7 +959,24 @@ void Model::reset(bool clearall) {
   // The guiding inputs are the attribute layer's (clear_guidance); the kept basis is one too.
   solution_.reset();
   iis_.reset();
+  cold_start_ = true;
   if (clearall) warm_.reset();
+}
+
+void Model::sync_ids() {
+  const int counts[2] = {data_.num_vars(), data_.num_constrs()};
+  for (int k = 0; k < 2; ++k) {
+    auto n = static_cast<std::size_t>(counts[k]);
+    if (ids_[k].size() > n) ids_[k].clear();  // out of step: nothing is known to survive
+    while (ids_[k].size() < n) ids_[k].push_back(next_id_++);
+  }
+}
+
+const std::vector<std::uint64_t>& Model::element_ids(int kind) {
+  static const std::vector<std::uint64_t> kNone;
+  if (kind != VLM_KIND_VAR && kind != VLM_KIND_CONSTR) return kNone;
+  sync_ids();
+  return ids_[kind == VLM_KIND_VAR ? 0 : 1];
 }
 
 void Model::drop_name_index(int kind) {

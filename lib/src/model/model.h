@@ -10,6 +10,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -113,6 +114,25 @@ class Model {
   const WarmBasis* warm_basis() const { return warm_ ? &*warm_ : nullptr; }
   void set_warm_basis(WarmBasis b) { warm_ = std::move(b); }
 
+  // Identities of the variables (kind VLM_KIND_VAR) or linear constraints (VLM_KIND_CONSTR):
+  // numbered in order of creation and never reused, so that the engine can tell which elements
+  // of its last solve are still there, and where. Kept in step by update(); O(count) on first
+  // use. Any other kind gives an empty list.
+  const std::vector<std::uint64_t>& element_ids(int kind);
+
+  // Counts the updates that changed the model: equal values mean equal data. O(1).
+  std::uint64_t data_version() const { return data_version_; }
+
+  // What the engine keeps between solves of this model (its HiGHS instance and the problem it
+  // holds). Opaque here; never copied with the model; released with it.
+  std::shared_ptr<void>& engine_state() { return engine_state_; }
+  // True once after reset(): the next solve starts without the engine's own basis or incumbent.
+  bool take_cold_start() {
+    bool r = cold_start_;
+    cold_start_ = false;
+    return r;
+  }
+
   // The result of the last optimize call, or nullptr (none yet, or discarded by an update).
   const Solution* solution() const { return solution_.get(); }
   void set_solution(std::unique_ptr<Solution> s) { solution_ = std::move(s); }
@@ -157,6 +177,8 @@ class Model {
   std::string var_label(int v) const;
   bool updatemode_immediate() const;
   void drop_name_index(int kind);
+  // Gives every element without an identity a new one (all new if the counts went out of step).
+  void sync_ids();
 
   Env env_;
   ErrorState errors_;
@@ -166,6 +188,11 @@ class Model {
   std::unique_ptr<IISResult> iis_;
   std::optional<WarmBasis> warm_;
   bool catch_signal_ = false;
+  std::vector<std::uint64_t> ids_[2];  // variables, linear constraints
+  std::uint64_t next_id_ = 0;
+  std::uint64_t data_version_ = 0;
+  std::shared_ptr<void> engine_state_;
+  bool cold_start_ = false;
   std::atomic<bool> solving_{false};
   std::unordered_map<std::string, int> names_[6];
   bool names_built_[6] = {false, false, false, false, false, false};
