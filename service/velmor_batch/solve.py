@@ -28,18 +28,16 @@ def _dropped(name: str) -> bool:
 
 
 def filter_params(text: str) -> str:
-    """The .prm text without the parameters a service must not take from a client (see _DROPPED).
-    Comment and blank lines are dropped too; the other lines pass unchanged, so a wrong name or
-    value still fails the solve with the library's own message."""
-    kept = []
+    """The .prm text with the lines of parameters a service must not take from a client (see
+    _DROPPED) blanked. Other lines pass unchanged and keep their line numbers, so a wrong name or
+    value still fails the solve with the library's own message pointing at the client's line."""
+    out = []
     for line in text.splitlines():
         s = line.strip()
-        if not s or s.startswith("#"):
-            continue
-        if _dropped(s.split()[0]):
-            continue
-        kept.append(s)
-    return "".join(k + "\n" for k in kept)
+        if s and not s.startswith("#") and _dropped(s.split()[0]):
+            line = ""
+        out.append(line + "\n")
+    return "".join(out)
 
 
 def solve(model_gz: bytes, params: bytes, terminate: threading.Event | None = None) -> dict:
