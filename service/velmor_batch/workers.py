@@ -111,9 +111,10 @@ class LocalBackend:
 
 def dask_solve(model: bytes, params: bytes, event_name: str) -> dict:
     """The task sent to Dask workers: solve() with a cluster-wide terminate flag."""
-    from distributed import Event
+    from distributed import Event, get_client
 
-    flag = Event(event_name)
+    # Bound to the worker's client explicitly: the watcher thread is outside the task's context.
+    flag = Event(event_name, client=get_client())
     local = threading.Event()
 
     def watch():

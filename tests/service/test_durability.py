@@ -1,28 +1,32 @@
 """A service killed with SIGKILL in the middle of a batch loses nothing when restarted on its store."""
 
-import os
-import sqlite3
-
 import pytest
+import sqlalchemy
 
 from conftest import Client, Service, local_solve, market_split, mps_bytes, wait_until
 
 
 def store_rows(service):
-    db = sqlite3.connect(os.path.join(service.tmp, "batch.sqlite3"))
+    url = service.store.replace("postgresql://", "postgresql+psycopg://")
+    engine = sqlalchemy.create_engine(url)
     try:
-        return {r[0]: (r[1], r[2], r[3]) for r in
-                db.execute("SELECT id, status, running, attempts FROM batch_requests")}
+        with engine.connect() as conn:
+            return {r[0]: (r[1], int(r[2]), r[3]) for r in conn.execute(
+                sqlalchemy.text("SELECT id, status, running, attempts FROM batch_requests"))}
     finally:
-        db.close()
+        engine.dispose()
 
 
 def test_kill_and_restart_mid_batch(tmp_path):
+    kill_and_restart_mid_batch(tmp_path, None)
+
+
+def kill_and_restart_mid_batch(tmp_path, store):
     # Three equal-split rows over 20 binaries take the engine a few seconds each: long enough to be
     # caught running. The two-row ones queue behind them.
     medium = [mps_bytes(market_split(3, s)) for s in (1, 2)]
     quick = [mps_bytes(market_split(2, s)) for s in range(10, 18)]
-    service = Service(tmp_path, "--workers", "2").start()
+    service = Service(tmp_path, "--workers", "2", store=store).start()
     try:
         client = Client(service.url)
         med_ids = [client.submit(m, "", f"medium{i}") for i, m in enumerate(medium)]
@@ -35,7 +39,7 @@ def test_kill_and_restart_mid_batch(tmp_path):
     rows = store_rows(service)
     assert all(rows[i] == (2, 1, 1) for i in med_ids)  # SUBMITTED, held by a worker, first attempt
 
-    restarted = Service(tmp_path, "--workers", "2", port=service.port).start()
+    restarted = Service(tmp_path, "--workers", "2", port=service.port, store=store).start()
     try:
         assert "2 interrupted request(s) queued again" in restarted.log()
         client = Client(restarted.url)
