@@ -7,7 +7,7 @@ import pytest
 
 pytest.importorskip("distributed", reason="the batch service's optional dependency 'distributed' is not installed")
 
-from conftest import SERVICE_PATH, Client, Service, local_solve, market_split, mps_bytes  # noqa: E402
+from service_harness import SERVICE_PATH, Client, Service, local_solve, market_split, mps_bytes  # noqa: E402
 
 
 @pytest.fixture(scope="module")

@@ -4,7 +4,7 @@ import time
 
 import pytest
 
-from conftest import Client, Service, market_split, mps_bytes, wait_until
+from service_harness import Client, Service, client, market_split, mps_bytes, service, wait_until  # noqa: F401
 
 # Four equal-split rows over 30 binaries: branch and bound runs for minutes, so every state seen
 # here was caused by the test, not by the solve ending.

@@ -11,7 +11,7 @@ import pytest
 
 pytest.importorskip("psycopg", reason="the batch service's optional dependency 'psycopg' is not installed")
 
-from conftest import Client, Service, free_port, market_split, mps_bytes  # noqa: E402
+from service_harness import Client, Service, free_port, market_split, mps_bytes  # noqa: E402
 from test_durability import kill_and_restart_mid_batch  # noqa: E402
 
 

@@ -7,10 +7,10 @@ import shutil
 import subprocess
 import sys
 
-import httpx
 import pytest
 
-from conftest import SERVICE_PATH, Client, Service, market_split, mps_bytes
+from service_harness import SERVICE_PATH, Client, Service, client, market_split, mps_bytes, service  # noqa: F401
+import httpx  # noqa: E402  (after the harness, which skips these tests when it is missing)
 
 ALICE = ("alice", "alice-secret")
 BOB = ("bob", "bob-secret")

@@ -6,13 +6,13 @@ test_short_names_read_back), which would make the service and the local solve ag
 model.
 """
 
+import os
 import random
 import sqlite3
-import os
 
 import pytest
 
-from conftest import local_solve, market_split, mps_bytes, velmorpy
+from service_harness import client, local_solve, market_split, mps_bytes, service, velmorpy  # noqa: F401
 
 
 def lp_small(xname="xcolumn1", yname="ycolumn1"):

@@ -1,4 +1,5 @@
-"""Fixtures for the batch service tests: a service process on a free loopback port, an HTTP
+"""Harness of the batch service tests (imported by each test module; a conftest.py here would
+clash with the module tests' own when both folders run in one session): a service process on a free loopback port, an HTTP
 client speaking the protocol, and models written to MPS by velmorpy.
 
 Every wait here is bounded: a service that never answers fails the test, it does not hang it.
