@@ -26,6 +26,7 @@ class Dispatcher:
         self._cond = threading.Condition()
         self._stop_ids: set[str] = set()
         self._closing = False
+        self._generation = 0  # counts wake() calls, so a wake between a claim and a wait is not lost
         self._threads: list[threading.Thread] = []
 
     def start(self) -> int:
@@ -42,6 +43,7 @@ class Dispatcher:
     def wake(self) -> None:
         """New work is queued."""
         with self._cond:
+            self._generation += 1
             self._cond.notify_all()
 
     def stop_request(self, rid: str) -> None:
@@ -61,6 +63,8 @@ class Dispatcher:
     def _slot(self, i: int) -> None:
         worker = self.backend.slot(i)
         while not self._closing:
+            with self._cond:
+                seen = self._generation
             try:
                 job = self.store.claim_next()
             except Exception:
@@ -68,7 +72,7 @@ class Dispatcher:
                 job = None
             if job is None:
                 with self._cond:
-                    if not self._closing:
+                    if not self._closing and self._generation == seen:
                         self._cond.wait(_IDLE_WAIT)
                 continue
             with self._cond:
