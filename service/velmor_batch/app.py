@@ -28,6 +28,8 @@ log = logging.getLogger("velmor_batch")
 
 # Largest accepted model after decompression: a guard against a small body that inflates without end.
 MAX_MODEL_BYTES = 1 << 30
+# Largest accepted submission body (base64 of the compressed model and parameters).
+MAX_BODY_BYTES = 512 << 20
 
 
 def _error(status: int, code: int, message: str) -> JSONResponse:
@@ -75,8 +77,14 @@ def create_app(store: Store, dispatcher, default_key: tuple[str, str] | None = N
         return JSONResponse({"status": "ok"})
 
     async def submit(request: Request):
-        raw = await request.body()
-        return await run_in_threadpool(submit_body, request, raw)
+        chunks, size = [], 0
+        async for chunk in request.stream():
+            size += len(chunk)
+            if size > MAX_BODY_BYTES:
+                raise ServiceError(400, codes.ERROR_FILE_READ,
+                                   f"Submission body is larger than {MAX_BODY_BYTES} bytes")
+            chunks.append(chunk)
+        return await run_in_threadpool(submit_body, request, b"".join(chunks))
 
     def submit_body(request: Request, raw: bytes):
         owner = owner_of(request)

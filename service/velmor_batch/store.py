@@ -42,7 +42,7 @@ requests = Table(
     # True while a worker holds the request (status SUBMITTED); a restart clears it.
     Column("running", Boolean, nullable=False, default=False),
     Column("attempts", Integer, nullable=False, default=0),
-    Column("queued_at", Float, nullable=False),
+    Column("queued_at", Float, nullable=False, index=True),  # queue order
     Column("error_code", Integer, nullable=False, default=0),
     Column("error_message", Text, nullable=False, default=""),
     Column("model_name", Text, nullable=False, default=""),

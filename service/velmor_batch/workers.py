@@ -83,7 +83,7 @@ class LocalWorker:
                     return self._conn.recv()
                 except (EOFError, OSError):
                     pass  # died while answering: reported below
-            if not self._proc.is_alive() or (not self._conn.poll(0) and self._proc.exitcode is not None):
+            if not self._proc.is_alive():
                 code = self._proc.exitcode
                 self._restart()
                 return {"ok": False, "code": codes.ERROR_CLOUD,
