@@ -72,6 +72,9 @@ class LocalWorker:
         self._proc = self._conn = None
 
     def run(self, job, should_stop):
+        """Solves ``job`` in the worker process: solve()'s outcome, a FAILED outcome (code 10028)
+        when the process dies meanwhile, or None when ``should_stop()`` turned true (the process is
+        then killed and replaced). Cost: the solve, plus a pipe round trip of the model bytes."""
         try:
             self._conn.send((job.model, job.params))
         except (OSError, ValueError):
@@ -135,6 +138,8 @@ def dask_solve(model: bytes, params: bytes, event_name: str) -> dict:
 
 
 class _DaskSlot:
+    """One solve in flight on the cluster at a time; ``run`` as LocalWorker.run."""
+
     def __init__(self, client):
         self._client = client
 
