@@ -1,5 +1,8 @@
 """Abort, retry, discard and the state errors of each, on a MIP too long to finish by itself."""
 
+import os
+import signal
+import sqlite3
 import time
 
 import pytest
@@ -19,8 +22,6 @@ def long_mip():
 
 
 def running_ids(service):
-    import sqlite3
-    import os
     db = sqlite3.connect(os.path.join(service.tmp, "batch.sqlite3"))
     try:
         return {r[0]: r[1] for r in db.execute("SELECT id, attempts FROM batch_requests WHERE running = 1")}
@@ -93,8 +94,6 @@ def test_completed_request_refuses_abort_and_retry_and_discard_removes_data(clie
                                                    "error": f"Batch request '{rid}' is COMPLETED: {msg}"})
     assert client.solution(rid)["SolutionInfo"]["Status"] == 2
     assert client.http.delete(f"/batches/{rid}").status_code == 200
-    import os
-    import sqlite3
     db = sqlite3.connect(os.path.join(service.tmp, "batch.sqlite3"))
     row = db.execute("SELECT model, params, solution, discarded FROM batch_requests WHERE id = ?", (rid,)).fetchone()
     db.close()
@@ -112,3 +111,32 @@ def test_failed_request_can_be_retried(client):
     assert (r.json()["BatchStatus"], r.json()["BatchErrorCode"], r.json()["BatchErrorMessage"]) == (2, 0, "")
     again = client.wait_done([rid], timeout=30)[rid]
     assert (again["BatchStatus"], again["BatchErrorMessage"]) == (4, a["BatchErrorMessage"])
+
+
+def worker_pids(service):
+    pids = []
+    for task in os.listdir(f"/proc/{service.proc.pid}/task"):
+        with open(f"/proc/{service.proc.pid}/task/{task}/children") as f:
+            pids += [int(p) for p in f.read().split()]
+    out = []
+    for pid in pids:
+        with open(f"/proc/{pid}/cmdline", "rb") as f:
+            cmd = f.read()
+            if b"spawn_main" in cmd and b"resource_tracker" not in cmd:
+                out.append(pid)
+    return out
+
+
+@pytest.mark.skipif(not os.path.exists("/proc/self/task"), reason="finds worker processes through /proc")
+def test_worker_crash_fails_the_request_and_the_pool_recovers(one_worker):
+    service, client = one_worker
+    rid = client.submit(long_mip(), "", "crash")
+    wait_until(lambda: rid in running_ids(service), 30, "the long MIP to start")
+    (pid,) = worker_pids(service)
+    os.kill(pid, signal.SIGKILL)
+    a = client.wait_done([rid], timeout=30)[rid]
+    assert (a["BatchStatus"], a["BatchErrorCode"], a["BatchErrorMessage"]) == (
+        4, 10028, "The worker process stopped unexpectedly (exit code -9) while solving this request")
+    after = client.submit(mps_bytes(market_split(2, 6)), "", "after")
+    assert client.wait_done([after], timeout=30)[after]["BatchStatus"] == 5
+    assert worker_pids(service) != [pid]
