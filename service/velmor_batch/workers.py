@@ -125,8 +125,8 @@ def dask_solve(model: bytes, params: bytes, event_name: str) -> dict:
             try:
                 if flag.wait(timeout=0.25):
                     local.set()
-            except Exception:
-                return
+            except Exception:  # a slow scheduler must not end the watch: look again
+                time.sleep(0.25)
 
     t = threading.Thread(target=watch, daemon=True)
     t.start()

@@ -39,7 +39,8 @@ def test_dask_cluster_results_match_local_and_abort_terminates(cluster, tmp_path
             got = client.solution(rid)["SolutionInfo"]
             want = local_solve(m, p)["SolutionInfo"]
             assert got["Status"] == want["Status"]
-            assert got["ObjVal"] == pytest.approx(want["ObjVal"], abs=1e-6)
+            if want["Status"] == 2:  # an incumbent at a time limit depends on the machine's speed
+                assert got["ObjVal"] == pytest.approx(want["ObjVal"], abs=1e-6)
         assert client.solution(ids[-1])["SolutionInfo"]["Status"] == 9
 
         # One worker thread on the cluster: a quick model can only run once the long one was
