@@ -36,8 +36,10 @@ def _error(status: int, code: int, message: str) -> JSONResponse:
     return JSONResponse({"error": message, "code": code}, status_code=status)
 
 
-def _decode(body: dict, field: str, limit: int) -> tuple[bytes, bytes]:
-    """(compressed bytes, decompressed bytes) of a base64(gzip(...)) field; ServiceError if it is not."""
+def _decode(body: dict, field: str, limit: int, keep: bool) -> tuple[bytes, bytes]:
+    """(compressed bytes, decompressed bytes or b"" unless ``keep``) of a base64(gzip(...)) field,
+    checked whole; ServiceError if it is not one or inflates past ``limit`` bytes. Memory: the
+    compressed bytes plus one 1 MiB chunk (plus the result when kept)."""
     value = body.get(field)
     if not isinstance(value, str):
         raise ServiceError(400, codes.ERROR_INVALID_ARGUMENT,
@@ -46,13 +48,19 @@ def _decode(body: dict, field: str, limit: int) -> tuple[bytes, bytes]:
         raw = base64.b64decode(value, validate=True)
     except (binascii.Error, ValueError):
         raise ServiceError(400, codes.ERROR_FILE_READ, f"Submission field '{field}' is not valid base64")
+    kept, total = [], 0
     try:
-        data = gzip.GzipFile(fileobj=io.BytesIO(raw)).read(limit + 1)
+        stream = gzip.GzipFile(fileobj=io.BytesIO(raw))
+        while chunk := stream.read(1 << 20):
+            total += len(chunk)
+            if total > limit:
+                raise ServiceError(400, codes.ERROR_FILE_READ,
+                                   f"Submission field '{field}' is larger than {limit} bytes")
+            if keep:
+                kept.append(chunk)
     except (OSError, EOFError) as e:
         raise ServiceError(400, codes.ERROR_FILE_READ, f"Submission field '{field}' is not gzip data ({e})")
-    if len(data) > limit:
-        raise ServiceError(400, codes.ERROR_FILE_READ, f"Submission field '{field}' is larger than {limit} bytes")
-    return raw, data
+    return raw, b"".join(kept)
 
 
 def create_app(store: Store, dispatcher, default_key: tuple[str, str] | None = None) -> Starlette:
@@ -77,6 +85,8 @@ def create_app(store: Store, dispatcher, default_key: tuple[str, str] | None = N
         return JSONResponse({"status": "ok"})
 
     async def submit(request: Request):
+        # Credentials first: nobody unknown gets to send a large body.
+        owner = await run_in_threadpool(owner_of, request)
         chunks, size = [], 0
         async for chunk in request.stream():
             size += len(chunk)
@@ -84,18 +94,17 @@ def create_app(store: Store, dispatcher, default_key: tuple[str, str] | None = N
                 raise ServiceError(400, codes.ERROR_FILE_READ,
                                    f"Submission body is larger than {MAX_BODY_BYTES} bytes")
             chunks.append(chunk)
-        return await run_in_threadpool(submit_body, request, b"".join(chunks))
+        return await run_in_threadpool(submit_body, owner, b"".join(chunks))
 
-    def submit_body(request: Request, raw: bytes):
-        owner = owner_of(request)
+    def submit_body(owner: str, raw: bytes):
         try:
             body = json.loads(raw)
         except (ValueError, UnicodeDecodeError):
             raise ServiceError(400, codes.ERROR_INVALID_ARGUMENT, "Submission body is not JSON")
         if not isinstance(body, dict):
             raise ServiceError(400, codes.ERROR_INVALID_ARGUMENT, "Submission body is not a JSON object")
-        model_gz, _ = _decode(body, "model", MAX_MODEL_BYTES)
-        params = _decode(body, "params", 1 << 20)[1] if "params" in body else b""
+        model_gz, _ = _decode(body, "model", MAX_MODEL_BYTES, keep=False)
+        params = _decode(body, "params", 1 << 20, keep=True)[1] if "params" in body else b""
         try:
             params_text = params.decode("utf-8")
         except UnicodeDecodeError:

@@ -67,6 +67,12 @@ def test_malformed_submissions_are_refused(client):
     assert body["error"].startswith("Submission field 'model' is not gzip data")
     assert post({"model": good, "model_name": 7}) == (
         400, {"code": 10003, "error": "Submission field 'model_name' is not a string"})
+    # 2 MiB of comment lines compress to a few KiB: the limit is on what they inflate to.
+    bomb = base64.b64encode(gzip.compress(b"#" * (2 << 20))).decode()
+    assert post({"model": good, "params": bomb}) == (
+        400, {"code": 10012, "error": "Submission field 'params' is larger than 1048576 bytes"})
+    r = httpx.post(client.http.base_url.join("batches"), json={"model": good})
+    assert (r.status_code, r.json()["code"]) == (401, 10032)
     bad_utf8 = base64.b64encode(gzip.compress(b"\xff\xfe")).decode()
     assert post({"model": good, "params": bad_utf8}) == (
         400, {"code": 10012, "error": "Submission field 'params' is not UTF-8 text"})
