@@ -113,8 +113,8 @@ class Store:
                 cur.execute("PRAGMA synchronous=NORMAL")
                 cur.close()
         metadata.create_all(self.engine)
-        # Cache of verified (id, secret) pairs: the slow hash is paid once per key and process.
-        self._verified: set[tuple[str, str]] = set()
+        # Verified (id, secret) pairs and the stored hash they matched: the slow hash is paid once.
+        self._verified: dict[tuple[str, str], str] = {}
 
     def dispose(self) -> None:
         self.engine.dispose()
@@ -130,22 +130,23 @@ class Store:
         with self.engine.begin() as conn:
             conn.execute(access_keys.delete().where(access_keys.c.access_id == access_id))
             conn.execute(access_keys.insert().values(**row))
-        self._verified = {p for p in self._verified if p[0] != access_id}
 
     def count_keys(self) -> int:
         with self.engine.connect() as conn:
             return conn.execute(select(func.count()).select_from(access_keys)).scalar_one()
 
     def check_key(self, access_id: str, secret: str) -> bool:
-        if (access_id, secret) in self._verified:
-            return True
+        """Whether ``secret`` is the access id's. Cost: one indexed read; the slow hash only the first
+        time a pair is seen with the stored hash (so a replaced secret takes effect at once)."""
         with self.engine.connect() as conn:
             row = conn.execute(select(access_keys).where(access_keys.c.access_id == access_id)).first()
         if row is None:
             return False
+        if self._verified.get((access_id, secret)) == row.secret_hash:
+            return True
         ok = hmac.compare_digest(row.secret_hash, _hash_secret(row.salt, secret))
         if ok:
-            self._verified.add((access_id, secret))
+            self._verified[(access_id, secret)] = row.secret_hash
         return ok
 
     # ---- requests as the HTTP layer sees them ------------------------------------------------

@@ -97,6 +97,12 @@ def test_add_key_and_https(tmp_path):
         rid = carol.submit(mps_bytes(market_split(2, 2)), "", "tls")
         assert carol.wait_done([rid], timeout=30)[rid]["BatchStatus"] == 5
         assert carol.solution(rid)["SolutionInfo"]["Status"] == 2
+        # A secret replaced while the service runs: the old one is refused from the next request.
+        out = subprocess.run([sys.executable, "-m", "velmor_batch", "add-key", "carol", "new-secret",
+                              "--store", store], capture_output=True, text=True, env=env, timeout=60)
+        assert out.returncode == 0, out.stderr
+        assert carol.get(rid).status_code == 401
+        assert Client(s.url, ("carol", "new-secret"), cafile=cert).status(rid) == 5
         # Only TLS is spoken on that port.
         with pytest.raises(httpx.TransportError):
             httpx.get(f"http://127.0.0.1:{s.port}/api/v1/health", timeout=5)
