@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite: the C API tests (GoogleTest, through CTest) and the
-# Python tests (pytest) against the installed velmorpy. Installs what it needs on a fresh
-# machine. Set VELMOR_SANITIZE=ON to build the C API tests with AddressSanitizer and
+# Python tests (pytest) against the installed velmorpy and batch service. Installs what it needs
+# on a fresh machine. Set VELMOR_SANITIZE=ON to build the C API tests with AddressSanitizer and
 # UndefinedBehaviorSanitizer.
 set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
@@ -22,7 +22,7 @@ fi
 
 echo "== installing build tools and velmorpy"
 "$PY" -m pip install -q --disable-pip-version-check cmake ninja "highsbox==1.15.1"
-"$PY" -m pip install -q --disable-pip-version-check ".[test,docs]"
+"$PY" -m pip install -q --disable-pip-version-check ".[test,docs,batch]"
 
 echo "== C API tests"
 cmake -S . -B build/tests -G Ninja -DPython_EXECUTABLE="$(command -v "$PY")" \
@@ -34,7 +34,7 @@ ctest --test-dir build/tests --output-on-failure -j2
 echo "== Python tests"
 # Run from outside the source tree so that the installed module is the one imported.
 cd /tmp
-"$PY" -m pytest -q -p no:cacheprovider "$here/tests/module"
+"$PY" -m pytest -q -p no:cacheprovider "$here/tests/module" "$here/tests/service"
 
 echo "== documentation (warnings are errors)"
 PYTHON="$PY" "$here/docs/site/build.sh" "$here/build/docs"
