@@ -103,6 +103,16 @@ void add_cutoff(reform::WorkingProblem& p, double limit) {
   }
 }
 
+// Whether every solution's objective is an integer plus the constant: only integer columns
+// carry costs, and those costs are integers.
+bool integral_objective(const reform::WorkingProblem& p) {
+  for (int j = 0; j < p.ncol; ++j) {
+    if (p.cost[j] == 0.0) continue;
+    if (p.integrality[j] != 1 || p.cost[j] != std::round(p.cost[j])) return false;
+  }
+  return p.qval.empty();
+}
+
 bool is_limit(int status) {
   return status != VLM_OPTIMAL && status != VLM_INFEASIBLE && status != VLM_CUTOFF && status != VLM_INF_OR_UNBD &&
          status != VLM_UNBOUNDED && status != VLM_SOLUTION_LIMIT;
@@ -129,6 +139,8 @@ StatusOr<std::unique_ptr<Solution>> solve_pool(Model& m, const reform::WorkingPr
   ParamSet first = user, later = user;
   if (mode == 2) {
     VLM_RETURN_IF_ERROR(first.set_dbl(find_param("MIPGap"), 0.0));
+    // With an objective that takes only integer values, a gap below 1 is a proof already.
+    if (integral_objective(base)) VLM_RETURN_IF_ERROR(first.set_dbl(find_param("MIPGapAbs"), 0.5));
     later = first;
   } else {
     VLM_RETURN_IF_ERROR(later.set_int(find_param("SolutionLimit"), 1));
