@@ -574,14 +574,16 @@ VLM_API int VLMgettuneresult(VLMmodel *model, int i);
  * environment (never free it). NULL on failure, with the model's error message set. */
 VLM_API VLMenv *VLMgetconcurrentenv(VLMmodel *model, int num);
 /* Drops the model's concurrent environments: later solves are ordinary ones again. Handles
- * returned by VLMgetconcurrentenv become invalid. */
+ * returned by VLMgetconcurrentenv stay usable until the model is freed but no longer affect
+ * any solve. */
 VLM_API int VLMdiscardconcurrentenvs(VLMmodel *model);
 /* The environment of the num-th priority level (0 the highest priority) of a multi-objective
  * solve (0 <= num < 1024), made on first request as a copy of the model's environment; that
  * level is solved under its parameters, levels without one under the model's. The model owns
  * it. NULL on failure, with the model's error message set. */
 VLM_API VLMenv *VLMgetmultiobjenv(VLMmodel *model, int num);
-/* Drops the model's multi-objective environments; their handles become invalid. */
+/* Drops the model's multi-objective environments; their handles stay usable until the model
+ * is freed but no longer affect any solve. */
 VLM_API int VLMdiscardmultiobjenvs(VLMmodel *model);
 
 /* Submits the model as a batch request to a batch service and writes its id (at most

@@ -206,6 +206,12 @@ StatusOr<std::unique_ptr<Solution>> solve_pool(Model& m, const reform::WorkingPr
         for (std::size_t k = 1; k < sol->pool_x.size(); ++k) admit(sol->pool_obj[k], sol->pool_x[k]);
       }
       result = std::move(sol);
+      // Without distinguishing columns every solution is the same pool entry.
+      if (keys.empty()) {
+        complete = true;
+        pool_bound = worst_allowed;
+        break;
+      }
       continue;
     }
     if (!found) {

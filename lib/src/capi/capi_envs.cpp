@@ -2,6 +2,7 @@
 // VLMgetmultiobjenv and their discards.
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "capi/capi_guard.h"
 #include "velmor_c.h"
@@ -19,6 +20,13 @@ std::unique_ptr<Env> copy_of(Model& m) {
   auto e = std::make_unique<Env>(m.env());
   e->errors() = vlm::ErrorState();
   return e;
+}
+
+void retire(std::vector<std::unique_ptr<VLMenv>>& views, std::vector<std::unique_ptr<VLMenv>>& retired) {
+  for (auto& v : views) {
+    if (v) retired.push_back(std::move(v));
+  }
+  views.clear();
 }
 
 }  // namespace
@@ -46,8 +54,8 @@ VLM_API VLMenv* VLMgetconcurrentenv(VLMmodel* model, int num) {
 
 VLM_API int VLMdiscardconcurrentenvs(VLMmodel* model) {
   return model_call(model, [&](Model& m) {
-    m.concurrent_envs().clear();
-    model->concurrent_views.clear();
+    m.discard_envs(m.concurrent_envs());
+    retire(model->concurrent_views, model->retired_views);
     return Status::Ok();
   });
 }
@@ -77,8 +85,8 @@ VLM_API VLMenv* VLMgetmultiobjenv(VLMmodel* model, int num) {
 
 VLM_API int VLMdiscardmultiobjenvs(VLMmodel* model) {
   return model_call(model, [&](Model& m) {
-    m.multiobj_envs().clear();
-    model->multiobj_views.clear();
+    m.discard_envs(m.multiobj_envs());
+    retire(model->multiobj_views, model->retired_views);
     return Status::Ok();
   });
 }

@@ -135,6 +135,14 @@ class Model {
   // the model.
   std::vector<std::unique_ptr<Env>>& concurrent_envs() { return concurrent_envs_; }
   std::vector<std::unique_ptr<Env>>& multiobj_envs() { return multiobj_envs_; }
+  // Empties one of the two lists. The environments stay alive, unused, until the model is
+  // freed, so that a handle the user still holds never dangles.
+  void discard_envs(std::vector<std::unique_ptr<Env>>& envs) {
+    for (auto& e : envs) {
+      if (e) retired_envs_.push_back(std::move(e));
+    }
+    envs.clear();
+  }
 
   // The parameter sets of the last tuning run, best first, or nullptr before any run.
   const std::vector<TuneResult>* tune_results() const { return tune_results_ ? &*tune_results_ : nullptr; }
@@ -183,7 +191,7 @@ class Model {
   std::unique_ptr<Solution> solution_;
   std::unique_ptr<IISResult> iis_;
   std::optional<WarmBasis> warm_;
-  std::vector<std::unique_ptr<Env>> concurrent_envs_, multiobj_envs_;
+  std::vector<std::unique_ptr<Env>> concurrent_envs_, multiobj_envs_, retired_envs_;
   std::optional<std::vector<TuneResult>> tune_results_;
   bool catch_signal_ = false;
   std::atomic<bool> solving_{false};

@@ -73,6 +73,16 @@ TEST_F(SolverEnvsTest, ConcurrentEnvironmentParametersAreHonoured) {
   ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "Presolve", 0), VLM_OK);
   solve();
   EXPECT_NEAR(objval(), 2.8, 1e-6);
+  // The discarded environment's handle still works but no longer steers a solve.
+  ASSERT_EQ(VLMsetdblparam(e0, "IterationLimit", 0), VLM_OK);
+  solve();
+  // A new run 0 starts from the model's settings, not the discarded ones.
+  VLMenv* fresh = VLMgetconcurrentenv(m_, 0);
+  ASSERT_NE(fresh, nullptr);
+  double limit = 0;
+  ASSERT_EQ(VLMgetdblparam(fresh, "IterationLimit", &limit), VLM_OK);
+  EXPECT_GT(limit, 1e9);
+  solve();
 }
 
 // Two levels on the LP above. Objective 0 (priority 2): max x + 2y, optimal (4) along the
