@@ -552,21 +552,6 @@ VLM_API int VLMprefetchattr(VLMmodel *model, const char *attrname);
  * VLM_ERROR_NOT_SUPPORTED for elements the engine cannot solve yet, naming them. */
 VLM_API int VLMoptimize(VLMmodel *model);
 
-/* Makes the next VLMoptimize of `model` stop cleanly (status INTERRUPTED) on SIGINT; the
- * previous handler is restored when that solve ends. */
-VLM_API int VLMsetsignal(VLMmodel *model);
-
-/* Tunes the parameters of the model: solves copies of it under changed settings (TuneTrials
- * seeds each, within TuneTimeLimit) and keeps the settings that beat the current ones, best
- * first (TuneResults of them; the attribute TuneResultCount). With nothing better found, one
- * result without changes. Parameters marked with VLMfixtuneparam are never changed. The model
- * itself is not solved. */
-VLM_API int VLMtunemodel(VLMmodel *model);
-/* Loads tuning result i (0 the best) into the model's parameters: the settings the model had
- * when tuning started, with the result's changes. Fails with VLM_ERROR_DATA_NOT_AVAILABLE
- * before a tuning run and VLM_ERROR_INDEX_OUT_OF_RANGE for i outside [0, TuneResultCount). */
-VLM_API int VLMgettuneresult(VLMmodel *model, int i);
-
 /* The environment of the num-th run of a concurrent solve of `model` (0 <= num < 64), made on
  * first request as a copy of the model's environment, together with those of all lower runs.
  * Once a model has concurrent environments, VLMoptimize races one run per environment, each under
@@ -585,6 +570,22 @@ VLM_API VLMenv *VLMgetmultiobjenv(VLMmodel *model, int num);
 /* Drops the model's multi-objective environments; their handles stay usable until the model
  * is freed but no longer affect any solve. */
 VLM_API int VLMdiscardmultiobjenvs(VLMmodel *model);
+
+/* Makes the next VLMoptimize of `model` stop cleanly (status INTERRUPTED) on SIGINT; the
+ * previous handler is restored when that solve ends. */
+VLM_API int VLMsetsignal(VLMmodel *model);
+
+/* VLMtunemodel tunes the parameters of the model: solves copies of it under changed settings
+ * (TuneTrials seeds each, within TuneTimeLimit) and keeps the settings that beat the current
+ * ones, best first (TuneResults of them; the attribute TuneResultCount). With nothing better
+ * found, one result without changes. Parameters marked with VLMfixtuneparam are never changed.
+ * The model itself is not solved.
+ * VLMgettuneresult loads tuning result i (0 the best) into the model's parameters: the
+ * settings the model had when tuning started, with the result's changes. It fails with
+ * VLM_ERROR_DATA_NOT_AVAILABLE before a tuning run and VLM_ERROR_INDEX_OUT_OF_RANGE for i
+ * outside [0, TuneResultCount). */
+VLM_API int VLMtunemodel(VLMmodel *model);
+VLM_API int VLMgettuneresult(VLMmodel *model, int i);
 
 /* Submits the model as a batch request to a batch service and writes its id (at most
  * VLM_MAX_STRLEN bytes) to `batchid`. No batch service exists yet: fails with
