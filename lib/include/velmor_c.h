@@ -553,12 +553,38 @@ VLM_API int VLMprefetchattr(VLMmodel *model, const char *attrname);
  * VLM_ERROR_NOT_SUPPORTED for elements the engine cannot solve yet, naming them. */
 VLM_API int VLMoptimize(VLMmodel *model);
 
+/* The environment of the num-th run of a concurrent solve of `model` (0 <= num < 64), made on
+ * first request as a copy of the model's environment, together with those of all lower runs.
+ * Once a model has concurrent environments, VLMoptimize races one run per environment, each under
+ * its environment's parameters, and keeps the one that finishes first. The model owns the
+ * environment (never free it). NULL on failure, with the model's error message set. */
+VLM_API VLMenv *VLMgetconcurrentenv(VLMmodel *model, int num);
+/* Drops the model's concurrent environments: later solves are ordinary ones again. Handles
+ * returned by VLMgetconcurrentenv stay usable until the model is freed but no longer affect
+ * any solve. */
+VLM_API int VLMdiscardconcurrentenvs(VLMmodel *model);
+/* The environment of the num-th priority level (0 the highest priority) of a multi-objective
+ * solve (0 <= num < 1024), made on first request as a copy of the model's environment; that
+ * level is solved under its parameters, levels without one under the model's. The model owns
+ * it. NULL on failure, with the model's error message set. */
+VLM_API VLMenv *VLMgetmultiobjenv(VLMmodel *model, int num);
+/* Drops the model's multi-objective environments; their handles stay usable until the model
+ * is freed but no longer affect any solve. */
+VLM_API int VLMdiscardmultiobjenvs(VLMmodel *model);
+
 /* Makes the next VLMoptimize of `model` stop cleanly (status INTERRUPTED) on SIGINT; the
  * previous handler is restored when that solve ends. */
 VLM_API int VLMsetsignal(VLMmodel *model);
 
-/* Automatic parameter tuning of the model; results are loaded with VLMgettuneresult.
- * Not available yet: fails with VLM_ERROR_NOT_SUPPORTED. */
+/* VLMtunemodel tunes the parameters of the model: solves copies of it under changed settings
+ * (TuneTrials seeds each, within TuneTimeLimit) and keeps the settings that beat the current
+ * ones, best first (TuneResults of them; the attribute TuneResultCount). With nothing better
+ * found, one result without changes. Parameters marked with VLMfixtuneparam are never changed.
+ * The model itself is not solved.
+ * VLMgettuneresult loads tuning result i (0 the best) into the model's parameters: the
+ * settings the model had when tuning started, with the result's changes. It fails with
+ * VLM_ERROR_DATA_NOT_AVAILABLE before a tuning run and VLM_ERROR_INDEX_OUT_OF_RANGE for i
+ * outside [0, TuneResultCount). */
 VLM_API int VLMtunemodel(VLMmodel *model);
 VLM_API int VLMgettuneresult(VLMmodel *model, int i);
 

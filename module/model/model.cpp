@@ -18,6 +18,7 @@
 #include "model/model_analysis.h"
 #include "model/model_attrs.h"
 #include "model/model_derive.h"
+#include "model/model_envs.h"
 #include "model/model_build.h"
 #include "model/model_files.h"
 #include "model/model_genconstr.h"
@@ -560,7 +561,8 @@ int register_model(PyObject* m) {
   ModelType.tp_setattro = py::guarded<&model_setattro>;
   // Aspects with tables of their own (the matrix layer, analysis, derived models) join the type's table here.
   static std::vector<PyMethodDef> methods;
-  for (const PyMethodDef* table : {model_methods, model_matrix_methods, model_analysis_methods, model_derive_methods}) {
+  for (const PyMethodDef* table : {model_methods, model_matrix_methods, model_analysis_methods, model_derive_methods,
+                                    model_envs_methods}) {
     for (const PyMethodDef* d = table; d->ml_name != nullptr; ++d) methods.push_back(*d);
   }
   methods.push_back({nullptr, nullptr, 0, nullptr});

@@ -379,9 +379,11 @@ PyObject* model_getpwlobj(PyObject* self, PyObject* var) {
 // ---- tuning and batch requests ---------------------------------------------------------------
 
 const char model_tune_doc[] =
-    "tune()\n\nApplies pending changes and tunes the parameters of this model; results are\n"
-    "loaded with getTuneResult(). Raises VelmorError (ERROR_NOT_SUPPORTED) while tuning is not\n"
-    "available in the library.";
+    "tune($self)\n--\n\n"
+    "Applies pending changes and tunes the parameters of this model: solves copies of it under\n"
+    "changed settings (TuneTrials seeds each, within TuneTimeLimit) and keeps the settings that\n"
+    "beat the current ones, best first; their number is the attribute TuneResultCount, and\n"
+    "getTuneResult(i) loads one. Parameters fixed with fixTuneParam are never changed.";
 
 PyObject* model_tune(PyObject* self, PyObject*) {
   VLMmodel* h = model_handle(self);
@@ -392,7 +394,9 @@ PyObject* model_tune(PyObject* self, PyObject*) {
 }
 
 const char model_gettuneresult_doc[] =
-    "getTuneResult(i)\n\nLoads the parameter settings of tuning result i into the model.";
+    "getTuneResult($self, i)\n--\n\n"
+    "Loads the parameter settings of tuning result i (0 the best) into the model: the settings\n"
+    "the model had when tuning started, with the result's changes.";
 
 PyObject* model_gettuneresult(PyObject* self, PyObject* arg) {
   VLMmodel* h = model_handle(self);

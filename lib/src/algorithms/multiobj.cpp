@@ -4,8 +4,10 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <string>
 
+#include "algorithms/param_override.h"
 #include "engine/engine.h"
 
 namespace vlm::algorithms {
@@ -109,7 +111,14 @@ Status optimize_multiobj(Model& m) {
     full_x[k % 2].clear();
     phase.start_x = k > 0 ? &full_x[(k + 1) % 2] : nullptr;
     phase.final_x = &full_x[k % 2];
+    // A level's multi-objective environment, when the user made one, sets its parameters.
+    std::optional<ParamOverride> level_settings;
+    if (k < m.multiobj_envs().size() && m.multiobj_envs()[k] != nullptr) {
+      phase.title += " with the settings of its environment";
+      level_settings.emplace(m, m.multiobj_envs()[k]->params());
+    }
     VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, engine::solve_problem(m, p, phase));
+    level_settings.reset();
     runtime += sol->runtime;
     iters += sol->itercount;
     bariters += sol->baritercount;

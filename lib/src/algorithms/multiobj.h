@@ -15,6 +15,9 @@
 // MultiObjMethod picks how a later continuous level is re-solved (0 primal simplex, 1 dual
 // simplex, 2 without the previous basis by Method, -1 the engine's choice); MultiObjPre 0
 // solves every level without presolve, 1 and 2 with it, -1 as Presolve says.
+// A level k with a multi-objective environment (Model::multiobj_envs()[k]) is solved under
+// that environment's parameters (TimeLimit, MIPGap, Method, ...); TimeLimit of the model still
+// covers all levels together.
 // docs/multiobjective.md has the formulation and what was measured.
 #pragma once
 

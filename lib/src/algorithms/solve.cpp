@@ -1,15 +1,32 @@
 #include "algorithms/solve.h"
 
+#include "algorithms/concurrent.h"
 #include "algorithms/multiobj.h"
 #include "algorithms/scenarios.h"
+#include "algorithms/solution_pool.h"
 #include "engine/engine.h"
 
 namespace vlm::algorithms {
 
+StatusOr<std::unique_ptr<Solution>> solve_single(Model& m) {
+  reform::WorkingProblem p;
+  VLM_RETURN_IF_ERROR(engine::build_problem(m, p));
+  if (pool_search_applies(m, p)) return solve_pool(m, p);
+  return engine::solve_problem(m, p, engine::PhaseOptions{});
+}
+
 Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
   const ModelData& d = m.data();
-  if (d.objn.empty() && d.scenarios.empty()) return engine::optimize(m);
+  if (d.objn.empty() && d.scenarios.empty()) {
+    const bool plain = m.concurrent_envs().empty() && m.env().params().int_param("PoolSearchMode") == 0;
+    if (plain) return engine::optimize(m);
+    engine::SolvingScope solving(m);
+    StatusOr<std::unique_ptr<Solution>> sol = m.concurrent_envs().empty() ? solve_single(m) : solve_concurrent(m);
+    VLM_RETURN_IF_ERROR(sol.status());
+    m.set_solution(std::move(sol.value()));
+    return Status::Ok();
+  }
   if (!d.objn.empty() && !d.scenarios.empty()) {
     return Status(VLM_ERROR_NOT_SUPPORTED,
                   "The model has multiple objectives and multiple scenarios together, which this version of Velmor "

@@ -329,6 +329,7 @@ const Binding kBindings[] = {
        }
        return Status::Ok();
      }, nullptr},
+    {"PoolObjBound", S(sol->is_mip && sol->status != VLM_LOADED, o.num = sol->pool_objbound.value_or(sol->objbound)), nullptr},
     {"PoolObjVal", [](Model& m, int, AttrValue& o, const AttrDef& def) -> Status {
        const Solution* sol = m.solution();
        const int k = m.env().params().int_param("SolutionNumber");
@@ -359,6 +360,11 @@ const Binding kBindings[] = {
     {"UnbdRay", S(!sol->unbd_ray.empty(), o.num = sol->unbd_ray[e]), nullptr},
     {"FarkasDual", S(!sol->farkas_dual.empty(), o.num = sol->farkas_dual[e]), nullptr},
     {"FarkasProof", S(!sol->farkas_dual.empty(), o.num = sol->farkas_proof), nullptr},
+    {"TuneResultCount", [](Model& m, int, AttrValue& o, const AttrDef& def) -> Status {
+       if (m.tune_results() == nullptr) return unavailable(def.name);
+       o.num = static_cast<double>(m.tune_results()->size());
+       return Status::Ok();
+     }, nullptr},
     {"IISMinimal", IIS(o.num = iis->minimal ? 1 : 0), nullptr},
     {"IISLB", IIS(o.num = iis->lb[e]), nullptr},
     {"IISUB", IIS(o.num = iis->ub[e]), nullptr},

@@ -1,7 +1,8 @@
-// Solving: VLMoptimize and VLMterminate.
+// Solving: VLMoptimize, VLMterminate and tuning.
 #include <string>
 
 #include "algorithms/solve.h"
+#include "algorithms/tuner.h"
 #include "analysis/stop_scope.h"
 #include "capi/capi_guard.h"
 #include "engine/engine.h"
@@ -18,17 +19,11 @@ VLM_API int VLMoptimize(VLMmodel* model) {
 }
 
 VLM_API int VLMtunemodel(VLMmodel* model) {
-  return model_call(model, [](Model& m) {
-    VLM_RETURN_IF_ERROR(m.update());
-    return Status(VLM_ERROR_NOT_SUPPORTED, "Parameter tuning is not available in this version of Velmor");
-  });
+  return model_call(model, [](Model& m) { return vlm::algorithms::tune(m); });
 }
 
 VLM_API int VLMgettuneresult(VLMmodel* model, int i) {
-  return model_call(model, [&](Model&) {
-    return Status(VLM_ERROR_DATA_NOT_AVAILABLE,
-                  "No tuning result " + std::to_string(i) + ": no tuning run has completed");
-  });
+  return model_call(model, [&](Model& m) { return vlm::algorithms::load_tune_result(m, i); });
 }
 
 VLM_API int VLMsetsignal(VLMmodel* model) {

@@ -25,6 +25,10 @@ struct VLMmodel {
   std::unique_ptr<vlm::Model> model;
   VLMenv env;
   std::vector<std::string> scratch;
+  // Views of the model's concurrent and multi-objective environments, index-aligned with
+  // Model::concurrent_envs() / multiobj_envs() (null where no environment was made).
+  // Views of discarded environments stay until the model is freed (see Model::discard_envs).
+  std::vector<std::unique_ptr<VLMenv>> concurrent_views, multiobj_views, retired_views;
 
   explicit VLMmodel(std::unique_ptr<vlm::Model> m) : model(std::move(m)), env(&model->env()) {}
 };

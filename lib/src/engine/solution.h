@@ -68,6 +68,9 @@ struct Solution {
   // Solutions found by a MIP solve, best first (pool_x[0] is x); at most PoolSolutions.
   std::vector<std::vector<double>> pool_x;
   std::vector<double> pool_obj;
+  // A bound on the objective of every solution not in the pool, set by a pool search; without
+  // one ObjBound serves.
+  std::optional<double> pool_objbound;
   std::vector<double> unbd_ray, farkas_dual;
   double farkas_proof = 0.0;
   // A multi-objective solve: the value of each objective (index = ObjNumber), constant

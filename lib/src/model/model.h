@@ -35,6 +35,13 @@ struct IISResult {
   int solves = 0;  // feasibility solves the computation took
 };
 
+// One parameter set found by a tuning run: the model's settings at the start of the run with
+// the result's changes applied; `changed` lists the indices of the parameters it changes.
+struct TuneResult {
+  ParamSet params;
+  std::vector<int> changed;
+};
+
 class Model {
  public:
   Model(const Env& env, std::string name);
@@ -142,6 +149,25 @@ class Model {
   const IISResult* iis() const { return iis_.get(); }
   void set_iis(std::unique_ptr<IISResult> r) { iis_ = std::move(r); }
 
+  // Settings of the runs of a concurrent solve (one run per environment) and of the levels of a
+  // multi-objective solve (index = level, highest priority first), made on request as copies of
+  // the model's environment and owned by the model; emptied when discarded. Not copied with
+  // the model.
+  std::vector<std::unique_ptr<Env>>& concurrent_envs() { return concurrent_envs_; }
+  std::vector<std::unique_ptr<Env>>& multiobj_envs() { return multiobj_envs_; }
+  // Empties one of the two lists. The environments stay alive, unused, until the model is
+  // freed, so that a handle the user still holds never dangles.
+  void discard_envs(std::vector<std::unique_ptr<Env>>& envs) {
+    for (auto& e : envs) {
+      if (e) retired_envs_.push_back(std::move(e));
+    }
+    envs.clear();
+  }
+
+  // The parameter sets of the last tuning run, best first, or nullptr before any run.
+  const std::vector<TuneResult>* tune_results() const { return tune_results_ ? &*tune_results_ : nullptr; }
+  void set_tune_results(std::vector<TuneResult> r) { tune_results_ = std::move(r); }
+
   // Index of the first element with this name, or -1. The index is built on first use and
   // kept up to date by update().
   int find_by_name(int kind, std::string_view name);
@@ -187,6 +213,8 @@ class Model {
   std::unique_ptr<Solution> solution_;
   std::unique_ptr<IISResult> iis_;
   std::optional<WarmBasis> warm_;
+  std::vector<std::unique_ptr<Env>> concurrent_envs_, multiobj_envs_, retired_envs_;
+  std::optional<std::vector<TuneResult>> tune_results_;
   bool catch_signal_ = false;
   std::vector<std::uint64_t> ids_[2];  // variables, linear constraints
   std::uint64_t next_id_ = 0;

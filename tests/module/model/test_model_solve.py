@@ -252,9 +252,6 @@ def test_multiple_objectives_are_stored_and_solved(tmp_path):
 def test_tuning_is_not_available_and_batches_need_a_service(tmp_path):
     m = read_lp(tmp_path, PRODUCTION)
     with pytest.raises(VelmorError) as info:
-        m.tune()
-    assert info.value.errno == VLM.ERROR_NOT_SUPPORTED and "tuning" in str(info.value)
-    with pytest.raises(VelmorError) as info:
         m.getTuneResult(0)
     assert info.value.errno == VLM.ERROR_DATA_NOT_AVAILABLE
     with pytest.raises(VelmorError) as info:
