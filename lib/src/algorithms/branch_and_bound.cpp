@@ -185,6 +185,35 @@ int BranchAndBound::solve_relaxation() {
   return static_cast<int>(ms);
 }
 
+void BranchAndBound::fix_by_reduced_cost(Node& node, double obj) {
+  // A column moved by t off its bound raises the relaxation value by at least t times its
+  // reduced cost (minimised sense); past `room` the child could not beat the incumbent.
+  const double room = incumbent_ - gap_target(incumbent_) - obj;
+  if (!(room >= 0)) return;
+  std::vector<double> lo = p_.lower, up = p_.upper;
+  for (const BoundChange& b : node.changes) {
+    lo[b.col] = b.lower;
+    up[b.col] = b.upper;
+  }
+  for (int j = 0; j < p_.ncol; ++j) {
+    if (p_.integrality[j] != 1 || lo[j] >= up[j]) continue;
+    const double d = p_.sense * col_dual_[j];
+    if (d > 1e-9 && x_[j] <= lo[j] + 1e-9) {
+      const double reach = lo[j] + std::floor(room / d + 1e-9);
+      if (reach < up[j]) {
+        node.changes.push_back({j, lo[j], reach});
+        r_.fixed += 1;
+      }
+    } else if (d < -1e-9 && x_[j] >= up[j] - 1e-9) {
+      const double reach = up[j] - std::floor(room / -d + 1e-9);
+      if (reach > lo[j]) {
+        node.changes.push_back({j, reach, up[j]});
+        r_.fixed += 1;
+      }
+    }
+  }
+}
+
 BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& children, int& dive_child) {
   apply(node);
   const bool has_integers = p_.mip;
@@ -259,6 +288,7 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       log("Incumbent " + num(p_.sense * obj) + " at node " + num(r_.nodes) + " after " + num(elapsed()) + "s");
       return Outcome::kIncumbent;
     }
+    if (s_.reduced_cost_fixing && std::isfinite(incumbent_) && p_.qval.empty()) fix_by_reduced_cost(node, obj);
     Branching br;
     std::vector<double> lo = p_.lower, up = p_.upper;
     for (const BoundChange& b : node.changes) {
@@ -284,6 +314,29 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
   }
 }
 
+SearchProgress BranchAndBound::progress() const {
+  SearchProgress pr;
+  pr.obj_best = p_.sense * incumbent_;
+  pr.obj_bound = p_.sense * std::min(open_bound_, incumbent_);
+  pr.nodes = r_.nodes;
+  pr.nodes_left = open_nodes_;
+  pr.solutions = static_cast<double>(r_.incumbents.size());
+  pr.cuts = r_.cuts;
+  pr.iterations = r_.lp_iterations;
+  pr.runtime = elapsed();
+  return pr;
+}
+
+void BranchAndBound::offer_incumbent(const std::vector<double>& x, double obj) {
+  const double v = p_.sense * obj;
+  if (v >= incumbent_) return;
+  incumbent_ = v;
+  r_.has_solution = true;
+  r_.x = x;
+  r_.incumbents.emplace_back(obj, x);
+  log("Incumbent " + num(obj) + " offered at node " + num(r_.nodes) + " after " + num(elapsed()) + "s");
+}
+
 StatusOr<SearchResult> BranchAndBound::run() {
   start_ = now_seconds();
   VLM_RETURN_IF_ERROR(load());
@@ -295,6 +348,13 @@ StatusOr<SearchResult> BranchAndBound::run() {
   while (true) {
     if (!next && heap.empty()) break;
     if (limit_reached(status)) break;
+    if (s_.before_node) {
+      open_nodes_ = static_cast<double>(heap.size()) + (next ? 1 : 0);
+      open_bound_ = next ? next->bound : INFINITY;
+      if (!heap.empty()) open_bound_ = std::min(open_bound_, heap.front().bound);  // the heap's best
+      s_.before_node();
+      if (limit_reached(status)) break;
+    }
     Node node;
     if (next) {
       node = std::move(*next);

@@ -13,6 +13,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "algorithms/callback_search.h"
 #include "algorithms/quadratic_search.h"
 #include "attrs/attr_table.h"
 #include "core/platform.h"
@@ -656,6 +657,16 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     if (algorithms::needs_quadratic_search(d, p)) {
       choose_threads(h, m.env());
       VLM_RETURN_IF_ERROR(algorithms::solve_quadratic(h, m.env(), d, p, &stop.flag, *sol));
+      sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+      sol->work = process_cpu_seconds() - cb.cpu_start;
+      log_summary(m.env(), *sol);
+      return sol;
+    }
+    // Constraints marked Lazy are held out and added when a candidate violates them. With a
+    // quadratic objective they stay ordinary rows (which gives the same solutions).
+    if (const std::vector<int> lazy = algorithms::lazy_rows_of(d, p); !lazy.empty() && p.qval.empty()) {
+      choose_threads(h, m.env());
+      VLM_RETURN_IF_ERROR(algorithms::solve_with_lazy_rows(h, m.env(), d, p, lazy, &stop.flag, *sol));
       sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
       sol->work = process_cpu_seconds() - cb.cpu_start;
       log_summary(m.env(), *sol);
