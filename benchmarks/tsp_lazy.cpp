@@ -175,8 +175,8 @@ void run_search(const Tsp& t, CallbackMethod method, const char* name) {
     return;
   }
   const bool ok = r->has_solution && check_tour(t, r->x, r->objval);
-  std::printf("%-8s n=%3d status %d obj %.4f bound %.4f nodes %.0f fixed %.0f runs %d lazy %d rejected %d time %.2fs %s\n", name,
-              t.n, r->status, r->objval, r->bound, r->nodes, r->fixed, stats.runs, stats.lazy_rows, stats.rejected, secs,
+  std::printf("%-8s n=%3d status %d obj %.4f bound %.4f nodes %.0f fixed %.0f runs %d lazy %d rejected %d time %.2fs (HiGHS %.2fs) %s\n", name,
+              t.n, r->status, r->objval, r->bound, r->nodes, r->fixed, stats.runs, stats.lazy_rows, stats.rejected, secs, r->highs_seconds,
               ok ? "tour ok" : "TOUR NOT CHECKED");
 }
 

@@ -270,6 +270,8 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       if (elapsed() >= s_.time_limit) return Outcome::kStopped;
       continue;
     }
+    // Separation ends here; cuts still pending join the relaxation for the nodes to come.
+    if (s_.keep_pending_cuts && !cuts.empty()) add_cuts(cuts);
     if (integral && !feasible) {
       // Separation has ended without the separators' own acceptance (stalled, no cut, or out
       // of rounds): the point may still be within the user's tolerances.

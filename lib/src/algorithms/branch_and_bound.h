@@ -121,6 +121,10 @@ struct SearchSettings {
   // Fix integer columns whose reduced cost shows that moving them off their bound cannot beat
   // the incumbent (LP relaxations only); the fixings hold in the node's subtree.
   bool reduced_cost_fixing = false;
+  // Cuts found in the last round of a node (when separation stops on the round limit or a
+  // stall) are added before branching instead of dropped: for separators that hand each row
+  // over only once.
+  bool keep_pending_cuts = false;
 };
 
 struct SearchResult {
@@ -163,6 +167,9 @@ class BranchAndBound {
   // integrality and separator) with objective `obj` in the model's sense as an incumbent; it
   // is taken when it improves on the incumbent. O(columns).
   void offer_incumbent(const std::vector<double>& x, double obj);
+  // Reduced costs of the last relaxation solved to optimality (HiGHS' sign convention for the
+  // model's sense; empty before the first). O(1).
+  const std::vector<double>& reduced_costs() const { return col_dual_; }
 
  private:
   struct Node {
