@@ -3,7 +3,7 @@
 // sum_{e in E(S)} x_e <= |S| - 1 handed back at every candidate (at_solution) for each
 // connected component S of the candidate's tour graph.
 //
-// Usage: tsp_lazy [method] [n ...]   method: restart, bandc, naive or all (default all); sizes
+// Usage: tsp_lazy [method] [n ...]   method: hybrid, restart, bandc, naive or all (default all); sizes
 // default 50 100 150. "naive" solves HiGHS's MIP to optimality, adds the violated subtours
 // and solves again. Every reported tour is checked to be one Hamiltonian cycle whose length
 // equals the reported objective. Relative gap 1e-6, one thread per HiGHS instance.
@@ -233,6 +233,7 @@ int main(int argc, char** argv) {
     if (method == "all" || method == "restart") run_search(t, CallbackMethod::kRestart, "restart");
     if (method == "all" || method == "bandc") run_search(t, CallbackMethod::kBranchAndCut, "bandc");
     if (method == "all" || method == "naive") run_naive(t);
+    if (method == "all" || method == "hybrid") run_search(t, CallbackMethod::kHybrid, "hybrid");
     std::fflush(stdout);
   }
   return 0;

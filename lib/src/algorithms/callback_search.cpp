@@ -283,6 +283,17 @@ class RestartLoop {
   // Runs as a heuristic inside another search: progress comes from it, at_progress is left
   // to it and the loop logs nothing.
   void nest_in(std::function<SearchProgress()> outer) { outer_ = std::move(outer); }
+  // Starts from what an earlier search found: its incumbents, bound and node count.
+  void seed(const SearchResult& r) {
+    if (r.has_solution) {
+      r_.has_solution = true;
+      r_.x = r.x;
+      r_.objval = r.objval;
+      r_.incumbents = r.incumbents;
+    }
+    if (std::isfinite(r.bound)) bound_ = p_.sense * r.bound;
+    nodes_before_ = r.nodes;
+  }
 
  private:
   static void callback(int type, const char* msg, const HighsCallbackDataOut* out, HighsCallbackDataIn* in,
@@ -715,6 +726,32 @@ StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& bas
   return result;
 }
 
+// Branch and cut up to switch_nodes nodes, then the restart loop on `h` (the branch and cut's
+// instance, reloaded) with every active row and the incumbent as its start.
+StatusOr<SearchResult> hybrid(void* h, const reform::WorkingProblem& base, LazyCore& core, SearchHooks* hooks,
+                              const CallbackSettings& cs) {
+  CallbackSettings first = cs;
+  first.search.node_limit = std::min(cs.search.node_limit, cs.switch_nodes);
+  const double t0 = now_seconds();
+  char presolve[kHighsMaximumStringLength] = "choose";
+  Highs_getStringOptionValue(h, "presolve", presolve);
+  auto result = branch_and_cut(h, base, core, hooks, first);
+  if (!result.ok() || result->status != VLM_NODE_LIMIT || first.search.node_limit >= cs.search.node_limit) {
+    return result;
+  }
+  if (cs.search.env) {
+    cs.search.env->message("Branch and cut handed over to HiGHS's MIP after " + num(result->nodes) + " nodes with " +
+                           std::to_string(core.size()) + " lazy rows");
+  }
+  // The branch and cut turned presolve off for its warm starts.
+  Highs_setStringOptionValue(h, "presolve", presolve);
+  CallbackSettings rest = cs;
+  rest.search.time_limit = cs.search.time_limit - (now_seconds() - t0);
+  RestartLoop loop(h, base, core, hooks, rest);
+  loop.seed(*result);
+  return loop.run();
+}
+
 }  // namespace
 
 StatusOr<SearchResult> callback_search(void* h, const reform::WorkingProblem& p, const std::vector<int>& held_out,
@@ -735,19 +772,25 @@ StatusOr<SearchResult> callback_search(void* h, const reform::WorkingProblem& p,
   // Without integers HiGHS runs no MIP (no candidates to check): the root of the branch and
   // cut is iterated instead. Node events exist only in our own search.
   if (method == CallbackMethod::kAuto) {
-    // Branch and cut won every TSP size measured (docs/branch-and-cut.md); it cannot take
-    // semi-continuous columns, which HiGHS's MIP can.
+    // The hybrid was fastest on the TSP sizes measured (docs/branch-and-cut.md); node events
+    // need our own tree throughout, semi-continuous columns HiGHS's MIP.
     const bool semi = std::any_of(p.integrality.begin(), p.integrality.end(), [](int t) { return t == 2 || t == 3; });
-    method = semi && !settings.node_events && p.mip ? CallbackMethod::kRestart : CallbackMethod::kBranchAndCut;
+    method = !p.mip || settings.node_events ? CallbackMethod::kBranchAndCut
+             : semi                         ? CallbackMethod::kRestart
+                                            : CallbackMethod::kHybrid;
   }
-  if (method == CallbackMethod::kRestart && !p.mip) method = CallbackMethod::kBranchAndCut;
+  if ((method == CallbackMethod::kRestart || method == CallbackMethod::kHybrid) && !p.mip) {
+    method = CallbackMethod::kBranchAndCut;
+  }
   core.stats.method = method;
   StatusOr<SearchResult> result = Status(VLM_ERROR_INTERNAL, "no search ran");
   if (method == CallbackMethod::kRestart) {
     RestartLoop loop(h, base, core, hooks, settings);
     result = loop.run();
-  } else {
+  } else if (method == CallbackMethod::kBranchAndCut) {
     result = branch_and_cut(h, base, core, hooks, settings);
+  } else {
+    result = hybrid(h, base, core, hooks, settings);
   }
   core.stats.lazy_rows = core.size() - static_cast<int>(held_out.size());
   for (int i = 0; i < static_cast<int>(held_out.size()); ++i) core.stats.lazy_rows += core.row(i).active ? 1 : 0;

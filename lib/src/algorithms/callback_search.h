@@ -13,6 +13,9 @@
 // - Branch and cut (algorithms/branch_and_bound.h) over HiGHS LP relaxations: the held-out
 //   rows are separated from every relaxation point, at_node sees every relaxation point and
 //   its cuts and lazy rows join the relaxation, integral points go to at_solution.
+// - Hybrid: branch and cut for its first nodes, which finds most lazy rows and a good
+//   incumbent cheaply, then the restart loop with those rows and that start, where HiGHS's
+//   own cuts close the gap.
 //
 // Only branch and cut can serve at_node (node relaxations, user cuts); CallbackSettings says
 // which the caller needs. docs/branch-and-cut.md gives the measurements behind the choice.
@@ -35,9 +38,10 @@ class Env;
 namespace vlm::algorithms {
 
 enum class CallbackMethod {
-  kAuto,          // the restart loop unless node events are needed
+  kAuto,          // hybrid; branch and cut with node events; restart with semi-continuous columns
   kRestart,       // HiGHS MIP, interrupted and re-run when a candidate is rejected
   kBranchAndCut,  // our own branch and cut over LP relaxations
+  kHybrid,        // branch and cut for a while, then the restart loop seeded with its rows
 };
 
 struct CallbackSettings {
@@ -48,6 +52,8 @@ struct CallbackSettings {
   bool node_events = false;
   // A row is violated when its activity is outside its range by more than this.
   double feas_tol = 1e-6;
+  // Hybrid: nodes of branch and cut before the restart loop takes over.
+  double switch_nodes = 1000;
 };
 
 // Statistics of a callback search besides those of SearchResult.
