@@ -134,6 +134,9 @@ struct SearchResult {
   double objval = 0.0, bound = 0.0;        // in the model's sense
   double nodes = 0, lp_iterations = 0, relaxations = 0, cuts = 0;
   double fixed = 0;  // column bounds tightened by reduced-cost fixing
+  // With reduced_cost_fixing and a solution: bounds that every solution better than the
+  // incumbent by more than the gap satisfies, from the root's reduced costs.
+  std::vector<BoundChange> root_fixings;
   double highs_seconds = 0;  // time spent inside Highs_run
   // Incumbents in the order found (each improving on the one before), model's sense.
   std::vector<std::pair<double, std::vector<double>>> incumbents;
@@ -205,6 +208,9 @@ class BranchAndBound {
   double start_ = 0.0;
   // Open nodes and their best bound (minimised sense), kept for progress().
   double open_nodes_ = 0, open_bound_ = -INFINITY;
+  // The root's last relaxation: value (minimised sense), point and reduced costs.
+  double root_obj_ = -INFINITY;
+  std::vector<double> root_x_, root_dual_;
 };
 
 }  // namespace vlm::algorithms

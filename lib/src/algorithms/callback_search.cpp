@@ -284,7 +284,8 @@ class RestartLoop {
   // to it and the loop logs nothing.
   void nest_in(std::function<SearchProgress()> outer) { outer_ = std::move(outer); }
   // Starts from what an earlier search found: its incumbents, bound and node count.
-  void seed(const SearchResult& r) {
+  void seed(const SearchResult& r, bool fixings) {
+    seeded_fixings_ = fixings;
     if (r.has_solution) {
       r_.has_solution = true;
       r_.x = r.x;
@@ -327,6 +328,7 @@ class RestartLoop {
   double start_ = 0.0;
   std::size_t cursor_ = 0;  // active rows already in HiGHS' model
   std::function<SearchProgress()> outer_;
+  bool seeded_fixings_ = false;  // the problem's bounds exclude solutions no better than the seed
 };
 
 SearchProgress RestartLoop::progress(const HighsCallbackDataOut* out) const {
@@ -488,8 +490,9 @@ StatusOr<SearchResult> RestartLoop::run() {
       if (r_.has_solution && x == r_.x) {
         proven = true;
       } else if (core_.check_candidate(x, progress(nullptr))) {
+        // Accepted: the run stands even when a seeded incumbent is better than its point.
         accept(x, core_.objective(x));
-        proven = r_.x == x;
+        proven = true;
       }
     }
     if (!core_.error.ok()) return core_.error;
@@ -524,7 +527,10 @@ StatusOr<SearchResult> RestartLoop::run() {
     switch (ms) {
       case kHighsModelStatusOptimal: status = r_.has_solution ? VLM_OPTIMAL : VLM_NUMERIC; break;
       // HiGHS calling its own start infeasible is a numerical failure.
-      case kHighsModelStatusInfeasible: status = r_.has_solution ? VLM_SUBOPTIMAL : VLM_INFEASIBLE; break;
+      // Within bounds that only solutions better than the seed satisfy, infeasible proves it.
+      case kHighsModelStatusInfeasible:
+        status = !r_.has_solution ? VLM_INFEASIBLE : seeded_fixings_ ? VLM_OPTIMAL : VLM_SUBOPTIMAL;
+        break;
       case kHighsModelStatusUnboundedOrInfeasible: status = VLM_INF_OR_UNBD; break;
       case kHighsModelStatusUnbounded: status = VLM_UNBOUNDED; break;
       case kHighsModelStatusInterrupt: status = VLM_INTERRUPTED; break;
@@ -747,8 +753,16 @@ StatusOr<SearchResult> hybrid(void* h, const reform::WorkingProblem& base, LazyC
   Highs_setStringOptionValue(h, "presolve", presolve);
   CallbackSettings rest = cs;
   rest.search.time_limit = cs.search.time_limit - (now_seconds() - t0);
-  RestartLoop loop(h, base, core, hooks, rest);
-  loop.seed(*result);
+  // Columns the root's reduced costs fix for every better solution are fixed for HiGHS.
+  reform::WorkingProblem fixed = base;
+  for (const BoundChange& b : result->root_fixings) {
+    fixed.lower[b.col] = std::max(fixed.lower[b.col], b.lower);
+    fixed.upper[b.col] = std::min(fixed.upper[b.col], b.upper);
+  }
+  const bool fixings = !result->root_fixings.empty();
+  if (cs.search.env) cs.search.env->message(std::to_string(result->root_fixings.size()) + " columns fixed by reduced cost");
+  RestartLoop loop(h, fixed, core, hooks, rest);
+  loop.seed(*result, fixings);
   return loop.run();
 }
 
