@@ -290,11 +290,6 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       log("Incumbent " + num(p_.sense * obj) + " at node " + num(r_.nodes) + " after " + num(elapsed()) + "s");
       return Outcome::kIncumbent;
     }
-    if (s_.reduced_cost_fixing && node.depth == 0 && p_.qval.empty()) {
-      root_obj_ = obj;
-      root_x_ = x_;
-      root_dual_ = col_dual_;
-    }
     if (s_.reduced_cost_fixing && std::isfinite(incumbent_) && p_.qval.empty()) fix_by_reduced_cost(node, obj);
     Branching br;
     std::vector<double> lo = p_.lower, up = p_.upper;
@@ -424,15 +419,16 @@ StatusOr<SearchResult> BranchAndBound::run() {
   r_.bound = p_.sense * bound;
   if (r_.has_solution && (r_.status == VLM_OPTIMAL) && p_.sense * (r_.bound - r_.objval) > 0) r_.bound = r_.objval;
   r_.highs_seconds = Highs_getRunTime(h_);
-  if (r_.has_solution && !root_dual_.empty()) {
-    // Rows added since the root only raise relaxation values: its reduced costs still bound.
-    Node root{root_obj_, 0, {}};
-    std::swap(x_, root_x_);
-    std::swap(col_dual_, root_dual_);
-    fix_by_reduced_cost(root, root_obj_);
-    std::swap(x_, root_x_);
-    std::swap(col_dual_, root_dual_);
-    r_.root_fixings = std::move(root.changes);
+  if (s_.reduced_cost_fixing && r_.has_solution && p_.qval.empty() && r_.status != VLM_OPTIMAL &&
+      r_.status != VLM_INTERRUPTED) {
+    // The root's relaxation with every row found so far: its reduced costs bound every
+    // solution, and the rows added on the way make them much stronger than the first root's.
+    Node root{-INFINITY, 0, {}};
+    apply(root);
+    if (solve_relaxation() == kHighsModelStatusOptimal) {
+      fix_by_reduced_cost(root, p_.sense * Highs_getObjectiveValue(h_));
+      r_.root_fixings = std::move(root.changes);
+    }
   }
   log("Branch and bound: " + num(r_.nodes) + " nodes, " + num(r_.relaxations) + " relaxations, " + num(r_.lp_iterations) +
       " iterations, " + num(r_.cuts) + " cuts in " + num(elapsed()) + "s (HiGHS " + num(r_.highs_seconds) + "s)");

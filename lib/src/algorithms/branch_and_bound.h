@@ -208,9 +208,6 @@ class BranchAndBound {
   double start_ = 0.0;
   // Open nodes and their best bound (minimised sense), kept for progress().
   double open_nodes_ = 0, open_bound_ = -INFINITY;
-  // The root's last relaxation: value (minimised sense), point and reduced costs.
-  double root_obj_ = -INFINITY;
-  std::vector<double> root_x_, root_dual_;
 };
 
 }  // namespace vlm::algorithms
