@@ -2,14 +2,14 @@
 //
 // A lazy row is a row that every reported solution satisfies but that the relaxation does not
 // hold from the start: constraints with Lazy > 0 are held out, and callbacks hand more back at
-// candidate solutions (SearchHooks::at_solution) or node relaxations (at_node). Two drivers
+// candidate solutions (SearchHooks::at_solution) or node relaxations (at_node). Three drivers
 // keep the one contract that matters, that no reported solution violates a known lazy row:
 //
 // - Restart loop: HiGHS's own MIP runs on the rows known so far. Each solution it finds is
-//   checked against the held-out rows and given to at_solution; when one is rejected, the run
-//   is interrupted, the violated rows are added and HiGHS runs again with the best accepted
-//   solution as its start. A run in which no candidate was rejected proves its result; the
-//   bound of every run is valid (each solves a relaxation of the full problem).
+//   checked against the lazy rows and given to at_solution; rejected ones add their violated
+//   rows. HiGHS prunes with an incumbent whose value only falls, so a run whose final point is
+//   accepted stands; otherwise HiGHS runs again with the new rows and the best accepted point
+//   as its start. The bound of every run is valid (each solves a relaxation of the full problem).
 // - Branch and cut (algorithms/branch_and_bound.h) over HiGHS LP relaxations: the held-out
 //   rows are separated from every relaxation point, at_node sees every relaxation point and
 //   its cuts and lazy rows join the relaxation, integral points go to at_solution.
@@ -17,8 +17,8 @@
 //   incumbent cheaply, then the restart loop with those rows and that start, where HiGHS's
 //   own cuts close the gap.
 //
-// Only branch and cut can serve at_node (node relaxations, user cuts); CallbackSettings says
-// which the caller needs. docs/branch-and-cut.md gives the measurements behind the choice.
+// Only branch and cut can serve at_node (node relaxations, user cuts) throughout; CallbackSettings
+// says which the caller needs. docs/branch-and-cut.md gives the measurements behind the choice.
 #pragma once
 
 #include <atomic>
@@ -61,7 +61,7 @@ struct CallbackStats {
   CallbackMethod method = CallbackMethod::kAuto;  // the driver that ran
   int lazy_rows = 0;  // lazy rows that joined the relaxation (held-out and from the hooks)
   int rejected = 0;   // candidates rejected because they violated a lazy row
-  int runs = 0;       // HiGHS MIP runs (restart loop) or 1
+  int runs = 0;       // HiGHS MIP runs (restart loop, the MIP heuristic and the hybrid)
 };
 
 // Solves `p` with the rows listed in `held_out` (indices of p's rows, ascending) kept out of
@@ -74,7 +74,7 @@ struct CallbackStats {
 // incumbent kept. Fails with VLM_ERROR_NOT_SUPPORTED for a quadratic objective or (branch
 // and cut) semi-continuous columns, VLM_ERROR_INVALID_ARGUMENT for a hook row naming a column
 // that is not a user column, VLM_ERROR_INTERNAL when HiGHS rejects the problem.
-// Cost: restart loop, one HiGHS MIP run per round of rejected candidates; branch and cut, one
+// Cost: restart loop, one HiGHS MIP run per round whose final point is rejected; branch and cut, one
 // LP solve per node and separation round.
 StatusOr<SearchResult> callback_search(void* h, const reform::WorkingProblem& p, const std::vector<int>& held_out,
                                        SearchHooks* hooks, const CallbackSettings& settings,
