@@ -185,6 +185,35 @@ int BranchAndBound::solve_relaxation() {
   return static_cast<int>(ms);
 }
 
+void BranchAndBound::fix_by_reduced_cost(Node& node, double obj) {
+  // A column moved by t off its bound raises the relaxation value by at least t times its
+  // reduced cost (minimised sense); past `room` the child could not beat the incumbent.
+  const double room = incumbent_ - gap_target(incumbent_) - obj;
+  if (!(room >= 0)) return;
+  std::vector<double> lo = p_.lower, up = p_.upper;
+  for (const BoundChange& b : node.changes) {
+    lo[b.col] = b.lower;
+    up[b.col] = b.upper;
+  }
+  for (int j = 0; j < p_.ncol; ++j) {
+    if (p_.integrality[j] != 1 || lo[j] >= up[j]) continue;
+    const double d = p_.sense * col_dual_[j];
+    if (d > 1e-9 && x_[j] <= lo[j] + 1e-9) {
+      const double reach = lo[j] + std::floor(room / d + 1e-9);
+      if (reach < up[j]) {
+        node.changes.push_back({j, lo[j], reach});
+        r_.fixed += 1;
+      }
+    } else if (d < -1e-9 && x_[j] >= up[j] - 1e-9) {
+      const double reach = up[j] - std::floor(room / -d + 1e-9);
+      if (reach > lo[j]) {
+        node.changes.push_back({j, reach, up[j]});
+        r_.fixed += 1;
+      }
+    }
+  }
+}
+
 BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& children, int& dive_child) {
   apply(node);
   const bool has_integers = p_.mip;
@@ -241,6 +270,8 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       if (elapsed() >= s_.time_limit) return Outcome::kStopped;
       continue;
     }
+    // Separation ends here; cuts still pending join the relaxation for the nodes to come.
+    if (s_.keep_pending_cuts && !cuts.empty()) add_cuts(cuts);
     if (integral && !feasible) {
       // Separation has ended without the separators' own acceptance (stalled, no cut, or out
       // of rounds): the point may still be within the user's tolerances.
@@ -259,6 +290,7 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       log("Incumbent " + num(p_.sense * obj) + " at node " + num(r_.nodes) + " after " + num(elapsed()) + "s");
       return Outcome::kIncumbent;
     }
+    if (s_.reduced_cost_fixing && std::isfinite(incumbent_) && p_.qval.empty()) fix_by_reduced_cost(node, obj);
     Branching br;
     std::vector<double> lo = p_.lower, up = p_.upper;
     for (const BoundChange& b : node.changes) {
@@ -284,6 +316,29 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
   }
 }
 
+SearchProgress BranchAndBound::progress() const {
+  SearchProgress pr;
+  pr.obj_best = p_.sense * incumbent_;
+  pr.obj_bound = p_.sense * std::min(open_bound_, incumbent_);
+  pr.nodes = r_.nodes;
+  pr.nodes_left = open_nodes_;
+  pr.solutions = static_cast<double>(r_.incumbents.size());
+  pr.cuts = r_.cuts;
+  pr.iterations = r_.lp_iterations;
+  pr.runtime = elapsed();
+  return pr;
+}
+
+void BranchAndBound::offer_incumbent(const std::vector<double>& x, double obj) {
+  const double v = p_.sense * obj;
+  if (v >= incumbent_) return;
+  incumbent_ = v;
+  r_.has_solution = true;
+  r_.x = x;
+  r_.incumbents.emplace_back(obj, x);
+  log("Incumbent " + num(obj) + " offered at node " + num(r_.nodes) + " after " + num(elapsed()) + "s");
+}
+
 StatusOr<SearchResult> BranchAndBound::run() {
   start_ = now_seconds();
   VLM_RETURN_IF_ERROR(load());
@@ -295,6 +350,13 @@ StatusOr<SearchResult> BranchAndBound::run() {
   while (true) {
     if (!next && heap.empty()) break;
     if (limit_reached(status)) break;
+    if (s_.before_node) {
+      open_nodes_ = static_cast<double>(heap.size()) + (next ? 1 : 0);
+      open_bound_ = next ? next->bound : INFINITY;
+      if (!heap.empty()) open_bound_ = std::min(open_bound_, heap.front().bound);  // the heap's best
+      s_.before_node();
+      if (limit_reached(status)) break;
+    }
     Node node;
     if (next) {
       node = std::move(*next);
@@ -357,6 +419,17 @@ StatusOr<SearchResult> BranchAndBound::run() {
   r_.bound = p_.sense * bound;
   if (r_.has_solution && (r_.status == VLM_OPTIMAL) && p_.sense * (r_.bound - r_.objval) > 0) r_.bound = r_.objval;
   r_.highs_seconds = Highs_getRunTime(h_);
+  if (s_.reduced_cost_fixing && r_.has_solution && p_.qval.empty() && r_.status != VLM_OPTIMAL &&
+      r_.status != VLM_INTERRUPTED) {
+    // The root's relaxation with every row found so far: its reduced costs bound every
+    // solution, and the rows added on the way make them much stronger than the first root's.
+    Node root{-INFINITY, 0, {}};
+    apply(root);
+    if (solve_relaxation() == kHighsModelStatusOptimal) {
+      fix_by_reduced_cost(root, p_.sense * Highs_getObjectiveValue(h_));
+      r_.root_fixings = std::move(root.changes);
+    }
+  }
   log("Branch and bound: " + num(r_.nodes) + " nodes, " + num(r_.relaxations) + " relaxations, " + num(r_.lp_iterations) +
       " iterations, " + num(r_.cuts) + " cuts in " + num(elapsed()) + "s (HiGHS " + num(r_.highs_seconds) + "s)");
   return std::move(r_);

@@ -19,10 +19,12 @@
 
 #include <atomic>
 #include <cmath>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "algorithms/search_hooks.h"
 #include "core/status.h"
 #include "reform/working_problem.h"
 
@@ -113,6 +115,16 @@ struct SearchSettings {
   int stall_rounds = 5;
   const std::atomic<bool>* stop = nullptr;  // set from another thread: INTERRUPTED
   Env* env = nullptr;                       // log sink (incumbents, summary); may be null
+  // Called before each node is processed (after the limits are checked), e.g. to report
+  // progress or offer an incumbent found elsewhere; may be empty.
+  std::function<void()> before_node;
+  // Fix integer columns whose reduced cost shows that moving them off their bound cannot beat
+  // the incumbent (LP relaxations only); the fixings hold in the node's subtree.
+  bool reduced_cost_fixing = false;
+  // Cuts found in the last round of a node (when separation stops on the round limit or a
+  // stall) are added before branching instead of dropped: for separators that hand each row
+  // over only once.
+  bool keep_pending_cuts = false;
 };
 
 struct SearchResult {
@@ -121,6 +133,10 @@ struct SearchResult {
   std::vector<double> x;                   // best point, all working columns
   double objval = 0.0, bound = 0.0;        // in the model's sense
   double nodes = 0, lp_iterations = 0, relaxations = 0, cuts = 0;
+  double fixed = 0;  // column bounds tightened by reduced-cost fixing
+  // With reduced_cost_fixing and a solution: bounds that every solution better than the
+  // incumbent by more than the gap satisfies, from the root's reduced costs.
+  std::vector<BoundChange> root_fixings;
   double highs_seconds = 0;  // time spent inside Highs_run
   // Incumbents in the order found (each improving on the one before), model's sense.
   std::vector<std::pair<double, std::vector<double>>> incumbents;
@@ -147,6 +163,17 @@ class BranchAndBound {
   // Cost: one HiGHS solve per node and separation round.
   StatusOr<SearchResult> run();
 
+  // The state of a running search (for progress reports from separators and before_node).
+  // O(1).
+  SearchProgress progress() const;
+  // Offers `x` (all working columns, already checked by the caller against every row, bound,
+  // integrality and separator) with objective `obj` in the model's sense as an incumbent; it
+  // is taken when it improves on the incumbent. O(columns).
+  void offer_incumbent(const std::vector<double>& x, double obj);
+  // Reduced costs of the last relaxation solved to optimality (HiGHS' sign convention for the
+  // model's sense; empty before the first). O(1).
+  const std::vector<double>& reduced_costs() const { return col_dual_; }
+
  private:
   struct Node {
     double bound;  // minimised sense
@@ -161,6 +188,7 @@ class BranchAndBound {
   // Runs HiGHS on the current relaxation; returns its model status, or -1 on failure.
   int solve_relaxation();
   bool add_cuts(std::vector<Cut>& cuts);
+  void fix_by_reduced_cost(Node& node, double obj);
   bool limit_reached(int& status) const;
   double elapsed() const;
   double gap_target(double incumbent) const;
@@ -178,6 +206,8 @@ class BranchAndBound {
   int unbounded_rays_ = 0;
   bool trouble_ = false;  // a point neither accepted nor cut: optimality is not proven
   double start_ = 0.0;
+  // Open nodes and their best bound (minimised sense), kept for progress().
+  double open_nodes_ = 0, open_bound_ = -INFINITY;
 };
 
 }  // namespace vlm::algorithms

@@ -4,6 +4,8 @@
 // (reform/pipeline.h), which hands the engine a working problem; the engine never sees them.
 // Quadratic constraints, and quadratic objectives with integer columns, are solved by the
 // driver in algorithms/quadratic_search.h (branch and bound with outer approximation).
+// Linear models with Lazy constraints are solved by algorithms/callback_search.h, which holds
+// those rows out of the relaxation and adds them when a point violates them.
 // Not implemented yet (each fails with VLM_ERROR_NOT_SUPPORTED naming the element kind):
 // 2-norms and nonconvex quadratics. Multiple objectives and scenarios: algorithms/solve.h.
 //

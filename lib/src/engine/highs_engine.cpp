@@ -15,6 +15,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "algorithms/callback_search.h"
 #include "algorithms/quadratic_search.h"
 #include "attrs/attr_table.h"
 #include "core/platform.h"
@@ -727,7 +728,11 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
   // The quadratic search passes its own problems: it gets an instance of its own, and the
   // kept one (which would not match it afterwards) is dropped. (Never with `unchanged`: p would
   // go with it; a search leaves no instance, so the next solve is never unchanged.)
-  const bool search = algorithms::needs_quadratic_search(d, p);
+  // Constraints marked Lazy are held out and added when a candidate violates them. With a
+  // quadratic objective they stay ordinary rows (which gives the same solutions).
+  const std::vector<int> lazy = p.qval.empty() ? algorithms::lazy_rows_of(d, p) : std::vector<int>{};
+  const bool quadratic = algorithms::needs_quadratic_search(d, p);
+  const bool search = quadratic || !lazy.empty();
   if (kept && search && !unchanged) {
     *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
   }
@@ -783,7 +788,11 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
     // The one place where a driver takes over from a single HiGHS run.
     if (search) {
       choose_threads(h, m.env());
-      VLM_RETURN_IF_ERROR(algorithms::solve_quadratic(h, m.env(), d, p, &stop.flag, *sol));
+      if (quadratic) {
+        VLM_RETURN_IF_ERROR(algorithms::solve_quadratic(h, m.env(), d, p, &stop.flag, *sol));
+      } else {
+        VLM_RETURN_IF_ERROR(algorithms::solve_with_lazy_rows(h, m.env(), d, p, lazy, &stop.flag, *sol));
+      }
       sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
       sol->work = process_cpu_seconds() - cb.cpu_start;
       log_summary(m.env(), *sol);
