@@ -193,6 +193,11 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut* d
   if (st->user != nullptr) {
     user_call(*st, type, data_out, data_in);
     if (type == kHighsCallbackMipGetCutPool || type == kHighsCallbackCallbackMipUserSolution) return;
+    // VLMcbstoponemultiobj: this solve (one objective level) ends; the driver goes on.
+    if (data_in && st->user->stop_objective() >= 0) {
+      data_in->user_interrupt = 1;
+      return;
+    }
   }
   if (data_in && should_stop(*st, data_out, type)) data_in->user_interrupt = 1;
 }

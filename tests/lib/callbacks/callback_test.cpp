@@ -349,3 +349,106 @@ TEST_F(CallbackTest, SearchHooksRefuseBadRows) {
 }
 
 }  // namespace
+
+namespace {
+
+// ---- multi-objective and IIS drivers ---------------------------------------------------------
+
+struct LevelLog {
+  std::vector<int> objcnt;
+  std::vector<std::vector<double>> sols;
+  bool stop_first_level = false;
+  int stop_rc = -1;
+  std::vector<std::vector<int>> iis;
+};
+
+int level_logger(VLMmodel* model, void* cbdata, int where, void* usrdata) {
+  auto* L = static_cast<LevelLog*>(usrdata);
+  if (where == VLM_CB_MULTIOBJ) {
+    int cnt = 0, n = 0;
+    EXPECT_EQ(VLMcbget(cbdata, where, VLM_CB_MULTIOBJ_OBJCNT, &cnt), VLM_OK);
+    VLMgetcbwhatinfo(model, VLM_CB_MULTIOBJ_SOL, nullptr, &n);
+    std::vector<double> x(n);
+    EXPECT_EQ(VLMcbget(cbdata, where, VLM_CB_MULTIOBJ_SOL, x.data()), VLM_OK);
+    L->objcnt.push_back(cnt);
+    L->sols.push_back(x);
+  } else if (where == VLM_CB_MIP && L->stop_first_level && L->objcnt.empty() && L->stop_rc != VLM_OK) {
+    int sols = 0;
+    VLMcbget(cbdata, where, VLM_CB_MIP_SOLCNT, &sols);
+    if (sols > 0) L->stop_rc = VLMcbstoponemultiobj(model, cbdata, 0);
+  } else if (where == VLM_CB_IIS) {
+    std::vector<int> v(6);
+    for (int k = 0; k < 6; ++k) EXPECT_EQ(VLMcbget(cbdata, where, VLM_CB_IIS_CONSTRMIN + k, &v[k]), VLM_OK);
+    L->iis.push_back(v);
+  }
+  return 0;
+}
+
+// min -x (priority 2), then -y (priority 1), over x + y <= 10, 0 <= x, y <= 10: the first level
+// gives x = 10; the second keeps x at 10 and can only have y = 0.
+TEST_F(CallbackTest, MultiObjectiveLevelsAreReported) {
+  ASSERT_EQ(VLMaddvars(m_, 2, 0, nullptr, nullptr, nullptr, nullptr, nullptr, std::vector<double>{10, 10}.data(),
+                       nullptr, nullptr), VLM_OK);
+  row({0, 1}, {1, 1}, '<', 10);
+  int i0 = 0, i1 = 1;
+  double minus = -1.0;
+  ASSERT_EQ(VLMsetobjectiven(m_, 0, 2, 1.0, 1e-6, 0.0, "first", 0.0, 1, &i0, &minus), VLM_OK);
+  ASSERT_EQ(VLMsetobjectiven(m_, 1, 1, 1.0, 1e-6, 0.0, "second", 0.0, 1, &i1, &minus), VLM_OK);
+  LevelLog L;
+  ASSERT_EQ(VLMsetcallbackfunc(m_, level_logger, &L), VLM_OK);
+  solve();
+  EXPECT_EQ(L.objcnt, (std::vector<int>{1, 2}));
+  ASSERT_EQ(L.sols.size(), 2u);
+  EXPECT_NEAR(L.sols[0][0], 10.0, 1e-6);
+  EXPECT_NEAR(L.sols[1][0], 10.0, 1e-6);
+  EXPECT_NEAR(L.sols[1][1], 0.0, 1e-6);
+}
+
+// A stop of the first level from its MIP callback ends that level early; the second level
+// still runs (and is the one whose status the model reports).
+TEST_F(CallbackTest, StopOneMultiObjMovesToTheNextLevel) {
+  knapsack(60);
+  std::vector<int> ind(60);
+  std::vector<double> one(60, 1.0);
+  std::vector<double> profit(60);
+  for (int j = 0; j < 60; ++j) {
+    ind[j] = j;
+    profit[j] = dblelem("Obj", j);
+  }
+  ASSERT_EQ(VLMsetobjectiven(m_, 0, 2, 1.0, 0.0, 0.0, "profit", 0.0, 60, ind.data(), profit.data()), VLM_OK);
+  ASSERT_EQ(VLMsetobjectiven(m_, 1, 1, 1.0, 0.0, 0.0, "items", 0.0, 60, ind.data(), one.data()), VLM_OK);
+  LevelLog L;
+  L.stop_first_level = true;
+  ASSERT_EQ(VLMsetcallbackfunc(m_, level_logger, &L), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  ASSERT_EQ(L.stop_rc, VLM_OK);
+  EXPECT_EQ(L.objcnt, (std::vector<int>{1, 2}));
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  // The second level kept the first level's profit (its row holds it at the value reached).
+  ASSERT_EQ(L.sols.size(), 2u);
+  EXPECT_TRUE(feasible(L.sols[1]));
+  EXPECT_GE(objective(L.sols[1]), objective(L.sols[0]) - 1e-6);
+}
+
+// x + y >= 5 with x <= 1, y <= 1 is infeasible; the IIS is the row and both upper bounds. The
+// filter's counts never contradict themselves and end at what was found.
+TEST_F(CallbackTest, IisProgressIsReported) {
+  ASSERT_EQ(VLMaddvars(m_, 3, 0, nullptr, nullptr, nullptr, nullptr, nullptr, std::vector<double>{1, 1, 1}.data(),
+                       nullptr, nullptr), VLM_OK);
+  row({0, 1}, {1, 1}, '>', 5);
+  row({1, 2}, {1, 1}, '<', 4);
+  row({0, 2}, {1, -1}, '<', 3);
+  LevelLog L;
+  ASSERT_EQ(VLMsetcallbackfunc(m_, level_logger, &L), VLM_OK);
+  ASSERT_EQ(VLMcomputeIIS(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  ASSERT_FALSE(L.iis.empty());
+  for (const auto& v : L.iis) {
+    EXPECT_LE(v[0], v[1]);
+    EXPECT_LE(v[3], v[4]);
+  }
+  EXPECT_GE(L.iis.back()[1], 1);
+  EXPECT_GE(L.iis.front()[1], L.iis.back()[1]);
+  EXPECT_EQ(intattr("IISMinimal"), 1);
+}
+
+}  // namespace
