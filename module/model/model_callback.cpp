@@ -498,6 +498,35 @@ PyObject* model_cbstoponemultiobj(PyObject* self, PyObject* arg) {
   return py::none();
 }
 
+// Whether a code object (or one nested in its constants: inner functions, comprehensions) names
+// one of the things only the branch-and-cut search provides: MIPNODE calls, cuts, node
+// relaxations. Helpers the function calls are not looked into.
+bool names_search_features(PyObject* code, int depth = 0) {
+  if (code == nullptr || !PyCode_Check(code) || depth > 8) return false;
+  py::Ref names = py::Ref::steal(PyObject_GetAttrString(code, "co_names"));
+  if (!names) {
+    PyErr_Clear();
+    return false;
+  }
+  for (Py_ssize_t i = 0; PyTuple_Check(names.get()) && i < PyTuple_GET_SIZE(names.get()); ++i) {
+    const char* n = PyUnicode_AsUTF8(PyTuple_GET_ITEM(names.get(), i));
+    if (n == nullptr) {
+      PyErr_Clear();
+      continue;
+    }
+    if (std::strcmp(n, "cbCut") == 0 || std::strcmp(n, "cbGetNodeRel") == 0 || std::strcmp(n, "MIPNODE") == 0) return true;
+  }
+  py::Ref consts = py::Ref::steal(PyObject_GetAttrString(code, "co_consts"));
+  if (!consts) {
+    PyErr_Clear();
+    return false;
+  }
+  for (Py_ssize_t i = 0; PyTuple_Check(consts.get()) && i < PyTuple_GET_SIZE(consts.get()); ++i) {
+    if (names_search_features(PyTuple_GET_ITEM(consts.get(), i), depth + 1)) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 int model_solve_with_callback(PyObject* self, PyObject* callback, int (*call)(VLMmodel*)) {
@@ -515,7 +544,8 @@ int model_solve_with_callback(PyObject* self, PyObject* callback, int (*call)(VL
   py::assign(m->callback, cb.get());
   py::Ref key = map_key(m->handle);
   if (!key || PyDict_SetItem(g_modelmap, key.get(), self) < 0) return -1;
-  int rc = VLMsetcallbackfunc(m->handle, callbackstub, nullptr);
+  const bool search = names_search_features(PyFunction_GetCode(callback));
+  int rc = VLMsetcallbackfuncsearch(m->handle, callbackstub, nullptr, search ? 1 : 0);
   int out = 0;
   if (rc != 0) {
     raise_velmor(rc, self);
