@@ -15,7 +15,7 @@
 
 #include "algorithms/quadratic_search.h"
 #include "attrs/attr_table.h"
-#include "callbacks/session.h"
+#include "callbacks/highs_points.h"
 #include "core/platform.h"
 #include "core/text.h"
 #include "params/param_table.h"
@@ -48,94 +48,9 @@ struct CallbackState {
   double cpu_start = 0.0;
   unsigned calls = 0;
   StopReason reason = StopReason::kNone;
-  // The user's callback session (null without a callback): where-calls from HiGHS's own
-  // search. `mip` tells SIMPLEX (a continuous solve) from POLLING (the LPs inside a MIP).
-  callbacks::Session* user = nullptr;
-  bool mip = false;
-  int cuts = 0;
+  // The user's callback (tap.user null without one): where-calls from HiGHS's own search.
+  callbacks::HighsTap tap;
 };
-
-// HiGHS's infinities as the library's.
-double lib_value(double v) {
-  if (v >= VLM_INFINITY) return VLM_INFINITY;
-  if (v <= -VLM_INFINITY) return -VLM_INFINITY;
-  return v;
-}
-
-// MIP progress as HiGHS reports it, for a MIP, MIPSOL or MIPNODE call.
-callbacks::Point mip_point(const CallbackState& st, const HighsCallbackDataOut* out) {
-  callbacks::Point p;
-  p.obj_best = lib_value(out->mip_primal_bound);
-  p.obj_bound = lib_value(out->mip_dual_bound);
-  p.nodes = static_cast<double>(out->mip_node_count);
-  p.iterations = static_cast<double>(out->mip_total_lp_iterations);
-  p.solutions = static_cast<int>(st.found.size());
-  p.cuts = st.cuts;
-  return p;
-}
-
-// The user's callback at one of HiGHS's call points.
-void user_call(CallbackState& st, int type, const HighsCallbackDataOut* out, HighsCallbackDataIn* in) {
-  if (out == nullptr) return;
-  switch (type) {
-    case kHighsCallbackSimplexInterrupt: {
-      callbacks::Point p;
-      p.itcount = out->simplex_iteration_count;
-      p.objval = p.priminf = p.dualinf = std::nan("");
-      if (st.mip) {
-        st.user->call(VLM_CB_POLLING, p);
-      } else {
-        st.user->call(VLM_CB_SIMPLEX, p);
-      }
-      break;
-    }
-    case kHighsCallbackIpmInterrupt: {
-      callbacks::Point p;
-      p.itcount = out->ipm_iteration_count;
-      p.objval = p.dualobj = p.priminf = p.dualinf = p.compl_ = std::nan("");
-      st.user->call(VLM_CB_BARRIER, p);
-      break;
-    }
-    case kHighsCallbackMipInterrupt:
-      st.user->call(VLM_CB_MIP, mip_point(st, out));
-      break;
-    case kHighsCallbackMipSolution: {
-      if (out->mip_solution == nullptr || out->mip_solution_size < st.user_cols) break;
-      callbacks::Point p = mip_point(st, out);
-      // The solution being reported is already counted in `found`.
-      p.solutions = std::max(0, p.solutions - 1);
-      p.x = out->mip_solution;
-      p.obj = out->objective_function_value;
-      st.user->call(VLM_CB_MIPSOL, p);
-      break;
-    }
-    case kHighsCallbackMipGetCutPool:
-      st.cuts = out->cutpool_num_cut;
-      break;
-    case kHighsCallbackCallbackMipUserSolution: {
-      std::vector<double> x = st.user->take_heuristic();
-      if (x.empty() || in == nullptr) break;
-      std::vector<HighsInt> idx;
-      std::vector<double> val;
-      for (int j = 0; j < st.user_cols && j < static_cast<int>(x.size()); ++j) {
-        if (std::isnan(x[j])) continue;
-        idx.push_back(j);
-        val.push_back(x[j]);
-      }
-      if (idx.empty()) break;
-      Highs_setCallbackSparseSolution(in, static_cast<HighsInt>(idx.size()), idx.data(), val.data());
-      // Values left open (and the columns a reformulation added) are completed by HiGHS.
-      if (static_cast<int>(idx.size()) < out->mip_solution_size || out->mip_solution_size == 0) {
-        Highs_repairCallbackSolution(in);
-      }
-      // The C wrapper copies this flag back from the C struct, not from the helper's work.
-      in->user_has_solution = 1;
-      break;
-    }
-    default:
-      break;
-  }
-}
 
 // True when a limit of ours says stop; records why.
 bool should_stop(CallbackState& st, const HighsCallbackDataOut* out, int type) {
@@ -187,17 +102,16 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut* d
       st->found.emplace_back(data_out->objective_function_value,
                              std::vector<double>(data_out->mip_solution, data_out->mip_solution + st->user_cols));
     }
-    if (st->user != nullptr) user_call(*st, type, data_out, data_in);
+    if (st->tap.user != nullptr) {
+      st->tap.solutions = static_cast<int>(st->found.size());
+      callbacks::highs_event(st->tap, type, data_out, data_in);
+    }
     return;
   }
-  if (st->user != nullptr) {
-    user_call(*st, type, data_out, data_in);
-    if (type == kHighsCallbackMipGetCutPool || type == kHighsCallbackCallbackMipUserSolution) return;
-    // VLMcbstoponemultiobj: this solve (one objective level) ends; the driver goes on.
-    if (data_in && st->user->stop_objective() >= 0) {
-      data_in->user_interrupt = 1;
-      return;
-    }
+  if (st->tap.user != nullptr) {
+    st->tap.solutions = static_cast<int>(st->found.size());
+    // True when the user's callback ended this solve (VLMcbstoponemultiobj).
+    if (callbacks::highs_event(st->tap, type, data_out, data_in)) return;
   }
   if (data_in && should_stop(*st, data_out, type)) data_in->user_interrupt = 1;
 }
@@ -729,8 +643,9 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
   cb.soft_mem_gb = ps.dbl_param("SoftMemLimit");
   cb.hard_mem_gb = ps.dbl_param("MemLimit");
   cb.cpu_start = process_cpu_seconds();
-  cb.user = callbacks::active(m);
-  cb.mip = p.mip;
+  cb.tap.user = callbacks::active(m);
+  cb.tap.mip = p.mip;
+  cb.tap.user_cols = d.num_vars();
   HighsInt rc = 0;
   try {
     // Options (the log routing first, so that nothing reaches stdout directly).
@@ -750,7 +665,7 @@ StatusOr<std::unique_ptr<Solution>> solve_problem(Model& m, const reform::Workin
     Highs_startCallback(h, kHighsCallbackIpmInterrupt);
     Highs_startCallback(h, kHighsCallbackMipInterrupt);
     if (p.mip) Highs_startCallback(h, kHighsCallbackMipSolution);
-    if (p.mip && cb.user != nullptr) {
+    if (p.mip && cb.tap.user != nullptr) {
       Highs_startCallback(h, kHighsCallbackCallbackMipUserSolution);
       Highs_startCallback(h, kHighsCallbackMipGetCutPool);
     }
