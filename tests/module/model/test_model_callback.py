@@ -246,6 +246,37 @@ class TestSteering:
         assert m._given == [pytest.approx(m._p[0])]
         assert any(abs(o - m._p[0]) < 1e-9 for o in m._mipsol_objs)
 
+    def test_disposing_models_inside_a_callback(self):
+        # Solved LPs keep their engine instance; disposing them mid-solve must not tear down the
+        # running search. The solving model itself refuses to be disposed.
+        others = []
+        for _ in range(5):
+            o = vp.Model()
+            o.Params.OutputFlag = 0
+            a, b = o.addVar(), o.addVar()
+            o.addConstr(a + b <= 1)
+            o.setObjective(a + 2 * b, VLM.MAXIMIZE)
+            o.optimize()
+            others.append(o)
+        m = knapsack(n=40)
+        m._errors = []
+
+        def cb(model, where):
+            if others:
+                others.pop().dispose()
+            if where == CB.MIPSOL and not model._errors:
+                try:
+                    model.dispose()
+                except VelmorError as e:
+                    model._errors.append((e.errno, str(e)))
+
+        m.optimize(cb)
+        reference = knapsack(n=40)
+        reference.optimize()
+        assert not others
+        assert m.Status == VLM.OPTIMAL and m.ObjVal == pytest.approx(reference.ObjVal)
+        assert m._errors == [(VLM.ERROR_OPTIMIZATION_IN_PROGRESS, "Cannot dispose a model while it is being optimized")]
+
     def test_nothing_is_kept_after_the_solve(self):
         m = knapsack(n=20)
         kept = []
