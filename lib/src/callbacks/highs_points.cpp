@@ -47,7 +47,8 @@ bool highs_event(HighsTap& st, int type, const HighsCallbackDataOut* out, HighsC
     }
     case kHighsCallbackIpmInterrupt: {
       Point p;
-      p.itcount = out->ipm_iteration_count;
+      // HiGHS 1.15.1 leaves the count at -1 in its IPM interrupts (they come from inner loops).
+      p.itcount = out->ipm_iteration_count >= 0 ? out->ipm_iteration_count : std::nan("");
       p.objval = p.dualobj = p.priminf = p.dualinf = p.compl_ = std::nan("");
       st.user->call(VLM_CB_BARRIER, p);
       break;

@@ -218,7 +218,9 @@ Status Session::get(int where, int what, void* result) {
     case VLM_CB_MIPNODE_STATUS: return integer(p.node_status);
     case VLM_CB_MIPNODE_REL: return vec("Node relaxation not available");
     case VLM_CB_MIPNODE_BRVAR: return integer(-1);
-    case VLM_CB_BARRIER_ITRCNT: return integer(static_cast<int>(p.itcount));
+    case VLM_CB_BARRIER_ITRCNT:
+      if (std::isnan(p.itcount)) return not_available(what, "the engine does not report its barrier iteration count");
+      return integer(static_cast<int>(p.itcount));
     case VLM_CB_BARRIER_PRIMOBJ: return num(p.objval, "the engine does not report objectives during barrier iterations");
     case VLM_CB_BARRIER_DUALOBJ: return num(p.dualobj, "the engine does not report objectives during barrier iterations");
     case VLM_CB_BARRIER_PRIMINF: return num(p.priminf, "the engine does not report infeasibilities during barrier iterations");

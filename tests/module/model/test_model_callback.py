@@ -88,6 +88,33 @@ class TestWhatACallbackSees:
         assert len(m._lines) > 5
         assert "".join(m._lines) == out
 
+    def test_simplex_iterations_are_counted(self):
+        rnd = random.Random(1)
+        m = vp.Model()
+        m.Params.OutputFlag = 0
+        m.Params.Method = 0
+        x = m.addVars(200)
+        for _ in range(200):
+            m.addConstr(vp.quicksum(rnd.random() * x[j] for j in rnd.sample(range(200), 10)) <= 1 + rnd.random())
+        m.setObjective(vp.quicksum(rnd.random() * x[j] for j in range(200)), VLM.MAXIMIZE)
+        m._counts, m._missing = [], None
+
+        def cb(model, where):
+            if where == CB.SIMPLEX:
+                model._counts.append(model.cbGet(CB.SPX_ITRCNT))
+                if model._missing is None:
+                    try:
+                        model.cbGet(CB.SPX_PRIMINF)
+                    except VelmorError as e:
+                        model._missing = e.errno
+
+        m.optimize(cb)
+        assert m.Status == VLM.OPTIMAL
+        assert len(m._counts) > 10
+        assert m._counts == sorted(m._counts)
+        assert m._counts[-1] <= m.IterCount
+        assert m._missing == VLM.ERROR_DATA_NOT_AVAILABLE
+
     def test_mvar_values_come_shaped(self):
         # max x0 + 2 x1 + 3 x2 + 4 x3 s.t. x0 + x1 + x2 + x3 <= 2, binary: x2 = x3 = 1, value 7.
         m = vp.Model()
