@@ -1,5 +1,6 @@
 #include "callbacks/session.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <limits>
@@ -21,6 +22,11 @@ const char* where_name(int where) {
                                       "MIPNODE", "MESSAGE",  "BARRIER", "MULTIOBJ", "IIS"};
   return where >= 0 && where <= 9 ? names[where] : "unknown";
 }
+
+// The sessions alive now: callback data is checked against them, so that a stale or foreign
+// pointer is refused rather than read.
+std::mutex g_live_mutex;
+std::vector<const Session*> g_live;
 
 bool is_integer_model(const ModelData& d) {
   for (char t : d.vtype) {
@@ -78,11 +84,14 @@ Session::Session(Model& m) : m_(m), thread_(std::this_thread::get_id()) {
   t0_ = wall_seconds();
   cpu0_ = process_cpu_seconds();
   m_.env().set_tap(this);
+  std::lock_guard<std::mutex> lock(g_live_mutex);
+  g_live.push_back(this);
 }
 
 Session::~Session() {
   m_.env().set_tap(nullptr);
-  magic_ = 0;
+  std::lock_guard<std::mutex> lock(g_live_mutex);
+  g_live.erase(std::remove(g_live.begin(), g_live.end(), this), g_live.end());
 }
 
 bool Session::wants_search() const {
@@ -148,8 +157,11 @@ void Session::flush_messages() {
 }
 
 Session* Session::from(void* cbdata) {
-  auto* s = static_cast<Session*>(cbdata);
-  return s != nullptr && s->magic_ == kMagic ? s : nullptr;
+  std::lock_guard<std::mutex> lock(g_live_mutex);
+  for (const Session* s : g_live) {
+    if (s == cbdata) return static_cast<Session*>(cbdata);
+  }
+  return nullptr;
 }
 
 Status Session::get(int where, int what, void* result) {

@@ -81,6 +81,7 @@ class Session : public Env::MessageTap {
 
   // ---- the VLMcb* calls (cbdata is a Session*) -----------------------------------------
   // Each validates `cbdata` and the where-code; failures are recorded on the model.
+  // The session `cbdata` is, or null when it is none of the live ones. O(live sessions).
   static Session* from(void* cbdata);
   Status get(int where, int what, void* result);
   Status set_solution(const double* x, double* objP);
@@ -90,8 +91,6 @@ class Session : public Env::MessageTap {
   bool in_call() const { return in_call_; }
 
  private:
-  static constexpr std::uint32_t kMagic = 0x56434253;  // "VCBS"
-  std::uint32_t magic_ = kMagic;
   Model& m_;
   std::thread::id thread_;
   bool in_call_ = false;
