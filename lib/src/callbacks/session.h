@@ -122,6 +122,21 @@ class SessionScope {
   Session* outer_ = nullptr;
 };
 
+// Hides the session of `m` from the engine for its lifetime: a driver's inner HiGHS runs on the
+// model (heuristics of the branch-and-cut search, say) then make no where-calls of their own.
+// Log lines still reach MESSAGE.
+class MuteScope {
+ public:
+  explicit MuteScope(Model& m) : m_(m), saved_(m.user_callback().session) { m.user_callback().session = nullptr; }
+  ~MuteScope() { m_.user_callback().session = saved_; }
+  MuteScope(const MuteScope&) = delete;
+  MuteScope& operator=(const MuteScope&) = delete;
+
+ private:
+  Model& m_;
+  Session* saved_;
+};
+
 // The session of the solve of `m` running now, or null.
 inline Session* active(Model& m) { return m.user_callback().session; }
 

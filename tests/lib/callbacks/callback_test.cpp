@@ -11,6 +11,7 @@
 #include "callbacks/search_callbacks.h"
 #include "callbacks/session.h"
 #include "capi/handles.h"
+#include "engine/engine.h"
 #include "model_fixture.h"
 
 namespace {
@@ -310,6 +311,27 @@ TEST_F(CallbackTest, SearchHooksCollectWhatTheCallbackAdds) {
   EXPECT_EQ(r4.heuristic[0], 1.0);
   EXPECT_TRUE(std::isnan(r4.heuristic[1]));
   EXPECT_TRUE(r4.terminate);
+}
+
+// An inner HiGHS run of a driver, muted: no MIP or MIPSOL calls, yet the log still reaches
+// MESSAGE; the session is back afterwards.
+TEST_F(CallbackTest, MutedInnerRunsMakeNoWhereCalls) {
+  knapsack(20);
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "OutputFlag", 1), VLM_OK);
+  std::vector<std::string> log;
+  ASSERT_EQ(VLMsetlogcallbackfunc(m_, log_lines, &log), VLM_OK);
+  ASSERT_EQ(VLMsetcallbackfunc(m_, recorder, &rec_), VLM_OK);
+  vlm::Model& model = *m_->model;
+  vlm::callbacks::SessionScope scope(model);
+  {
+    vlm::callbacks::MuteScope mute(model);
+    ASSERT_EQ(vlm::callbacks::active(model), nullptr);
+    ASSERT_TRUE(vlm::engine::optimize(model).ok());
+  }
+  EXPECT_EQ(vlm::callbacks::active(model), scope.session());
+  for (int w : rec_.wheres) EXPECT_EQ(w, VLM_CB_MESSAGE);
+  EXPECT_FALSE(rec_.messages.empty());
+  EXPECT_EQ(rec_.messages, log);
 }
 
 // Bad rows from a callback are refused with the culprit named, and nothing is added.
