@@ -658,6 +658,60 @@ VLM_API int VLMgetbatchjsonsolution(VLMbatch *batch, char **textP);
 VLM_API int VLMwritebatchjsonsolution(VLMbatch *batch, const char *filename);
 
 /* ---------------------------------------------------------------------------------------
+ * Callbacks
+ *
+ * A callback is a C function the library calls on the solving thread during VLMoptimize and
+ * VLMcomputeIIS, never from two threads at once. `where` tells what the solver is doing
+ * (VLM_CB_POLLING ... VLM_CB_IIS); `cbdata` is valid only during that call and is what the
+ * VLMcb* calls below take. The callback's return value is ignored; VLMterminate(model) from
+ * inside it stops the solve (status INTERRUPTED, incumbent kept).
+ * ------------------------------------------------------------------------------------- */
+
+typedef int (*VLMcallback)(VLMmodel *model, void *cbdata, int where, void *usrdata);
+
+/* Installs `cb` (NULL removes it) with `usrdata` handed back on every call. Refused while
+ * the model is being solved (VLM_ERROR_OPTIMIZATION_IN_PROGRESS). A callback on a model with
+ * integer variables and LazyConstraints=1 or PreCrush=1, or one installed with
+ * VLMsetcallbackfuncsearch, makes the solve run the branch-and-cut search that supports
+ * VLMcblazy, VLMcbcut and VLM_CB_MIPNODE. */
+VLM_API int VLMsetcallbackfunc(VLMmodel *model, VLMcallback cb, void *usrdata);
+/* As VLMsetcallbackfunc; `search` 1 asks for the branch-and-cut search on integer models
+ * whatever the parameters say (a caller that knows its callback uses MIPNODE or cuts). */
+VLM_API int VLMsetcallbackfuncsearch(VLMmodel *model, VLMcallback cb, void *usrdata, int search);
+/* The installed callback (NULL for none) in `*cbP`. */
+VLM_API int VLMgetcallbackfunc(VLMmodel *model, VLMcallback *cbP);
+
+/* Type of what-code `what`: 1 int, 2 double, 3 string, in `*typeP`; `*sizeP` 1 for a scalar,
+ * the number of variables for a vector item (MIPSOL_SOL, MIPNODE_REL, MULTIOBJ_SOL). Either
+ * output may be NULL. An unknown code: VLM_ERROR_INVALID_ARGUMENT. Usable inside a callback. */
+VLM_API int VLMgetcbwhatinfo(VLMmodel *model, int what, int *typeP, int *sizeP);
+
+/* Reads `what` into `result` (int*, double*, char** or a double array by the item's type).
+ * `where` must be the current where-code and `what` an item of it, else VLM_ERROR_CALLBACK
+ * with a message naming both. O(1), or O(variables) for vectors. */
+VLM_API int VLMcbget(void *cbdata, int where, int what, void *result);
+
+/* Offers a solution (VLM_UNDEFINED where a value is not given) as an incumbent: the search
+ * completes a partial one and checks it. `*objP` (may be NULL) receives its objective when
+ * every value is given, else VLM_INFINITY. Allowed at MIP, MIPSOL and MIPNODE. */
+VLM_API int VLMcbsolution(void *cbdata, const double *solution, double *objP);
+
+/* Adds a lazy constraint sum val[k] x[ind[k]] sense rhs (sense '<', '>' or '='): every
+ * solution reported satisfies it. Allowed at MIPSOL and MIPNODE of the branch-and-cut search
+ * (see VLMsetcallbackfunc), else VLM_ERROR_CALLBACK. */
+VLM_API int VLMcblazy(void *cbdata, int lazylen, const int *lazyind, const double *lazyval,
+                      char lazysense, double lazyrhs);
+/* Adds a user cut (valid for every integer solution) at MIPNODE of the branch-and-cut search. */
+VLM_API int VLMcbcut(void *cbdata, int cutlen, const int *cutind, const double *cutval,
+                     char cutsense, double cutrhs);
+/* Asks the solver to move on from its current phase; accepted everywhere, and a no-op where
+ * the phase cannot be cut short (every phase with this engine). */
+VLM_API int VLMcbproceed(void *cbdata);
+/* Ends the current objective level of a multi-objective solve `objnum` (its solution so far is
+ * kept) and moves on to the next one. */
+VLM_API int VLMcbstoponemultiobj(VLMmodel *model, void *cbdata, int objnum);
+
+/* ---------------------------------------------------------------------------------------
  * Analysis
  * ------------------------------------------------------------------------------------- */
 

@@ -16,6 +16,7 @@
 #include "env/env.h"
 #include "elements/handle.h"
 #include "model/model_analysis.h"
+#include "model/model_callback.h"
 #include "model/model_attrs.h"
 #include "model/model_derive.h"
 #include "model/model_envs.h"
@@ -547,6 +548,7 @@ int register_model(PyObject* m) {
   g_env_type = PyObject_GetAttrString(m, "Env");
   g_param_type = g_env_type ? PyObject_GetAttrString(m, "ParamClass") : nullptr;
   if (g_param_type == nullptr) return -1;
+  if (register_model_callback(m) < 0) return -1;
   ModelType.tp_basicsize = sizeof(ModelObject);
   ModelType.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Py_TPFLAGS_HAVE_GC;
   ModelType.tp_doc = model_doc;
@@ -562,7 +564,7 @@ int register_model(PyObject* m) {
   // Aspects with tables of their own (the matrix layer, analysis, derived models) join the type's table here.
   static std::vector<PyMethodDef> methods;
   for (const PyMethodDef* table : {model_methods, model_matrix_methods, model_analysis_methods, model_derive_methods,
-                                    model_envs_methods}) {
+                                    model_envs_methods, model_callback_methods}) {
     for (const PyMethodDef* d = table; d->ml_name != nullptr; ++d) methods.push_back(*d);
   }
   methods.push_back({nullptr, nullptr, 0, nullptr});

@@ -11,6 +11,7 @@
 #include "core/py_error.h"
 #include "elements/handle.h"
 #include "model/model.h"
+#include "model/model_callback.h"
 
 namespace {
 
@@ -121,14 +122,7 @@ PyObject* model_computeiis(PyObject* self, PyObject* args, PyObject* kwds) {
     return raise_velmor_msg(VLM_ERROR_OPTIMIZATION_IN_PROGRESS, "The model is already being optimized");
   }
   if (model_update(self) < 0) return nullptr;
-  if (callback != Py_None) {
-    if (!PyFunction_Check(callback)) {
-      return raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, "Callback argument must be a function");
-    }
-    // TODO(#7): the callback protocol, shared with optimize().
-    return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, "Callbacks are not supported yet");
-  }
-  if (model_run_released(self, true, VLMcomputeIIS) < 0) return nullptr;
+  if (model_solve_with_callback(self, callback, VLMcomputeIIS) < 0) return nullptr;
   return py::none();
 }
 

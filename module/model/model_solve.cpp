@@ -8,6 +8,7 @@
 #include "elements/handle.h"
 #include "expr/linexpr.h"
 #include "model/model.h"
+#include "model/model_callback.h"
 #include "core/py_error.h"
 #include "expr/quadexpr.h"
 #include "core/registry.h"
@@ -47,15 +48,7 @@ PyObject* model_optimize(PyObject* self, PyObject* const* args, Py_ssize_t nargs
     return raise_velmor_msg(VLM_ERROR_OPTIMIZATION_IN_PROGRESS, "The model is already being optimized");
   }
   if (model_update(self) < 0) return nullptr;
-  if (callback != Py_None) {
-    if (!PyFunction_Check(callback)) {
-      return raise_velmor_msg(VLM_ERROR_INVALID_ARGUMENT, "Callback argument must be a function");
-    }
-    // TODO(#7): the callback protocol (where codes, cbGet..., lazy constraints).
-    return raise_velmor_msg(VLM_ERROR_NOT_SUPPORTED, "Callbacks are not supported yet");
-  }
-  Py_CLEAR(m->callback);
-  if (model_run_released(self, true, VLMoptimize) < 0) return nullptr;
+  if (model_solve_with_callback(self, callback, VLMoptimize) < 0) return nullptr;
   return py::none();
 }
 

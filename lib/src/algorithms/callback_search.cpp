@@ -825,7 +825,8 @@ std::vector<int> lazy_rows_of(const ModelData& d, const reform::WorkingProblem& 
 }
 
 Status solve_with_lazy_rows(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& p,
-                            const std::vector<int>& held_out, const std::atomic<bool>* stop, Solution& sol) {
+                            const std::vector<int>& held_out, SearchHooks* hooks, bool node_events,
+                            const std::atomic<bool>* stop, Solution& sol) {
   const ParamSet& ps = env.params();
   auto from_lib = [](double v) { return v >= VLM_INFINITY ? INFINITY : v <= -VLM_INFINITY ? -INFINITY : v; };
   CallbackSettings cs;
@@ -838,9 +839,12 @@ Status solve_with_lazy_rows(void* h, Env& env, const ModelData& d, const reform:
   cs.search.stop = stop;
   cs.search.env = &env;
   cs.feas_tol = ps.dbl_param("FeasibilityTol");
-  env.message("Solving with " + std::to_string(held_out.size()) + " lazy constraints held out of the relaxation");
+  cs.node_events = node_events;
+  if (!held_out.empty()) {
+    env.message("Solving with " + std::to_string(held_out.size()) + " lazy constraints held out of the relaxation");
+  }
   CallbackStats stats;
-  auto result = callback_search(h, p, held_out, nullptr, cs, &stats);
+  auto result = callback_search(h, p, held_out, hooks, cs, &stats);
   if (!result.ok()) return result.status();
   SearchResult& r = *result;
   const int n = d.num_vars(), m = d.num_constrs();

@@ -83,10 +83,12 @@ StatusOr<SearchResult> callback_search(void* h, const reform::WorkingProblem& p,
 // The user rows of `p` whose Lazy attribute in `d` is positive, ascending. O(rows).
 std::vector<int> lazy_rows_of(const ModelData& d, const reform::WorkingProblem& p);
 
-// Solves the model through callback_search without hooks, with the Lazy > 0 rows held out,
-// and fills `sol` on the user's elements (as solve_quadratic does). `stop` is the model's
-// terminate flag. Fails as callback_search. Cost: callback_search's.
+// Solves the model through callback_search with the Lazy > 0 rows held out and `hooks` (the
+// user's callback, or null), and fills `sol` on the user's elements (as solve_quadratic does).
+// `node_events`: the hooks want every node relaxation (MIPNODE, user cuts). `stop` is the
+// model's terminate flag. Fails as callback_search. Cost: callback_search's.
 Status solve_with_lazy_rows(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& p,
-                            const std::vector<int>& held_out, const std::atomic<bool>* stop, Solution& sol);
+                            const std::vector<int>& held_out, SearchHooks* hooks, bool node_events,
+                            const std::atomic<bool>* stop, Solution& sol);
 
 }  // namespace vlm::algorithms

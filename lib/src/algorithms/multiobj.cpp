@@ -6,8 +6,10 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "algorithms/param_override.h"
+#include "callbacks/session.h"
 #include "engine/engine.h"
 
 namespace vlm::algorithms {
@@ -117,7 +119,13 @@ Status optimize_multiobj(Model& m) {
       phase.title += " with the settings of its environment";
       level_settings.emplace(m, m.multiobj_envs()[k]->params());
     }
+    // VLMcbstoponemultiobj during this level's solve interrupts it; the search then goes on
+    // with the next level from the level's best solution.
+    callbacks::Session* session = callbacks::active(m);
+    if (session != nullptr) session->stop_objective() = -1;
     VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, engine::solve_problem(m, p, phase));
+    const bool stopped_one = session != nullptr && std::exchange(session->stop_objective(), -1) >= 0 &&
+                             sol->status == VLM_INTERRUPTED;
     level_settings.reset();
     runtime += sol->runtime;
     iters += sol->itercount;
@@ -135,8 +143,17 @@ Status optimize_multiobj(Model& m) {
       }
       break;
     }
-    const bool optimal = sol->status == VLM_OPTIMAL;
+    const bool optimal = sol->status == VLM_OPTIMAL || stopped_one;
     best = std::move(sol);
+    if (session != nullptr) {
+      callbacks::Point at;
+      at.objcnt = static_cast<int>(k + 1);
+      at.solutions = 1;
+      at.x = best->x.data();
+      session->call(VLM_CB_MULTIOBJ, at);
+      // A stop asked for here, after the level, has nothing left to stop.
+      session->stop_objective() = -1;
+    }
     if (!optimal) break;
     if (k + 1 < levels.size()) {
       const double z = value_of(L.cost, best->x);

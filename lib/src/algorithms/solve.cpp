@@ -4,6 +4,7 @@
 #include "algorithms/multiobj.h"
 #include "algorithms/scenarios.h"
 #include "algorithms/solution_pool.h"
+#include "callbacks/session.h"
 #include "engine/engine.h"
 
 namespace vlm::algorithms {
@@ -18,6 +19,9 @@ StatusOr<std::unique_ptr<Solution>> solve_single(Model& m) {
 Status optimize(Model& m) {
   VLM_RETURN_IF_ERROR(m.update());
   const ModelData& d = m.data();
+  // The user's callback is called throughout the solve, whichever driver runs it (the engine
+  // runs the branch-and-cut search when the callback needs it).
+  callbacks::SessionScope session(m);
   if (d.objn.empty() && d.scenarios.empty()) {
     const bool plain = m.concurrent_envs().empty() && m.env().params().int_param("PoolSearchMode") == 0;
     if (plain) return engine::optimize(m);

@@ -9,6 +9,7 @@
 #include "analysis/stop_scope.h"
 #include "analysis/submodel.h"
 #include "attrs/attr_table.h"
+#include "callbacks/session.h"
 #include "engine/engine.h"
 #include "params/param_table.h"
 
@@ -114,6 +115,19 @@ class Filter {
     if (method_ == 2 || is_semi(base_.vtype[j])) return false;
     return lower ? base_.lb[j] > -VLM_INFINITY : base_.ub[j] < VLM_INFINITY;
   }
+
+  bool is_on(Member e) const {
+    switch (e.kind) {
+      case Kind::kLB: return lb_[e.index] != 0;
+      case Kind::kUB: return ub_[e.index] != 0;
+      case Kind::kConstr: return constr_[e.index] != 0;
+      case Kind::kQConstr: return qconstr_[e.index] != 0;
+      case Kind::kSOS: return sos_[e.index] != 0;
+      case Kind::kGen: return gen_[e.index] != 0;
+    }
+    return false;
+  }
+  static int count_on(const std::vector<char>& v) { return static_cast<int>(std::count(v.begin(), v.end(), 1)); }
 
   void set(Member e, bool on) {
     const char v = on ? 1 : 0;
@@ -231,13 +245,37 @@ class Filter {
     return Outcome::kUnknown;
   }
 
-  // The deletion filter over the candidates (see iis.h).
-  Status run() {
+  // Where the filter stands, for an IIS callback: constraints and bounds known to be in the
+  // subsystem (min: active and no longer tested), still possibly in (max: active), and the
+  // current candidate's size (guess: the active set).
+  callbacks::Point progress(int i) const {
+    callbacks::Point p;
+    auto is_bound = [](Kind k) { return k == Kind::kLB || k == Kind::kUB; };
+    int cmax = count_on(constr_) + count_on(qconstr_) + count_on(sos_) + count_on(gen_);
+    int bmax = count_on(lb_) + count_on(ub_);
+    int copen = 0, bopen = 0;
+    for (std::size_t t = i; t < candidates_.size(); ++t) {
+      if (!is_on(candidates_[t])) continue;
+      (is_bound(candidates_[t].kind) ? bopen : copen) += 1;
+    }
+    p.iis[0] = cmax - copen;
+    p.iis[1] = cmax;
+    p.iis[2] = cmax;
+    p.iis[3] = bmax - bopen;
+    p.iis[4] = bmax;
+    p.iis[5] = bmax;
+    return p;
+  }
+
+  // The deletion filter over the candidates (see iis.h); `cb` (may be null) is called at
+  // where IIS before each test.
+  Status run(callbacks::Session* cb) {
     const int n = static_cast<int>(candidates_.size());
     const bool singles = method_ == 1;
     int group = singles ? 1 : std::max(1, n / 8);
     int i = 0;
     while (i < n) {
+      if (cb != nullptr) cb->call(VLM_CB_IIS, progress(i));
       if (time_up()) {
         minimal_ = false;
         break;
@@ -312,6 +350,7 @@ Status compute_iis(Model& m) {
   int method = m.env().params().int_param("IISMethod");
   if (method == 3 && !is_mip(m.data())) method = -1;
   SolvingScope solving(m);
+  callbacks::SessionScope session(m);
   Filter f(m, method);
   f.classify(m.data());
   VLM_ASSIGN_OR_RETURN(Outcome first, f.test());
@@ -334,7 +373,7 @@ Status compute_iis(Model& m) {
   }
   VLM_ASSIGN_OR_RETURN(bool reduced, f.farkas_prefilter());
   (void)reduced;
-  VLM_RETURN_IF_ERROR(f.run());
+  VLM_RETURN_IF_ERROR(f.run(session.session()));
   std::unique_ptr<IISResult> r = f.result();
   m.env().message("IIS computed: " + std::to_string(count(r->constr)) + " constraints, " +
                   std::to_string(count(r->lb) + count(r->ub)) + " bounds, " +

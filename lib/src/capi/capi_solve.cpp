@@ -4,6 +4,7 @@
 #include "algorithms/solve.h"
 #include "algorithms/tuner.h"
 #include "analysis/stop_scope.h"
+#include "callbacks/session.h"
 #include "capi/capi_guard.h"
 #include "engine/engine.h"
 #include "velmor_c.h"
@@ -38,6 +39,9 @@ VLM_API void VLMterminate(VLMmodel* model) {
   try {
     vlm::engine::terminate(*model->model);
     vlm::analysis::terminate(*model->model);
+    // Read without a lock: the session pointer changes only on the solving thread, before and
+    // after the solve, when no callback can be running.
+    if (vlm::callbacks::Session* s = vlm::callbacks::active(*model->model)) s->note_terminate();
   } catch (...) {
   }
 }

@@ -12,12 +12,16 @@
 #include <cstdio>
 #include <mutex>
 #include <string>
+#include <optional>
 #include <type_traits>
 #include <vector>
 
 #include "algorithms/callback_search.h"
 #include "algorithms/quadratic_search.h"
 #include "attrs/attr_table.h"
+#include "callbacks/highs_points.h"
+#include "callbacks/search_callbacks.h"
+#include "callbacks/session.h"
 #include "core/platform.h"
 #include "core/text.h"
 #include "params/param_table.h"
@@ -52,6 +56,8 @@ struct CallbackState {
   double cpu_start = 0.0;
   unsigned calls = 0;
   StopReason reason = StopReason::kNone;
+  // The user's callback (tap.user null without one): where-calls from HiGHS's own search.
+  callbacks::HighsTap tap;
 };
 
 // True when a limit of ours says stop; records why.
@@ -104,7 +110,16 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut* d
       st->found.emplace_back(data_out->objective_function_value,
                              std::vector<double>(data_out->mip_solution, data_out->mip_solution + st->user_cols));
     }
+    if (st->tap.user != nullptr) {
+      st->tap.solutions = static_cast<int>(st->found.size());
+      callbacks::highs_event(st->tap, type, data_out, data_in);
+    }
     return;
+  }
+  if (st->tap.user != nullptr) {
+    st->tap.solutions = static_cast<int>(st->found.size());
+    // True when the user's callback ended this solve (VLMcbstoponemultiobj).
+    if (callbacks::highs_event(st->tap, type, data_out, data_in)) return;
   }
   // HiGHS keeps the input struct from run to run of a kept instance: clear a stop of before.
   if (data_in) data_in->user_interrupt = should_stop(*st, data_out, type) ? 1 : 0;
@@ -680,13 +695,18 @@ void prepare_run(void* h, Model& m, const Problem& p, const PhaseOptions& phase,
   Highs_startCallback(h, kHighsCallbackIpmInterrupt);
   Highs_startCallback(h, kHighsCallbackMipInterrupt);
   if (p.mip) Highs_startCallback(h, kHighsCallbackMipSolution);
+  if (p.mip && cb.tap.user != nullptr) {
+    Highs_startCallback(h, kHighsCallbackCallbackMipUserSolution);
+    Highs_startCallback(h, kHighsCallbackMipGetCutPool);
+  }
 }
 
 // Detaches the callbacks from an instance that outlives the solve (their state was on the
 // stack), so that a later query on it (ranging) cannot reach them.
 void end_run(void* h) {
   for (int type : {kHighsCallbackLogging, kHighsCallbackSimplexInterrupt, kHighsCallbackIpmInterrupt,
-                   kHighsCallbackMipInterrupt, kHighsCallbackMipSolution}) {
+                   kHighsCallbackMipInterrupt, kHighsCallbackMipSolution,
+                   kHighsCallbackCallbackMipUserSolution, kHighsCallbackMipGetCutPool}) {
     Highs_stopCallback(h, type);
   }
 }
@@ -732,7 +752,11 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
   // quadratic objective they stay ordinary rows (which gives the same solutions).
   const std::vector<int> lazy = p.qval.empty() ? algorithms::lazy_rows_of(d, p) : std::vector<int>{};
   const bool quadratic = algorithms::needs_quadratic_search(d, p);
-  const bool search = quadratic || !lazy.empty();
+  // A callback that needs lazy constraints, user cuts or node relaxations runs the same search
+  // with its hooks.
+  callbacks::Session* session = callbacks::active(m);
+  const bool hooked = session != nullptr && p.mip && !quadratic && session->wants_search();
+  const bool search = quadratic || !lazy.empty() || hooked;
   if (kept && search && !unchanged) {
     *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
   }
@@ -756,6 +780,10 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
   cb.soft_mem_gb = ps.dbl_param("SoftMemLimit");
   cb.hard_mem_gb = ps.dbl_param("MemLimit");
   cb.cpu_start = process_cpu_seconds();
+  // The search's own HiGHS runs make no where-calls: its hooks speak for it.
+  cb.tap.user = search && !quadratic ? nullptr : session;
+  cb.tap.mip = p.mip;
+  cb.tap.user_cols = d.num_vars();
   HighsInt rc = 0;
   bool hot = false;              // the kept instance took the changes in place
   std::vector<double> kept_start;  // the kept incumbent, moved onto p's columns
@@ -791,7 +819,14 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
       if (quadratic) {
         VLM_RETURN_IF_ERROR(algorithms::solve_quadratic(h, m.env(), d, p, &stop.flag, *sol));
       } else {
-        VLM_RETURN_IF_ERROR(algorithms::solve_with_lazy_rows(h, m.env(), d, p, lazy, &stop.flag, *sol));
+        std::optional<callbacks::SearchCallbacks> hooks;
+        if (session != nullptr) hooks.emplace(*session);
+        // Cuts and node relaxations need every node: the module asks for them when the callback
+        // names them, and PreCrush 1 is how a program says it adds cuts.
+        const bool node_events =
+            hooked && (m.user_callback().search || ps.int_param("PreCrush") == 1);
+        VLM_RETURN_IF_ERROR(algorithms::solve_with_lazy_rows(h, m.env(), d, p, lazy, hooks ? &*hooks : nullptr,
+                                                             node_events, &stop.flag, *sol));
       }
       sol->runtime = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
       sol->work = process_cpu_seconds() - cb.cpu_start;

@@ -55,6 +55,7 @@ Status Env::assign_params(const ParamSet& params) {
 void Env::message(std::string_view text) {
   if (params_.int_param("OutputFlag") == 0) return;
   log_.write(text, params_.int_param("LogToConsole") != 0);
+  if (tap_.p != nullptr) tap_.p->on_message(text);
 }
 
 }  // namespace vlm

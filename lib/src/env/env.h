@@ -40,7 +40,23 @@ class Env {
 
   ErrorState& errors() { return errors_; }
 
+  // Sees every message written (after the OutputFlag test) while it is set; a copy of the
+  // environment does not inherit it. The callback layer sets one for the length of a solve.
+  class MessageTap {
+   public:
+    virtual ~MessageTap() = default;
+    virtual void on_message(std::string_view text) = 0;
+  };
+  void set_tap(MessageTap* tap) { tap_.p = tap; }
+
  private:
+  struct TapSlot {
+    MessageTap* p = nullptr;
+    TapSlot() = default;
+    TapSlot(const TapSlot&) {}
+    TapSlot& operator=(const TapSlot&) { return *this; }
+  };
+
   // Brings the log file in step with the LogFile parameter.
   Status sync_log_file(const ParamSet& params);
 
@@ -48,6 +64,7 @@ class Env {
   LogSinks log_;
   ErrorState errors_;
   bool started_ = false;
+  TapSlot tap_;
 };
 
 }  // namespace vlm

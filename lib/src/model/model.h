@@ -25,7 +25,24 @@
 #include "env/env.h"
 #include "model/model_data.h"
 
+struct VLMmodel;
+
 namespace vlm {
+
+namespace callbacks {
+class Session;
+}
+
+// The user's callback of a model: the C function, its user data and the handle it is called
+// with; `search` asks for the branch-and-cut search on integer models; `session` is the
+// callback session of the solve running now (callbacks/session.h), or null.
+struct UserCallback {
+  int (*fn)(VLMmodel*, void*, int, void*) = nullptr;
+  void* usrdata = nullptr;
+  VLMmodel* handle = nullptr;
+  bool search = false;
+  callbacks::Session* session = nullptr;
+};
 
 // Membership flags of an irreducible inconsistent subsystem: one entry per element of each
 // kind (lower and upper bounds per variable), 1 for a member.
@@ -95,6 +112,9 @@ class Model {
     return r;
   }
   void request_signal() { catch_signal_ = true; }
+
+  // The installed callback (fn null when none).
+  UserCallback& user_callback() { return callback_; }
 
   // Queues a change made through the attribute layer (already validated by it).
   void queue_change(std::function<void(ModelData&)> change);
@@ -221,6 +241,7 @@ class Model {
   std::uint64_t data_version_ = 0;
   std::shared_ptr<void> engine_state_;
   bool cold_start_ = false;
+  UserCallback callback_;
   std::atomic<bool> solving_{false};
   std::unordered_map<std::string, int> names_[6];
   bool names_built_[6] = {false, false, false, false, false, false};
