@@ -369,7 +369,6 @@ class TestOtherDrivers:
 
 # A callback that names MIPNODE (or cbCut, cbGetNodeRel) runs the branch-and-cut search, which
 # is merged separately: until then the solve fails with ERROR_NOT_SUPPORTED.
-@pytest.mark.xfail(raises=VelmorError, reason="the branch-and-cut search is merged separately", strict=True)
 def test_node_relaxations_at_mipnode():
     m = knapsack(n=20)
     m._nodes = []
@@ -415,7 +414,6 @@ def subtour(edges, n):
 
 # Needs the branch-and-cut search (another branch): until it is merged, the solve fails with
 # ERROR_NOT_SUPPORTED "branch-and-cut search not merged yet".
-@pytest.mark.xfail(raises=VelmorError, reason="the branch-and-cut search is merged separately", strict=True)
 def test_tsp_with_lazy_subtours():
     # 12 random cities: the optimal tour is checked against brute force over a subtour-free
     # formulation would be too slow; instead every reported tour is a single cycle and its
