@@ -13,7 +13,7 @@
 #include "core/registry.h"
 
 const char model_optimize_doc[] =
-    "optimize(callback=None)\n\n"
+    "optimize($self, callback=None)\n--\n\n"
     "Applies pending changes (update()) and solves the model. The outcome is the Status\n"
     "attribute (VLM.OPTIMAL, VLM.INFEASIBLE, VLM.TIME_LIMIT, ...); when a solution was found,\n"
     "ObjVal, X, Slack and, for continuous models, Pi and RC can be read. Other Python threads\n"
@@ -25,7 +25,7 @@ const char model_optimize_doc[] =
     "        print(m.ObjVal)";
 
 const char model_terminate_doc[] =
-    "terminate()\n\n"
+    "terminate($self)\n--\n\n"
     "Asks a running optimize() of this model to stop as soon as it can (status\n"
     "VLM.INTERRUPTED). Safe to call from another thread or from a callback.";
 
@@ -181,7 +181,7 @@ PyObject* set_matrix_objective(PyObject* self, PyObject* expr, PyObject* sense) 
 }  // namespace
 
 const char model_setobjective_doc[] =
-    "setObjective(expr, sense=None)\n\n"
+    "setObjective($self, expr, sense=None)\n--\n\n"
     "Replaces the whole objective (linear coefficients, quadratic terms and constant) by expr,\n"
     "a number, Var, LinExpr or QuadExpr. sense is VLM.MINIMIZE or VLM.MAXIMIZE; None keeps the\n"
     "model's ModelSense.\n\n"
@@ -208,7 +208,7 @@ PyObject* model_setobjective(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_setobjectiven_doc[] =
-    "setObjectiveN(expr, index, priority=0, weight=1, abstol=1e-6, reltol=0, name=\"\")\n\n"
+    "setObjectiveN($self, expr, index, priority=0, weight=1, abstol=1e-6, reltol=0, name=\"\")\n--\n\n"
     "Sets objective number index of a multi-objective model to the linear expression expr.\n"
     "Objectives of higher priority are optimised first; equal priorities are blended by\n"
     "weight; abstol and reltol bound how much an objective may degrade for later ones.";
@@ -271,7 +271,7 @@ py::Ref linear_from_attr(PyObject* self, const char* attr, double constant) {
 }  // namespace
 
 const char model_getobjective_doc[] =
-    "getObjective(index=None)\n\n"
+    "getObjective($self, index=None)\n--\n\n"
     "The objective as an expression: a LinExpr, or a QuadExpr when the objective has\n"
     "quadratic terms. With index, objective number index of a multi-objective model (this\n"
     "sets the ObjNumber parameter).";
@@ -318,7 +318,7 @@ PyObject* model_getobjective(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_setpwlobj_doc[] =
-    "setPWLObj(var, x, y)\n\n"
+    "setPWLObj($self, var, x, y)\n--\n\n"
     "Gives var a piecewise-linear objective through the points (x[i], y[i]); x must not\n"
     "decrease. It replaces the variable's linear objective coefficient.";
 
@@ -352,7 +352,7 @@ PyObject* model_setpwlobj(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_getpwlobj_doc[] =
-    "getPWLObj(var)\n\nThe points of var's piecewise-linear objective as a list of (x, y) tuples\n"
+    "getPWLObj($self, var)\n--\n\nThe points of var's piecewise-linear objective as a list of (x, y) tuples\n"
     "(empty when it has none).";
 
 PyObject* model_getpwlobj(PyObject* self, PyObject* var) {
@@ -379,7 +379,7 @@ PyObject* model_getpwlobj(PyObject* self, PyObject* var) {
 // ---- tuning and batch requests ---------------------------------------------------------------
 
 const char model_tune_doc[] =
-    "tune()\n\nApplies pending changes and tunes the parameters of this model; results are\n"
+    "tune($self)\n--\n\nApplies pending changes and tunes the parameters of this model; results are\n"
     "loaded with getTuneResult(). Raises VelmorError (ERROR_NOT_SUPPORTED) while tuning is not\n"
     "available in the library.";
 
@@ -392,7 +392,7 @@ PyObject* model_tune(PyObject* self, PyObject*) {
 }
 
 const char model_gettuneresult_doc[] =
-    "getTuneResult(i)\n\nLoads the parameter settings of tuning result i into the model.";
+    "getTuneResult($self, i)\n--\n\nLoads the parameter settings of tuning result i into the model.";
 
 PyObject* model_gettuneresult(PyObject* self, PyObject* arg) {
   VLMmodel* h = model_handle(self);
@@ -405,7 +405,7 @@ PyObject* model_gettuneresult(PyObject* self, PyObject* arg) {
 }
 
 const char model_optimizebatch_doc[] =
-    "optimizeBatch()\n\nApplies pending changes and submits the model as a batch request;\n"
+    "optimizeBatch($self)\n--\n\nApplies pending changes and submits the model as a batch request;\n"
     "returns the batch id. Raises VelmorError (ERROR_NOT_SUPPORTED) without a batch service.";
 
 PyObject* model_optimizebatch(PyObject* self, PyObject*) {
