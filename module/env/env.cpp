@@ -80,16 +80,17 @@ int env_message(PyObject* self, const std::string& msg) {
 
 // ---- the log callback ------------------------------------------------------------------------
 
-// Receives every console log line of the environment, possibly on a solving thread: writes it
-// to sys.stdout and to the module's logging logger. Never raises.
-void log_callback_stub(const char* msg, void*) {
+// Receives every log line of the environment while OutputFlag is 1, possibly on a solving
+// thread: writes it to sys.stdout when LogToConsole is 1, and always to the module's logging
+// logger, so that LogToConsole=0 quiets the console only. Never raises.
+void log_callback_stub(const char* msg, int to_console, void*) {
   PyGILState_STATE gil = PyGILState_Ensure();
   PyObject *type, *value, *tb;
   PyErr_Fetch(&type, &value, &tb);
   py::Ref text = py::Ref::steal(PyUnicode_DecodeUTF8(msg, static_cast<Py_ssize_t>(std::strlen(msg)), "replace"));
   if (text) {
     PyObject* out = PySys_GetObject("stdout");
-    if (out != nullptr && out != Py_None) {
+    if (to_console && out != nullptr && out != Py_None) {
       py::Ref r = py::Ref::steal(PyObject_CallMethod(out, "write", "O", text.get()));
       if (r) r = py::Ref::steal(PyObject_CallMethod(out, "flush", nullptr));
       if (!r) PyErr_WriteUnraisable(out);
@@ -171,7 +172,7 @@ int env_init(PyObject* self, PyObject* args, PyObject* kwds) {
   }
   e->cenv = capsule.release();
   rc = VLMsetstrparam(handle, "LogFile", logfilename);
-  if (rc == 0) rc = VLMsetlogcallbackfuncenv(handle, log_callback_stub, nullptr);
+  if (rc == 0) rc = VLMsetlogroutefuncenv(handle, log_callback_stub, nullptr);
   if (rc != 0) {
     raise_velmor(rc, self);
     return -1;
