@@ -54,11 +54,27 @@ def kind_of_entry(table, flags, module_tables):
     return "method"
 
 
+def vlm_constants():
+    """VLM.NAME -> its value as a Python literal, from the constant tables of attrs/vlm.cpp and
+    the C header's VLM_INFINITY."""
+    values = {}
+    for name, value in re.findall(r'\{"([A-Z_0-9]+)",\s*("[^"]*"|-?[0-9][0-9.e+]*)\s*,',
+                                  (MODULE / "attrs" / "vlm.cpp").read_text()):
+        values["VLM." + name] = "'" + value[1:-1] + "'" if value.startswith('"') else value
+    codes = (ROOT / "lib" / "include" / "velmor_codes.h").read_text()
+    values["VLM.INFINITY"] = re.search(r"#define VLM_INFINITY (\S+)", codes).group(1)
+    return values
+
+
+VLM_CONSTANTS = vlm_constants()
+
+
 def python_args(args):
-    """The C literal text `args` as Python. inspect reads defaults as literals only, so an
-    infinite default is written 1e309, the float literal that reads back as inf: help() then
-    shows "ub=inf" exactly as the docstring does."""
-    return re.sub(r"(?<![\w.])inf\b", "1e309", args)
+    """The C literal text `args` as Python that inspect can read: it takes literal defaults
+    only (a method has no module to look names up in), so VLM.NAME becomes its value and an
+    infinite default 1e309, the float literal that reads back as inf (help() shows "ub=inf")."""
+    args = re.sub(r"(?<![\w.])inf\b", "1e309", args)
+    return re.sub(r"VLM\.[A-Z_0-9]+", lambda m: VLM_CONSTANTS.get(m.group(0), m.group(0)), args)
 
 
 def parsable(args):
@@ -129,6 +145,15 @@ def convert(path, texts, class_names, report, edits):
             edits[path][m.start()] = (m.group(0), signature(m.group(1), m.group(2), "class"))
 
 
+CONVERTED = re.compile(r'"([A-Za-z_]\w*)\(((?:[^"\\\n]|\\.)*?)\)\\n--\\n\\n')
+
+
+def refresh_converted(text):
+    """Already converted signatures with their defaults made literal (for text converted before
+    the defaults were)."""
+    return CONVERTED.sub(lambda m: f'"{m.group(1)}({python_args(m.group(2))})\\n--\\n\\n', text)
+
+
 def apply(text, edits):
     out, last = [], 0
     for pos in sorted(edits):
@@ -155,6 +180,12 @@ def main(argv):
             print(f"{p.relative_to(ROOT)}: left alone: {r}", file=sys.stderr)
     total = 0
     for p in sources:
+        refreshed = refresh_converted(texts[p])
+        if refreshed != texts[p] and not edits[p]:
+            total += 1
+            print(f"{p.relative_to(ROOT)}: defaults made literal")
+            if not check:
+                p.write_text(refreshed)
         if edits[p]:
             total += len(edits[p])
             print(f"{p.relative_to(ROOT)}: {len(edits[p])}")

@@ -2,6 +2,7 @@
 // environment, and the interactive commands (read, models, system, help, disposeDefaultEnv).
 #include "core/velmor.h"
 
+#include <cstring>
 #include <string>
 
 #include "core/py_convert.h"
@@ -218,7 +219,26 @@ PyObject* mod_help(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
   if (!doc) return nullptr;
   py::Ref text = py::Ref::steal(PyObject_Str(doc.get()));
   if (!text) return nullptr;
-  if (write_stdout(std::string(PyUnicode_AsUTF8(text.get())) + "\n") < 0) return nullptr;
+  // CPython keeps a callable's signature line apart from __doc__: put it back in front, as
+  // inspect renders it (defaults as values), without the instance a bound call supplies.
+  std::string out;
+  py::Ref inspect = py::Ref::steal(PyImport_ImportModule("inspect"));
+  py::Ref sig = inspect ? py::Ref::steal(PyObject_CallMethod(inspect.get(), "signature", "O", args[0])) : py::Ref();
+  py::Ref sig_text = sig ? py::Ref::steal(PyObject_Str(sig.get())) : py::Ref();
+  py::Ref name = py::Ref::steal(PyObject_GetAttrString(args[0], "__name__"));
+  if (sig_text && name && PyUnicode_Check(name.get())) {
+    std::string params = PyUnicode_AsUTF8(sig_text.get());
+    for (const char* me : {"(self, /, ", "(self, /", "(cls, /, ", "(cls, /"}) {
+      if (params.rfind(me, 0) == 0) {
+        params = "(" + params.substr(std::strlen(me));
+        break;
+      }
+    }
+    out = std::string(PyUnicode_AsUTF8(name.get())) + params + "\n\n";
+  }
+  PyErr_Clear();
+  out += PyUnicode_AsUTF8(text.get());
+  if (write_stdout(out + "\n") < 0) return nullptr;
   return py::none();
 }
 

@@ -239,7 +239,7 @@ PyObject* model_addmvar(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_addmvar_doc[] =
-    "addMVar($self, shape, lb=0.0, ub=VLM.INFINITY, obj=0.0, vtype=VLM.CONTINUOUS, name=\"\")\n--\n\n"
+    "addMVar($self, shape, lb=0.0, ub=1e100, obj=0.0, vtype='C', name=\"\")\n--\n\n"
     "Adds an n-dimensional array of variables in one call and returns it as an MVar.\n"
     "Without ub, binary variables get the upper bound 1, as with addVar.\n"
     "shape is an int or a tuple of ints. The values of the lb, ub, obj, and vtype arguments can either\n"
