@@ -2,7 +2,8 @@
 # Builds and runs the whole test suite: the C API tests (GoogleTest, through CTest) and the
 # Python tests (pytest) against the installed velmorpy, from one build. Installs what it needs on a fresh
 # machine. Set VELMOR_SANITIZE=ON to build the C API tests with AddressSanitizer and
-# UndefinedBehaviorSanitizer.
+# UndefinedBehaviorSanitizer. VELMOR_BUILD_DIR (default build/tests) and VELMOR_BUILD_TYPE
+# (default RelWithDebInfo) choose the build tree, so that one already built can be reused.
 set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 cd "$here"
@@ -24,20 +25,21 @@ echo "== installing build tools"
 "$PY" -m pip install -q --disable-pip-version-check cmake ninja "scikit-build-core>=0.11" \
   "highsbox==1.15.1" numpy scipy pytest hypothesis mypy
 
-# One CMake build serves both suites: pip builds velmorpy in build/tests with the C API tests
+# One CMake build serves both suites: pip builds velmorpy in $build with the C API tests
 # switched on (the library is compiled once, as the object library both link), installs the
 # package, and CTest then runs the tests from the same tree. Without build isolation the build
 # sees the highsbox installed above, whose libhighs the test binaries keep using.
-echo "== building libvelmor, its tests and velmorpy (warnings are errors), installing velmorpy"
+build="${VELMOR_BUILD_DIR:-build/tests}"
+echo "== building libvelmor, its tests and velmorpy in $build (warnings are errors), installing velmorpy"
 "$PY" -m pip install -q --disable-pip-version-check --no-build-isolation . \
-  --config-settings=build-dir=build/tests \
-  --config-settings=cmake.build-type=RelWithDebInfo \
+  --config-settings=build-dir="$build" \
+  --config-settings=cmake.build-type="${VELMOR_BUILD_TYPE:-RelWithDebInfo}" \
   --config-settings=cmake.define.VELMOR_BUILD_TESTS=ON \
   --config-settings=cmake.define.VELMOR_WERROR=ON \
   --config-settings=cmake.define.VELMOR_SANITIZE="${VELMOR_SANITIZE:-OFF}"
 
 echo "== C API tests"
-ctest --test-dir build/tests --output-on-failure -j2
+ctest --test-dir "$build" --output-on-failure -j2
 
 echo "== Python tests"
 # Run from outside the source tree so that the installed module is the one imported.
