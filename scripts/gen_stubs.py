@@ -18,17 +18,24 @@ import types
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 OUT = ROOT / "module" / "velmorpy" / "__init__.pyi"
 
-# Parameter types by name (the API names parameters consistently).
-NUM = "float"
+# Parameter types by name, for names that mean one thing throughout the API.
 PARAM_TYPES = {
-    "lb": NUM, "ub": NUM, "obj": NUM, "vtype": "str", "name": "str", "column": "Column | None",
-    "sense": "str | int", "rhs": NUM, "lhs": NUM, "constant": "float", "coeff": NUM,
+    "name": "str", "sense": "str | int", "constant": "float", "mult": "float",
     "newvalue": "float | str", "attrname": "str", "paramname": "str", "filename": "str",
-    "logfilename": "str", "empty": "bool", "params": "dict[str, Any] | None",
-    "clearall": "int", "callback": "Callable[[Model, int], None] | None",
-    "iterable": "Iterable[Any]", "expr": "Any", "mult": NUM, "var": "Var", "var1": "Var",
-    "var2": "Var", "vars": "Iterable[Var]", "constr": "Constr", "qc": "QConstr", "sos": "SOS",
-    "genconstr": "GenConstr", "env": "Env | None", "copy": "bool", "limit": "int",
+    "logfilename": "str", "empty": "bool", "params": "dict[str, Any] | None", "clearall": "int",
+    "callback": "Callable[[Model, int], None] | None", "iterable": "Iterable[Any]",
+    "var": "Var", "qc": "QConstr", "sos": "SOS", "genconstr": "GenConstr", "env": "Env | None",
+    "column": "Column | None",
+}
+# Per method, where a name means something else (None: left untyped, i.e. Any).
+METHOD_PARAM_TYPES = {
+    "Model.addVar": {"lb": "float", "ub": "float", "obj": "float", "vtype": "str"},
+    # Scalars or one value per index (lists, dicts), names included.
+    "Model.addVars": {"name": None},
+    "Model.addMVar": {"name": None},
+    "Model.getCoeff": {"constr": "Constr"},
+    "Model.chgCoeff": {"constr": "Constr"},
+    "Model.getRow": {"constr": "Constr"},
 }
 # Return types by "Class.method" or "function".
 RETURNS = {
@@ -77,8 +84,9 @@ class _ConstBase(metaclass=_ConstMeta): ...
 '''
 
 
-def annotate(name, param):
-    t = PARAM_TYPES.get(param.name)
+def annotate(qual, param):
+    special = METHOD_PARAM_TYPES.get(qual, {})
+    t = special[param.name] if param.name in special else PARAM_TYPES.get(param.name)
     if t and param.default is None and "None" not in t:
         t += " | None"
     return f": {t}" if t else ""
@@ -98,7 +106,7 @@ def render_params(qual, sig, is_method):
         if p.default is not inspect.Parameter.empty:
             text += " = ..."
         if p.kind is inspect.Parameter.VAR_POSITIONAL:
-            text = "*" + p.name + (f": {PARAM_TYPES[p.name]}" if p.name in PARAM_TYPES else ": Any")
+            text = "*" + p.name + ": Any"
             star_done = True
         elif p.kind is inspect.Parameter.VAR_KEYWORD:
             text = "**" + p.name + ": Any"

@@ -53,6 +53,15 @@ def test_mypy_accepts_the_readme_model_and_flags_wrong_types(tmp_path):
         total = vp.quicksum(z[i] for i in range(3))
         m.Params.TimeLimit = 10
         m.setParam("OutputFlag", 0)
+        m.setParam("LogFile", "run.log")
+        # Arguments that take more than one kind of value must not be flagged.
+        limit: vp.TempConstr = x <= 3
+        m.addConstr(limit)
+        w = m.addVars(2, lb=[0.0, 1.0], ub={0: 2.0, 1: 3.0}, name=["a", "b"])
+        w.prod({0: 2.0, 1: 1.0})
+        m.addLConstr(x + y, VLM.LESS_EQUAL, 4)
+        m.addLConstr(x, "<", y)
+        m.setObjective(x, sense=VLM.MINIMIZE)
         """))
     (tmp_path / "bad.py").write_text(textwrap.dedent("""\
         import velmorpy as vp
