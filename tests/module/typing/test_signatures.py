@@ -2,7 +2,10 @@
 inspect can read and a real docstring, and the text signatures agree with what the callables
 accept."""
 import inspect
+import pathlib
 import pydoc
+import subprocess
+import sys
 import types
 
 import pytest
@@ -93,3 +96,54 @@ def test_help_shows_parameters_and_defaults(capsys):
     out = capsys.readouterr().out
     assert out.startswith("addVar(lb=0.0, ub=inf, obj=0.0, vtype='C', name='', column=None)\n\n"
                           "Adds one variable and returns its Var.")
+
+
+SCRIPT = pathlib.Path(__file__).resolve().parents[3] / "scripts" / "text_signatures.py"
+
+
+@pytest.mark.skipif(not SCRIPT.exists(), reason="needs the source tree")
+def test_every_docstring_in_the_sources_has_its_signature():
+    # A method added without "name($self, ...)\n--\n\n" shows here before it ships.
+    out = subprocess.run([sys.executable, str(SCRIPT), "--check"], capture_output=True, text=True)
+    assert out.returncode == 0, out.stdout
+    left = sorted(line.split("left alone: ")[1].split(":")[0] for line in out.stderr.splitlines())
+    assert left == ["_Model__getupdatemode", "_Model__setup", "pop", "setdefault", "update"], out.stderr
+
+
+@pytest.mark.skipif(not SCRIPT.exists(), reason="needs the source tree")
+def test_the_conversion_of_each_kind_of_callable():
+    import importlib.util
+    spec = importlib.util.spec_from_file_location("text_signatures", SCRIPT)
+    ts = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(ts)
+    source = pathlib.Path("x.cpp")
+    text = '''
+PyTypeObject ThingType = {PyVarObject_HEAD_INIT(nullptr, 0) "velmorpy.Thing"};
+const char thing_doc[] = "Thing(size, env=None)\\n\\nA thing.";
+const char grow_doc[] = "grow(by=inf, vtype=VLM.INTEGER)\\n\\nGrows.";
+PyMethodDef thing_methods[] = {
+    {"grow", FASTCALL_KW(thing_grow), grow_doc},
+    {"make", py::guarded<&make>, METH_VARARGS | METH_CLASS, "make(n)\\n\\nMakes."},
+    {"check", py::guarded<&check>, METH_O | METH_STATIC, "check(x)\\n\\nChecks."},
+    {"pop", py::guarded<&pop>, METH_VARARGS, "pop(key[, default])\\n\\nPops."},
+    {nullptr, nullptr, 0, nullptr}};
+PyMethodDef module_functions[] = {
+    {"quicksum", py::guarded<&qs>, METH_O, "Adds things."},
+    {nullptr, nullptr, 0, nullptr}};
+int reg(PyObject* m) { return PyModule_AddFunctions(m, module_functions); }
+'''
+    texts = {source: text}
+    edits, report = {source: {}}, []
+    ts.convert(source, texts, {"Thing"}, report, edits)
+    out = ts.apply(text, edits[source])
+    assert '"Thing(size, env=None)\\n--\\n\\nA thing."' in out
+    assert '"grow($self, by=1e309, vtype=\'I\')\\n--\\n\\nGrows."' in out
+    assert '"make($type, n)\\n--\\n\\nMakes."' in out
+    assert '"check(x)\\n--\\n\\nChecks."' in out
+    assert '"quicksum(iterable)\\n--\\n\\nAdds things."' in out
+    assert '"pop(key[, default])\\n\\nPops."' in out  # not Python syntax: left alone
+    assert report == ["pop: 'pop(key[, default])' is not Python syntax"]
+    # Converting again changes nothing.
+    again = {source: {}}
+    ts.convert(source, {source: out}, {"Thing"}, [], again)
+    assert again[source] == {}
