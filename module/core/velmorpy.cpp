@@ -16,7 +16,9 @@ const char module_doc[] =
     "LogToConsole=0 silences the console only, records still reach the logger;\n"
     "OutputFlag=0 silences both.";
 
-PyModuleDef velmorpy_module = {PyModuleDef_HEAD_INIT, "velmorpy._velmorpy", module_doc, -1, nullptr,
+// Named "velmorpy", not "velmorpy._velmorpy": the functions it defines then report the package
+// as their __module__, where users (and documentation tools) find them.
+PyModuleDef velmorpy_module = {PyModuleDef_HEAD_INIT, "velmorpy", module_doc, -1, nullptr,
                                nullptr, nullptr, nullptr, nullptr};
 
 }  // namespace

@@ -76,3 +76,11 @@ def test_wrong_highs_version_is_refused(tmp_path):
 def test_version_agrees_with_the_library_and_the_distribution():
     assert vp.__version__ == "%d.%d.%d" % vp.velmor.version()
     assert vp.__version__.count(".") == 2
+
+
+def test_the_package_is_where_everything_public_lives():
+    # Functions and classes name the package as their module (pickling, documentation tools).
+    assert vp.quicksum.__module__ == vp.read.__module__ == vp.Model.__module__ == "velmorpy"
+    assert set(vp.__all__) >= {"Model", "Env", "VLM", "quicksum", "read", "tupledict"}
+    assert vp.__doc__.startswith("velmorpy: the Python interface of the Velmor optimisation library.")
+    assert "LogToConsole=0 silences the console only" in vp.__doc__
