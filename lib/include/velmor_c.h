@@ -37,6 +37,10 @@ typedef struct VLMbatch VLMbatch; /* a batch request on a batch service (see VLM
 /* Receives one log line (with its trailing newline). `usrdata` is what was registered. */
 typedef void (*VLMlogcallback)(const char *msg, void *usrdata);
 
+/* Receives every log line while OutputFlag is 1; `toconsole` is the LogToConsole parameter of
+ * the environment writing it (1: the line is meant for the console as well). */
+typedef void (*VLMlogroutecallback)(const char *msg, int toconsole, void *usrdata);
+
 /* ---------------------------------------------------------------------------------------
  * Library information
  * ------------------------------------------------------------------------------------- */
@@ -91,6 +95,14 @@ VLM_API int VLMmsg(VLMenv *env, const char *message);
 /* Installs (or, with `cb` NULL, removes) the environment's log callback. While installed it
  * receives the lines that would otherwise go to the console. */
 VLM_API int VLMsetlogcallbackfuncenv(VLMenv *env, VLMlogcallback cb, void *usrdata);
+
+/* Installs (or, with `cb` NULL, removes) the environment's log route: while installed it
+ * receives every line written with OutputFlag 1, console or not, and the library writes nothing
+ * to the console itself (the host prints the lines whose `toconsole` is 1). The log file is
+ * written as before. Models built in the environment inherit the route. A host that forwards
+ * the log to its own logging framework uses this rather than the log callback, which sees only
+ * console lines. */
+VLM_API int VLMsetlogroutefuncenv(VLMenv *env, VLMlogroutecallback cb, void *usrdata);
 
 /* Statistics of the traffic with a remote solve service. Each output may be NULL. The library
  * has no remote service yet, so all values are 0. */

@@ -60,7 +60,7 @@ PyObject* multidict(PyObject*, PyObject* data) {
 }
 
 const char multidict_doc[] =
-    "\n  ROUTINE:\n"
+    "multidict(data)\n--\n\n\n  ROUTINE:\n"
     "    multidict(data)\n"
     "  PURPOSE:\n"
     "    Split a single dictionary into multiple dictionaries.\n"

@@ -758,16 +758,16 @@ int set_field(PyObject* self, PyObject* value, void* name) {
 
 PyMethodDef tupledict_methods[] = {
     {"keys", py::guarded<&tupledict_keys_method>, METH_NOARGS,
-     "keys()\n\nReturns the keys as a tuplelist, in iteration order. The list is cached until the\n"
+     "keys($self)\n--\n\nReturns the keys as a tuplelist, in iteration order. The list is cached until the\n"
      "dictionary changes and is shared: do not modify it."},
     {"clean", py::guarded<&tupledict_clean>, METH_NOARGS,
-     "clean()\n\nDiscards the cached key list and its select() indexes; they are rebuilt on "
+     "clean($self)\n--\n\nDiscards the cached key list and its select() indexes; they are rebuilt on "
      "demand."},
     {"setord", py::guarded<&tupledict_setord>, METH_O,
-     "setord(ord)\n\nSets the iteration order: ord[i] gets position i; keys not in ord follow, in\n"
+     "setord($self, ord)\n--\n\nSets the iteration order: ord[i] gets position i; keys not in ord follow, in\n"
      "insertion order. Takes effect once the key cache is rebuilt (after clean() or a change)."},
     {"select", (PyCFunction)(void (*)(void))py::guarded<&tupledict_select>, METH_FASTCALL,
-     "select(*pattern)\n\nReturns a list of the values whose keys match the pattern, in key "
+     "select($self, *pattern)\n--\n\nReturns a list of the values whose keys match the pattern, in key "
      "order.\n"
      "The pattern is that of tuplelist.select(): one value per key field, '*' matching any value,\n"
      "a list matching any of its values. With no pattern, all values are returned.\n\n"
@@ -775,38 +775,38 @@ PyMethodDef tupledict_methods[] = {
      "  d = tupledict({(1, 2): 'a', (1, 3): 'b', (2, 3): 'c'})\n"
      "  d.select(1, '*')   # ['a', 'b']"},
     {"iteritems", (PyCFunction)(void (*)(void))py::guarded<&tupledict_iteritems>, METH_FASTCALL,
-     "iteritems(*pattern)\n\nIterates over the (key, value) pairs whose keys match the pattern."},
+     "iteritems($self, *pattern)\n--\n\nIterates over the (key, value) pairs whose keys match the pattern."},
     {"iterkeys", py::guarded<&tupledict_iterkeys>, METH_NOARGS,
-     "iterkeys()\n\nIterates over the keys in order."},
+     "iterkeys($self)\n--\n\nIterates over the keys in order."},
     {"itervalues", py::guarded<&tupledict_itervalues>, METH_NOARGS,
-     "itervalues()\n\nIterates over the values in key order."},
+     "itervalues($self)\n--\n\nIterates over the values in key order."},
     {"values", py::guarded<&tupledict_values_method>, METH_NOARGS,
-     "values()\n\nReturns a list of the values in key order."},
+     "values($self)\n--\n\nReturns a list of the values in key order."},
     {"items", py::guarded<&tupledict_items>, METH_NOARGS,
-     "items()\n\nReturns a list of the (key, value) pairs in key order."},
+     "items($self)\n--\n\nReturns a list of the (key, value) pairs in key order."},
     {"subset", (PyCFunction)(void (*)(void))py::guarded<&tupledict_subset>, METH_FASTCALL,
-     "subset(*pattern)\n\nReturns a new tupledict of the entries whose keys match the pattern, in\n"
+     "subset($self, *pattern)\n--\n\nReturns a new tupledict of the entries whose keys match the pattern, in\n"
      "this dictionary's order and with its wildcard."},
     {"sum", (PyCFunction)(void (*)(void))py::guarded<&tupledict_sum>, METH_FASTCALL,
-     "sum(*pattern)\n\nReturns the sum (quicksum) of the values whose keys match the pattern.\n\n"
+     "sum($self, *pattern)\n--\n\nReturns the sum (quicksum) of the values whose keys match the pattern.\n\n"
      "Example:\n"
      "  x = m.addVars(3, 4)\n"
      "  m.addConstr(x.sum(1, '*') <= 2)"},
     {"prod", (PyCFunction)(void (*)(void))py::guarded<&tupledict_prod>, METH_FASTCALL,
-     "prod(coeff, *pattern)\n\nReturns the sum (quicksum) of coeff[k] * self[k] over the keys k "
+     "prod($self, coeff, *pattern)\n--\n\nReturns the sum (quicksum) of coeff[k] * self[k] over the keys k "
      "that\n"
      "match the pattern and are keys of coeff, a dict. Keys in only one of the two are skipped.\n"
      "Without a pattern, coeff may also be a list: element i multiplies self[i].\n\n"
      "Example:\n"
      "  cost = {(0, 0): 2.0, (1, 2): 3.5}\n"
      "  m.setObjective(x.prod(cost))"},
-    {"clear", py::guarded<&tupledict_clear_method>, METH_NOARGS, "clear()\n\nRemoves every entry."},
+    {"clear", py::guarded<&tupledict_clear_method>, METH_NOARGS, "clear($self)\n--\n\nRemoves every entry."},
     {"pop", (PyCFunction)(void (*)(void))py::guarded<&tupledict_base_op<&dict_pop>>,
      METH_FASTCALL | METH_KEYWORDS,
      "pop(key[, default])\n\nRemoves key and returns its value, as dict.pop()."},
     {"popitem", (PyCFunction)(void (*)(void))py::guarded<&tupledict_base_op<&dict_popitem>>,
      METH_FASTCALL | METH_KEYWORDS,
-     "popitem()\n\nRemoves and returns a (key, value) pair, as dict.popitem()."},
+     "popitem($self)\n--\n\nRemoves and returns a (key, value) pair, as dict.popitem()."},
     {"update", (PyCFunction)(void (*)(void))py::guarded<&tupledict_base_op<&dict_update>>,
      METH_FASTCALL | METH_KEYWORDS,
      "update([other], **kwargs)\n\nUpdates the dictionary as dict.update(). The new keys get no\n"

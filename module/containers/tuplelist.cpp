@@ -555,7 +555,7 @@ int set_neighbour(PyObject* self, PyObject* value, void*) {
 // ---- tables -------------------------------------------------------------------------------------
 
 const char select_doc[] =
-    "select(*pattern)\n\n"
+    "select($self, *pattern)\n--\n\n"
     "Returns a tuplelist of the members that match the pattern, in list order. Field i of a\n"
     "member must equal pattern[i] unless pattern[i] is the wildcard ('*' by default); fields\n"
     "beyond the pattern are unconstrained. A list (or any non-string iterable) in the pattern\n"
@@ -569,7 +569,7 @@ const char select_doc[] =
     "  l.select([1, 2], 3)     # <(1, 3), (2, 3)>";
 
 const char clean_doc[] =
-    "clean()\n\n"
+    "clean($self)\n--\n\n"
     "Discards the indexes built by select() and the lookup tables of 'in', prev(), next(),\n"
     "prevc() and nextc(). The indexes consume memory; call clean() to reclaim it. They are\n"
     "rebuilt on demand.";
@@ -579,39 +579,39 @@ PyMethodDef tuplelist_methods[] = {
      select_doc},
     {"clean", py::guarded<&tuplelist_clean>, METH_NOARGS, clean_doc},
     {"append", py::guarded<&tuplelist_append>, METH_O,
-     "append(x)\n\nAppends x. x must be of the list's kind (a tuple of the members' length, or a\n"
+     "append($self, x)\n--\n\nAppends x. x must be of the list's kind (a tuple of the members' length, or a\n"
      "non-tuple in a list of scalars); otherwise ValueError is raised and the list is unchanged."},
     {"extend", py::guarded<&tuplelist_extend>, METH_O,
-     "extend(L)\n\nAppends the members of L, after checking all of them as append() does."},
+     "extend($self, L)\n--\n\nAppends the members of L, after checking all of them as append() does."},
     {"insert", (PyCFunction)(void (*)(void))py::guarded<&tuplelist_insert>, METH_FASTCALL,
-     "insert(i, x)\n\nInserts x before position i, after checking it as append() does."},
+     "insert($self, i, x)\n--\n\nInserts x before position i, after checking it as append() does."},
     {"pop", (PyCFunction)(void (*)(void))py::guarded<&tuplelist_delete_op<&list_pop>>,
      METH_FASTCALL,
-     "pop(i=-1)\n\nRemoves and returns the member at position i. An emptied list accepts members\n"
+     "pop($self, i=-1)\n--\n\nRemoves and returns the member at position i. An emptied list accepts members\n"
      "of any kind again."},
     {"remove", (PyCFunction)(void (*)(void))py::guarded<&tuplelist_delete_op<&list_remove>>,
-     METH_FASTCALL, "remove(x)\n\nRemoves the first member equal to x."},
+     METH_FASTCALL, "remove($self, x)\n--\n\nRemoves the first member equal to x."},
     {"clear", py::guarded<&tuplelist_clear_method>, METH_NOARGS,
-     "clear()\n\nRemoves every member."},
+     "clear($self)\n--\n\nRemoves every member."},
     {"sort", (PyCFunction)(void (*)(void))py::guarded<&tuplelist_reorder_op<&list_sort>>,
      METH_FASTCALL | METH_KEYWORDS,
-     "sort(*, key=None, reverse=False)\n\nSorts the list in place (stable)."},
+     "sort($self, *, key=None, reverse=False)\n--\n\nSorts the list in place (stable)."},
     {"reverse", (PyCFunction)(void (*)(void))py::guarded<&tuplelist_reorder_op<&list_reverse>>,
-     METH_FASTCALL | METH_KEYWORDS, "reverse()\n\nReverses the list in place."},
+     METH_FASTCALL | METH_KEYWORDS, "reverse($self)\n--\n\nReverses the list in place."},
     {"prev", py::guarded<&tuplelist_prev>, METH_O,
-     "prev(v)\n\nThe member just before v. KeyError for the first member, for a value not in the\n"
+     "prev($self, v)\n--\n\nThe member just before v. KeyError for the first member, for a value not in the\n"
      "list, and when the list holds duplicates."},
     {"next", py::guarded<&tuplelist_next>, METH_O,
-     "next(v)\n\nThe member just after v. KeyError for the last member, for a value not in the\n"
+     "next($self, v)\n--\n\nThe member just after v. KeyError for the last member, for a value not in the\n"
      "list, and when the list holds duplicates."},
     {"prevc", py::guarded<&tuplelist_prevc>, METH_O,
-     "prevc(v)\n\nThe member before v, cyclically: the first member's predecessor is the last."},
+     "prevc($self, v)\n--\n\nThe member before v, cyclically: the first member's predecessor is the last."},
     {"nextc", py::guarded<&tuplelist_nextc>, METH_O,
-     "nextc(v)\n\nThe member after v, cyclically: the last member's successor is the first."},
+     "nextc($self, v)\n--\n\nThe member after v, cyclically: the last member's successor is the first."},
     {"__getslice__", (PyCFunction)(void (*)(void))py::guarded<&tuplelist_getslice>, METH_FASTCALL,
-     "__getslice__(b, c)\n\nThe members from b to c as a tuplelist with this list's wildcard."},
+     "__getslice__($self, b, c)\n--\n\nThe members from b to c as a tuplelist with this list's wildcard."},
     {"__delslice__", (PyCFunction)(void (*)(void))py::guarded<&tuplelist_delslice>, METH_FASTCALL,
-     "__delslice__(i, j)\n\nDeletes the members from i to j."},
+     "__delslice__($self, i, j)\n--\n\nDeletes the members from i to j."},
     {"__getstate__", py::guarded<&tuplelist_getstate>, METH_NOARGS, "Pickling support."},
     {"__setstate__", py::guarded<&tuplelist_setstate>, METH_O, "Pickling support."},
     {nullptr, nullptr, 0, nullptr}};

@@ -13,7 +13,7 @@ namespace {
 PyObject* g_velmor_error = nullptr;  // owned by the module for the process lifetime
 
 const char velmorerror_doc[] =
-    "VelmorError(errno, argument)\n\n"
+    "VelmorError(errno, argument)\n--\n\n"
     "The exception raised for every failure reported by the Velmor library, and for the\n"
     "module's own checks.\n\n"
     "errno: the integer error code (one of the VLM.ERROR_* values, or a code chosen by the\n"

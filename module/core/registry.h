@@ -1,5 +1,5 @@
 // Registration of the class families into the module object, called in this order by
-// PyInit_velmorpy. Each returns 0, or -1 with a Python exception set.
+// PyInit__velmorpy. Each returns 0, or -1 with a Python exception set.
 #pragma once
 
 #include "core/py_ref.h"

@@ -5,7 +5,7 @@
 // error text of the object a failed call used, the `velmor` object creates the default Env and
 // reads models, element handles reach their Model's shared core. The owning families fill these
 // entries from their registration functions (register_env, register_model), which
-// PyInit_velmorpy calls before any Python code can run, so every entry is set whenever a caller
+// PyInit__velmorpy calls before any Python code can run, so every entry is set whenever a caller
 // can reach it.
 #pragma once
 

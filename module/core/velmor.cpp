@@ -2,6 +2,7 @@
 // environment, and the interactive commands (read, models, system, help, disposeDefaultEnv).
 #include "core/velmor.h"
 
+#include <cstring>
 #include <string>
 
 #include "core/py_convert.h"
@@ -168,23 +169,23 @@ int set_exiting(PyObject*, PyObject* value, void*) {
 
 PyMethodDef velmor_methods[] = {
     {"_getdefaultenv", (PyCFunction)(void (*)(void))py::guarded<&velmor_getdefaultenv_method>, METH_FASTCALL,
-     "_getdefaultenv(create=True)\n\nReturns the default environment, creating it when needed\n"
+     "_getdefaultenv($self, create=True)\n--\n\nReturns the default environment, creating it when needed\n"
      "and create is true (else it may return None)."},
     {"_getmodels", py::guarded<&velmor_getmodels>, METH_NOARGS,
-     "_getmodels()\n\nReturns the (name, model) pairs of the live models bound in __main__."},
-    {"models", py::guarded<&velmor_models>, METH_NOARGS, "models()\n\nPrints the live models."},
+     "_getmodels($self)\n--\n\nReturns the (name, model) pairs of the live models bound in __main__."},
+    {"models", py::guarded<&velmor_models>, METH_NOARGS, "models($self)\n--\n\nPrints the live models."},
     {"read", (PyCFunction)(void (*)(void))py::guarded<&velmor_read>, METH_FASTCALL | METH_KEYWORDS,
-     "read(filename, env=None)\n\nReads a model from a file."},
+     "read($self, filename, env=None)\n--\n\nReads a model from a file."},
     {"version", py::guarded<&velmor_version>, METH_NOARGS,
-     "version()\n\nReturns the library version as (major, minor, technical)."},
+     "version($self)\n--\n\nReturns the library version as (major, minor, technical)."},
     {"platform", py::guarded<&velmor_platform>, METH_NOARGS,
-     "platform()\n\nReturns the platform the library was built for, e.g. 'linux64'."},
+     "platform($self)\n--\n\nReturns the platform the library was built for, e.g. 'linux64'."},
     {"_iscontainer", py::guarded<&velmor_iscontainer>, METH_NOARGS,
-     "_iscontainer()\n\nReturns 1 when running inside a container, else 0."},
+     "_iscontainer($self)\n--\n\nReturns 1 when running inside a container, else 0."},
     {"disposeDefaultEnv", py::guarded<&velmor_disposedefaultenv>, METH_NOARGS,
-     "disposeDefaultEnv()\n\nDisposes the default environment; the next user creates a new one."},
+     "disposeDefaultEnv($self)\n--\n\nDisposes the default environment; the next user creates a new one."},
     {"_cleanup", py::guarded<&velmor_cleanup>, METH_NOARGS,
-     "_cleanup()\n\nRun at interpreter exit: marks the module as exiting and disposes the\n"
+     "_cleanup($self)\n--\n\nRun at interpreter exit: marks the module as exiting and disposes the\n"
      "default environment."},
     {nullptr, nullptr, 0, nullptr}};
 
@@ -218,7 +219,26 @@ PyObject* mod_help(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
   if (!doc) return nullptr;
   py::Ref text = py::Ref::steal(PyObject_Str(doc.get()));
   if (!text) return nullptr;
-  if (write_stdout(std::string(PyUnicode_AsUTF8(text.get())) + "\n") < 0) return nullptr;
+  // CPython keeps a callable's signature line apart from __doc__: put it back in front, as
+  // inspect renders it (defaults as values), without the instance a bound call supplies.
+  std::string out;
+  py::Ref inspect = py::Ref::steal(PyImport_ImportModule("inspect"));
+  py::Ref sig = inspect ? py::Ref::steal(PyObject_CallMethod(inspect.get(), "signature", "O", args[0])) : py::Ref();
+  py::Ref sig_text = sig ? py::Ref::steal(PyObject_Str(sig.get())) : py::Ref();
+  py::Ref name = py::Ref::steal(PyObject_GetAttrString(args[0], "__name__"));
+  if (sig_text && name && PyUnicode_Check(name.get())) {
+    std::string params = PyUnicode_AsUTF8(sig_text.get());
+    for (const char* me : {"(self, /, ", "(self, /", "(cls, /, ", "(cls, /"}) {
+      if (params.rfind(me, 0) == 0) {
+        params = "(" + params.substr(std::strlen(me));
+        break;
+      }
+    }
+    out = std::string(PyUnicode_AsUTF8(name.get())) + params + "\n\n";
+  }
+  PyErr_Clear();
+  out += PyUnicode_AsUTF8(text.get());
+  if (write_stdout(out + "\n") < 0) return nullptr;
   return py::none();
 }
 
@@ -247,22 +267,22 @@ PyObject* mod_cl_main(PyObject*, PyObject*) {
 
 PyMethodDef module_functions[] = {
     {"_cl_main", py::guarded<&mod_cl_main>, METH_NOARGS,
-     "_cl_main()\n\nRuns the velmor_cl command-line solver with this program's arguments\n"
+     "_cl_main()\n--\n\nRuns the velmor_cl command-line solver with this program's arguments\n"
      "(the entry point of the installed velmor_cl command)."},
     {"read", (PyCFunction)(void (*)(void))py::guarded<&mod_read>, METH_FASTCALL | METH_KEYWORDS,
-     "read(filename, env=None)\n\nReads a model from a file and returns it. The name may hold\n"
+     "read(filename, env=None)\n--\n\nReads a model from a file and returns it. The name may hold\n"
      "the wildcards '*' and '?' (the first match is used). Without env the default\n"
      "environment is used.\n\nExample: m = read(\"afiro.mps\")"},
     {"models", py::guarded<&velmor_models>, METH_NOARGS,
-     "models()\n\nPrints the models currently loaded in the main program."},
+     "models()\n--\n\nPrints the models currently loaded in the main program."},
     {"disposeDefaultEnv", py::guarded<&velmor_disposedefaultenv>, METH_NOARGS,
-     "disposeDefaultEnv()\n\nDisposes the default environment. The next Model() or parameter\n"
+     "disposeDefaultEnv()\n--\n\nDisposes the default environment. The next Model() or parameter\n"
      "function without an environment creates a new one."},
     {"system", py::guarded<&mod_system>, METH_O,
-     "system(command)\n\nRuns a shell command and returns its exit status.\n\n"
+     "system(command)\n--\n\nRuns a shell command and returns its exit status.\n\n"
      "Example: system(\"ls\")"},
     {"help", (PyCFunction)(void (*)(void))py::guarded<&mod_help>, METH_FASTCALL,
-     "help(argument=None)\n\nWithout an argument, prints the list of shell commands; with one,\n"
+     "help(argument=None)\n--\n\nWithout an argument, prints the list of shell commands; with one,\n"
      "prints the object's documentation."},
     {nullptr, nullptr, 0, nullptr}};
 

@@ -1,4 +1,5 @@
-// The module frame: PyInit_velmorpy builds the module and registers every class family.
+// The module frame: PyInit__velmorpy builds the extension and registers every class family. The
+// package velmorpy (module/velmorpy/__init__.py.in) loads HiGHS first, then re-exports it.
 #include "core/py_ref.h"
 #include "core/registry.h"
 #include "core/services.h"
@@ -10,8 +11,13 @@ const char module_doc[] =
     "Create an Env (or use the default one), build a Model from variables and constraints,\n"
     "optimise it, and read results as attributes. Constants live in the class VLM; the\n"
     "module-level functions setParam, readParams, writeParams, resetParams, paramHelp and\n"
-    "read act on the default environment. Call help() for the list of shell commands.";
+    "read act on the default environment. Call help() for the list of shell commands.\n\n"
+    "Logging: the solver log goes to the console and to the Python logger 'velmorpy'.\n"
+    "LogToConsole=0 silences the console only, records still reach the logger;\n"
+    "OutputFlag=0 silences both.";
 
+// Named "velmorpy", not "velmorpy._velmorpy": the functions it defines then report the package
+// as their __module__, where users (and documentation tools) find them.
 PyModuleDef velmorpy_module = {PyModuleDef_HEAD_INIT, "velmorpy", module_doc, -1, nullptr,
                                nullptr, nullptr, nullptr, nullptr};
 
@@ -22,7 +28,7 @@ ModuleServices& services() {
   return instance;
 }
 
-PyMODINIT_FUNC PyInit_velmorpy(void) {
+PyMODINIT_FUNC PyInit__velmorpy(void) {
   py::Ref m = py::Ref::steal(PyModule_Create(&velmorpy_module));
   if (!m) return nullptr;
   for (auto reg : {register_exception, register_env, register_param, register_constants,

@@ -358,20 +358,20 @@ int set_constrs(PyObject* self, PyObject* value, void*) { return set_list_field(
 
 PyMethodDef column_methods[] = {
     {"addTerms", (PyCFunction)(void (*)(void))py::guarded<&column_addterms>, METH_VARARGS | METH_KEYWORDS,
-     "addTerms(coeffs, constrs)\n\nAppends terms: a number and a Constr, or a list of numbers and\n"
+     "addTerms($self, coeffs, constrs)\n--\n\nAppends terms: a number and a Constr, or a list of numbers and\n"
      "a list of Constr of the same length.\n\nExample: col.addTerms([1.0, 2.0], [c0, c1])"},
-    {"size", py::guarded<&column_size>, METH_NOARGS, "size()\n\nThe number of terms."},
-    {"getCoeff", py::guarded<&column_getcoeff>, METH_O, "getCoeff(i)\n\nThe coefficient of term i."},
-    {"getConstr", py::guarded<&column_getconstr>, METH_O, "getConstr(i)\n\nThe constraint of term i."},
+    {"size", py::guarded<&column_size>, METH_NOARGS, "size($self)\n--\n\nThe number of terms."},
+    {"getCoeff", py::guarded<&column_getcoeff>, METH_O, "getCoeff($self, i)\n--\n\nThe coefficient of term i."},
+    {"getConstr", py::guarded<&column_getconstr>, METH_O, "getConstr($self, i)\n--\n\nThe constraint of term i."},
     {"remove", py::guarded<&column_remove>, METH_O,
-     "remove(which)\n\nRemoves the term at position which (an int), or every term of the\n"
+     "remove($self, which)\n--\n\nRemoves the term at position which (an int), or every term of the\n"
      "constraint which (a Constr)."},
-    {"clear", py::guarded<&column_clear_method>, METH_NOARGS, "clear()\n\nRemoves every term."},
+    {"clear", py::guarded<&column_clear_method>, METH_NOARGS, "clear($self)\n--\n\nRemoves every term."},
     {"copy", py::guarded<&column_copy>, METH_NOARGS,
-     "copy()\n\nA new Column with the same terms (the constraints themselves are shared)."},
+     "copy($self)\n--\n\nA new Column with the same terms (the constraints themselves are shared)."},
     {"__reduce__", py::guarded<&column_reduce>, METH_NOARGS, "Rebuilds the column from its terms."},
     {"_normalize", py::guarded<&column_normalize>, METH_NOARGS,
-     "_normalize()\n\nMerges the terms of each constraint into one (coefficients added), keeping\n"
+     "_normalize($self)\n--\n\nMerges the terms of each constraint into one (coefficients added), keeping\n"
      "the order of first occurrence."},
     {nullptr, nullptr, 0, nullptr}};
 
@@ -382,7 +382,7 @@ PyGetSetDef column_getset[] = {
     {nullptr, nullptr, nullptr, nullptr, nullptr}};
 
 const char column_doc[] =
-    "Column(coeffs=None, constrs=None)\n\n"
+    "Column(coeffs=None, constrs=None)\n--\n\n"
     "The coefficients of one variable in existing linear constraints, used to add a variable\n"
     "directly into them with Model.addVar(column=...). Build it from a number and a Constr, or\n"
     "from a list of numbers and a list of Constr:\n\n"

@@ -31,11 +31,11 @@ PyObject* constr_numrows(PyObject* self, PyObject*) {
 
 PyMethodDef constr_methods[] = {
     {"__numrows__", py::guarded<&constr_numrows>, METH_NOARGS,
-     "__numrows__()\n\nThe model's current number of linear constraints (NumConstrs)."},
+     "__numrows__($self)\n--\n\nThe model's current number of linear constraints (NumConstrs)."},
     {nullptr, nullptr, 0, nullptr}};
 
 const char constr_doc[] =
-    "Constr(cmodel, rowno)\n\n"
+    "Constr(cmodel, rowno)\n--\n\n"
     "A linear constraint of a model, created by Model.addConstr, addLConstr, addRange or\n"
     "addConstrs. Library attributes read and write as Python attributes:\n\n"
     "    c.RHS = 10.0; print(c.ConstrName, c.Pi)\n\n"

@@ -13,7 +13,7 @@ PyObject* genconstr_repr(PyObject* self) {
 }
 
 const char genconstr_doc[] =
-    "GenConstr(cmodel, genconstrno)\n\n"
+    "GenConstr(cmodel, genconstrno)\n--\n\n"
     "A general constraint of a model (max, min, abs, and, or, norm, indicator, piecewise-linear\n"
     "or function constraint), created by the Model.addGenConstr... methods or addConstr.\n"
     "Library attributes read and write as Python attributes, e.g. gc.GenConstrName.";

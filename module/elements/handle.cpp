@@ -192,24 +192,24 @@ PyObject* handle_typeenum_method(PyObject* cls, PyObject*) {
 
 const PyMethodDef kCommonMethods[] = {
     {"getAttr", py::guarded<&handle_getattr_method>, METH_O,
-     "getAttr(attrname)\n\nReturns the value of a library attribute of this element, for\n"
+     "getAttr($self, attrname)\n--\n\nReturns the value of a library attribute of this element, for\n"
      "example x.getAttr('LB') or c.getAttr(VLM.Attr.RHS). Same as reading x.LB."},
     {"setAttr", (PyCFunction)(void (*)(void))py::guarded<&handle_setattr_method>, METH_FASTCALL,
-     "setAttr(attrname, newval)\n\nSets a library attribute of this element, for example\n"
+     "setAttr($self, attrname, newval)\n--\n\nSets a library attribute of this element, for example\n"
      "x.setAttr('UB', 4.0). Same as x.UB = 4.0. The change takes effect at the next update."},
     {"prefetchAttr", py::guarded<&handle_prefetchattr>, METH_O,
-     "prefetchAttr(attrname)\n\nPrepares a run of reads of one attribute over many elements."},
+     "prefetchAttr($self, attrname)\n--\n\nPrepares a run of reads of one attribute over many elements."},
     {"__dir__", py::guarded<&handle_dir>, METH_NOARGS,
      "The attribute names of this element kind plus the names stored on the object."},
     {"__cindex__", py::guarded<&handle_cindex>, METH_NOARGS,
-     "__cindex__()\n\nThe element's position in the model; negative when it has none."},
+     "__cindex__($self)\n--\n\nThe element's position in the model; negative when it has none."},
     {"sameAs", py::guarded<&handle_sameas>, METH_O,
-     "sameAs(other)\n\nTrue when other stands for the same element of the same model. Use it\n"
+     "sameAs($self, other)\n--\n\nTrue when other stands for the same element of the same model. Use it\n"
      "instead of == (which builds a constraint for variables)."},
     {"_typename", py::guarded<&handle_typename_method>, METH_CLASS | METH_NOARGS,
-     "_typename()\n\nThe class name used by the attribute engine ('Var', 'Constr', ...)."},
+     "_typename($type)\n--\n\nThe class name used by the attribute engine ('Var', 'Constr', ...)."},
     {"_typeenum", py::guarded<&handle_typeenum_method>, METH_CLASS | METH_NOARGS,
-     "_typeenum()\n\nThe element kind code used by the attribute engine."},
+     "_typeenum($type)\n--\n\nThe element kind code used by the attribute engine."},
 };
 
 // ---- fields ----------------------------------------------------------------------------------

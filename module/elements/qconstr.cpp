@@ -24,7 +24,7 @@ PyObject* qconstr_repr(PyObject* self) {
 }
 
 const char qconstr_doc[] =
-    "QConstr(cmodel, qconstrno)\n\n"
+    "QConstr(cmodel, qconstrno)\n--\n\n"
     "A quadratic constraint of a model, created by Model.addQConstr or addConstr with a\n"
     "quadratic expression. Library attributes read and write as Python attributes:\n\n"
     "    qc.QCRHS = 2.0; print(qc.QCName, qc.QCSlack)";

@@ -11,7 +11,7 @@ namespace {
 PyObject* sos_repr(PyObject* self) { return handle_position_repr(self, "SOS", "NumSOS"); }
 
 const char sos_doc[] =
-    "SOS(cmodel, sosno)\n\n"
+    "SOS(cmodel, sosno)\n--\n\n"
     "An SOS constraint of a model, created by Model.addSOS. Model.getSOS(sos) returns its\n"
     "type, members and weights.";
 

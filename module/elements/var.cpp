@@ -62,14 +62,14 @@ PyObject* var_numcols(PyObject* self, PyObject*) {
 
 PyMethodDef var_methods[] = {
     {"_safename", py::guarded<&var_safename_method>, METH_NOARGS,
-     "_safename()\n\nReturns (name, is_pending, is_removed): the name shown for the variable\n"
+     "_safename($self)\n--\n\nReturns (name, is_pending, is_removed): the name shown for the variable\n"
      "('*Awaiting Model Update*' or '*Removed*' when it has none yet or any more)."},
     {"__numcols__", py::guarded<&var_numcols>, METH_NOARGS,
-     "__numcols__()\n\nThe model's current number of variables (NumVars)."},
+     "__numcols__($self)\n--\n\nThe model's current number of variables (NumVars)."},
     {nullptr, nullptr, 0, nullptr}};
 
 const char var_doc[] =
-    "Var(cmodel, colno)\n\n"
+    "Var(cmodel, colno)\n--\n\n"
     "A variable of a model. Variables are created by Model.addVar and Model.addVars, not\n"
     "directly. Library attributes read and write as Python attributes:\n\n"
     "    x.LB = 0.0; x.UB = 4.0; print(x.VarName, x.X)\n\n"

@@ -80,16 +80,17 @@ int env_message(PyObject* self, const std::string& msg) {
 
 // ---- the log callback ------------------------------------------------------------------------
 
-// Receives every console log line of the environment, possibly on a solving thread: writes it
-// to sys.stdout and to the module's logging logger. Never raises.
-void log_callback_stub(const char* msg, void*) {
+// Receives every log line of the environment while OutputFlag is 1, possibly on a solving
+// thread: writes it to sys.stdout when LogToConsole is 1, and always to the module's logging
+// logger, so that LogToConsole=0 quiets the console only. Never raises.
+void log_callback_stub(const char* msg, int to_console, void*) {
   PyGILState_STATE gil = PyGILState_Ensure();
   PyObject *type, *value, *tb;
   PyErr_Fetch(&type, &value, &tb);
   py::Ref text = py::Ref::steal(PyUnicode_DecodeUTF8(msg, static_cast<Py_ssize_t>(std::strlen(msg)), "replace"));
   if (text) {
     PyObject* out = PySys_GetObject("stdout");
-    if (out != nullptr && out != Py_None) {
+    if (to_console && out != nullptr && out != Py_None) {
       py::Ref r = py::Ref::steal(PyObject_CallMethod(out, "write", "O", text.get()));
       if (r) r = py::Ref::steal(PyObject_CallMethod(out, "flush", nullptr));
       if (!r) PyErr_WriteUnraisable(out);
@@ -171,7 +172,7 @@ int env_init(PyObject* self, PyObject* args, PyObject* kwds) {
   }
   e->cenv = capsule.release();
   rc = VLMsetstrparam(handle, "LogFile", logfilename);
-  if (rc == 0) rc = VLMsetlogcallbackfuncenv(handle, log_callback_stub, nullptr);
+  if (rc == 0) rc = VLMsetlogroutefuncenv(handle, log_callback_stub, nullptr);
   if (rc != 0) {
     raise_velmor(rc, self);
     return -1;
@@ -628,54 +629,54 @@ int set_modcnt(PyObject* self, PyObject* value, void*) {
 
 PyMethodDef env_methods[] = {
     {"start", py::guarded<&env_start>, METH_NOARGS,
-     "start()\n\nStarts an environment created with empty=True. Returns the environment."},
+     "start($self)\n--\n\nStarts an environment created with empty=True. Returns the environment."},
     {"dispose", py::guarded<&env_dispose>, METH_NOARGS,
-     "dispose()\n\nFrees the environment's library resources. Disposing the default environment\n"
+     "dispose($self)\n--\n\nFrees the environment's library resources. Disposing the default environment\n"
      "also closes the live models. Disposing twice does nothing."},
-    {"close", py::guarded<&env_dispose>, METH_NOARGS, "close()\n\nSame as dispose()."},
+    {"close", py::guarded<&env_dispose>, METH_NOARGS, "close($self)\n--\n\nSame as dispose()."},
     {"__enter__", py::guarded<&env_enter>, METH_NOARGS, "Returns the environment itself."},
     {"__exit__", (PyCFunction)(void (*)(void))py::guarded<&env_exit>, METH_FASTCALL,
      "Closes the environment when the with-block ends; exceptions propagate."},
     {"_message", py::guarded<&env_message_method>, METH_O,
-     "_message(msg)\n\nWrites msg to the environment's log (or, for an empty environment with\n"
+     "_message($self, msg)\n--\n\nWrites msg to the environment's log (or, for an empty environment with\n"
      "OutputFlag on, to standard output)."},
     {"_getCommStats", py::guarded<&env_getcommstats>, METH_NOARGS,
-     "_getCommStats()\n\nReturns a dict of traffic statistics with a remote solve service\n"
+     "_getCommStats($self)\n--\n\nReturns a dict of traffic statistics with a remote solve service\n"
      "(recvtime, recvbytes, recvmsgs, sendtime, sendbytes, sendmsgs)."},
     {"getTokenLifespan", py::guarded<&env_gettokenlifespan>, METH_NOARGS,
-     "getTokenLifespan()\n\nReturns the remaining lifespan, in seconds, of the licence-service\n"
+     "getTokenLifespan($self)\n--\n\nReturns the remaining lifespan, in seconds, of the licence-service\n"
      "token. Velmor runs without a licence service, so this raises VelmorError\n"
      "(ERROR_DATA_NOT_AVAILABLE)."},
     {"OtherEnv", py::guarded<&env_otherenv>, METH_VARARGS | METH_CLASS,
-     "OtherEnv(logfilename, isvname, appname, expiration, code)\n\nDeprecated: creates and\n"
+     "OtherEnv($type, logfilename, isvname, appname, expiration, code)\n--\n\nDeprecated: creates and\n"
      "starts an environment. The licence identification arguments are accepted and not used."},
     {"AppEnv", py::guarded<&env_otherenv>, METH_VARARGS | METH_CLASS,
-     "AppEnv(logfilename, isvname, appname)\n\nDeprecated: same as OtherEnv."},
+     "AppEnv($type, logfilename, isvname, appname)\n--\n\nDeprecated: same as OtherEnv."},
     {"_paramlist", py::guarded<&env_paramlist>, METH_O,
-     "_paramlist(paramname)\n\nReturns the list of parameter names that paramname denotes: the\n"
+     "_paramlist($self, paramname)\n--\n\nReturns the list of parameter names that paramname denotes: the\n"
      "name itself when it names a parameter exactly (ignoring case), else every name matching\n"
      "it with the wildcards '*' and '?', ignoring case."},
     {"setParam", (PyCFunction)(void (*)(void))py::guarded<&env_setparam>, METH_FASTCALL | METH_KEYWORDS,
-     "setParam(paramname, newval)\n\nSets a parameter. The name ignores case and may hold the\n"
+     "setParam($self, paramname, newval)\n--\n\nSets a parameter. The name ignores case and may hold the\n"
      "wildcards '*' and '?' as long as it matches exactly one parameter (otherwise the matches\n"
      "are listed and nothing is set). newval may be 'default' to restore the default value.\n"
      "On the default environment the change also reaches the live models.\n\n"
      "Example: env.setParam('TimeLimit', 60)"},
     {"fixTuneParam", py::guarded<&env_fixtuneparam>, METH_O,
-     "fixTuneParam(paramname)\n\nKeeps the tuner from changing this parameter."},
+     "fixTuneParam($self, paramname)\n--\n\nKeeps the tuner from changing this parameter."},
     {"resetParams", py::guarded<&env_resetparams>, METH_NOARGS,
-     "resetParams()\n\nRestores every parameter to its default value."},
+     "resetParams($self)\n--\n\nRestores every parameter to its default value."},
     {"readParams", py::guarded<&env_readparams>, METH_O,
-     "readParams(filename)\n\nReads parameter settings from a file of 'Name value' lines (lines\n"
+     "readParams($self, filename)\n--\n\nReads parameter settings from a file of 'Name value' lines (lines\n"
      "starting with '#' are comments). On an error nothing is changed."},
     {"writeParams", py::guarded<&env_writeparams>, METH_O,
-     "writeParams(filename)\n\nWrites every parameter that differs from its default to a file."},
+     "writeParams($self, filename)\n--\n\nWrites every parameter that differs from its default to a file."},
     {"_getParamInfo", py::guarded<&env_getparaminfo>, METH_O,
-     "_getParamInfo(paramname)\n\nReturns (name, type, current value, minimum, maximum, default)\n"
+     "_getParamInfo($self, paramname)\n--\n\nReturns (name, type, current value, minimum, maximum, default)\n"
      "of one parameter. Infinite double values are float('inf'); string parameters have no\n"
      "bounds (None)."},
     {"_getChangeList", py::guarded<&env_getchangelist>, METH_NOARGS,
-     "_getChangeList()\n\nReturns the text listing the parameters that differ from their\n"
+     "_getChangeList($self)\n--\n\nReturns the text listing the parameters that differ from their\n"
      "defaults."},
     {nullptr, nullptr, 0, nullptr}};
 
@@ -688,7 +689,7 @@ PyGetSetDef env_getset[] = {
     {nullptr, nullptr, nullptr, nullptr, nullptr}};
 
 const char env_doc[] =
-    "Env(logfilename=\"\", empty=False, params=None)\n\n"
+    "Env(logfilename=\"\", empty=False, params=None)\n--\n\n"
     "A Velmor environment: the container of parameter settings and the log from which models\n"
     "are created. Most programs use the default environment, made on first need; create one\n"
     "explicitly to give models their own settings or log file.\n\n"

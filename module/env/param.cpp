@@ -116,7 +116,7 @@ void param_dealloc(PyObject* self) {
 PyMethodDef param_methods[] = {
     {"__dir__", py::guarded<&param_dir>, METH_NOARGS, "Lists every parameter name."},
     {"_getChangeList", py::guarded<&param_getchangelist>, METH_NOARGS,
-     "_getChangeList()\n\nReturns the text listing the parameters that differ from their\n"
+     "_getChangeList($self)\n--\n\nReturns the text listing the parameters that differ from their\n"
      "defaults."},
     {nullptr, nullptr, 0, nullptr}};
 
@@ -184,25 +184,25 @@ PyObject* mod_paramhelp(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 PyMethodDef module_functions[] = {
     {"setParam", (PyCFunction)(void (*)(void))py::guarded<&mod_setparam>, METH_FASTCALL,
-     "setParam(paramname, newvalue)\n\nSets a parameter of the default environment (and of the\n"
+     "setParam(paramname, newvalue)\n--\n\nSets a parameter of the default environment (and of the\n"
      "live models). The name ignores case and may hold wildcards; 'default' restores the\n"
      "default.\n\nExample: setParam(\"TimeLimit\", 100)"},
     {"getParamInfo", py::guarded<&mod_getparaminfo>, METH_O,
-     "getParamInfo(paramname)\n\nReturns (name, type, value, minimum, maximum, default) of a\n"
+     "getParamInfo(paramname)\n--\n\nReturns (name, type, value, minimum, maximum, default) of a\n"
      "parameter of the default environment."},
     {"fixTuneParam", py::guarded<&mod_fixtuneparam>, METH_O,
-     "fixTuneParam(paramname)\n\nKeeps the tuner from changing a parameter of the default\n"
+     "fixTuneParam(paramname)\n--\n\nKeeps the tuner from changing a parameter of the default\n"
      "environment."},
     {"resetParams", py::guarded<&mod_resetparams>, METH_NOARGS,
-     "resetParams()\n\nRestores every parameter of the default environment to its default."},
+     "resetParams()\n--\n\nRestores every parameter of the default environment to its default."},
     {"readParams", py::guarded<&mod_readparams>, METH_O,
-     "readParams(filename)\n\nReads parameter settings into the default environment.\n\n"
+     "readParams(filename)\n--\n\nReads parameter settings into the default environment.\n\n"
      "Example: readParams(\"settings.prm\")"},
     {"writeParams", py::guarded<&mod_writeparams>, METH_O,
-     "writeParams(filename)\n\nWrites the non-default settings of the default environment.\n\n"
+     "writeParams(filename)\n--\n\nWrites the non-default settings of the default environment.\n\n"
      "Example: writeParams(\"settings.prm\")"},
     {"paramHelp", (PyCFunction)(void (*)(void))py::guarded<&mod_paramhelp>, METH_FASTCALL,
-     "paramHelp(paramname=None)\n\nPrints the help text of each parameter matching paramname\n"
+     "paramHelp(paramname=None)\n--\n\nPrints the help text of each parameter matching paramname\n"
      "('*' and '?' are wildcards, case is ignored). Without an argument, lists all parameter\n"
      "names.\n\nExample: paramHelp(\"MIPGap\")"},
     {nullptr, nullptr, 0, nullptr}};
@@ -213,7 +213,7 @@ int register_param(PyObject* m) {
   ParamType.tp_basicsize = sizeof(ParamObject);
   ParamType.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC;
   ParamType.tp_doc =
-      "ParamClass(env)\n\nAttribute-style access to the parameters of an environment:\n"
+      "ParamClass(env)\n--\n\nAttribute-style access to the parameters of an environment:\n"
       "params.TimeLimit reads a value, params.TimeLimit = 60 sets it (with the rules of\n"
       "Env.setParam). Reading an unknown name raises AttributeError.";
   ParamType.tp_new = PyType_GenericNew;

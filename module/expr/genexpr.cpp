@@ -50,17 +50,17 @@ struct Kind {
 
 const Kind kKinds[] = {
     {&AbsType, "GenExprAbs", 1, "addGenConstrAbs", abs_members,
-     "GenExprAbs(argvar)\n\nabs_(argvar): the absolute value of a variable."},
+     "GenExprAbs(argvar)\n--\n\nabs_(argvar): the absolute value of a variable."},
     {&AndType, "GenExprAnd", 1, "addGenConstrAnd", list_members,
-     "GenExprAnd(argvars)\n\nand_(*args): the logical 'and' of binary variables."},
+     "GenExprAnd(argvars)\n--\n\nand_(*args): the logical 'and' of binary variables."},
     {&OrType, "GenExprOr", 1, "addGenConstrOr", list_members,
-     "GenExprOr(argvars)\n\nor_(*args): the logical 'or' of binary variables."},
+     "GenExprOr(argvars)\n--\n\nor_(*args): the logical 'or' of binary variables."},
     {&MaxType, "GenExprMax", 2, "addGenConstrMax", const_members,
-     "GenExprMax(argvars, constant)\n\nmax_(*args, constant=None): the maximum of variables and a constant."},
+     "GenExprMax(argvars, constant)\n--\n\nmax_(*args, constant=None): the maximum of variables and a constant."},
     {&MinType, "GenExprMin", 2, "addGenConstrMin", const_members,
-     "GenExprMin(argvars, constant)\n\nmin_(*args, constant=None): the minimum of variables and a constant."},
+     "GenExprMin(argvars, constant)\n--\n\nmin_(*args, constant=None): the minimum of variables and a constant."},
     {&NormType, "GenExprNorm", 2, "addGenConstrNorm", norm_members,
-     "GenExprNorm(argvars, which)\n\nnorm(argvars, which): the norm of a vector of variables."},
+     "GenExprNorm(argvars, which)\n--\n\nnorm(argvars, which): the norm of a vector of variables."},
 };
 
 const Kind* kind_of(PyTypeObject* type) {
@@ -162,7 +162,7 @@ PyObject* ge_addasconstr(PyObject* self, PyObject* args, PyObject* kwds) {
 
 PyMethodDef ge_methods[] = {
     {"_addAsConstr", (PyCFunction)(void (*)(void))py::guarded<&ge_addasconstr>, METH_VARARGS | METH_KEYWORDS,
-     "_addAsConstr(model, resvar, name='')\n\nAdds the general constraint resvar == this expression\n"
+     "_addAsConstr($self, model, resvar, name='')\n--\n\nAdds the general constraint resvar == this expression\n"
      "through the Model's matching addGenConstr... method; returns its GenConstr."},
     {nullptr, nullptr, 0, nullptr}};
 
@@ -216,18 +216,18 @@ PyObject* norm_fn(PyObject*, PyObject* args, PyObject* kwds) {
 
 PyMethodDef module_functions[] = {
     {"abs_", (PyCFunction)(void (*)(void))py::guarded<&abs_fn>, METH_VARARGS | METH_KEYWORDS,
-     "Return expression for the absolute value of argvar"},
+     "abs_(argvar)\n--\n\nReturn expression for the absolute value of argvar"},
     {"and_", py::guarded<&and_fn>, METH_VARARGS,
-     "Return expression for logical 'and'"},
-    {"or_", py::guarded<&or_fn>, METH_VARARGS, "Return expression for logical 'or'"},
+     "and_(*args)\n--\n\nReturn expression for logical 'and'"},
+    {"or_", py::guarded<&or_fn>, METH_VARARGS, "or_(*args)\n--\n\nReturn expression for logical 'or'"},
     {"max_", (PyCFunction)(void (*)(void))py::guarded<&max_fn>, METH_VARARGS | METH_KEYWORDS,
-     "Return expression for maximum"},
+     "max_(*args, constant=None)\n--\n\nReturn expression for maximum"},
     {"min_", (PyCFunction)(void (*)(void))py::guarded<&min_fn>, METH_VARARGS | METH_KEYWORDS,
-     "Return expression for minimum"},
+     "min_(*args, constant=None)\n--\n\nReturn expression for minimum"},
     {"norm", (PyCFunction)(void (*)(void))py::guarded<&norm_fn>, METH_VARARGS | METH_KEYWORDS,
-     "Return expression for norm of a vector"},
+     "norm(argvars, which)\n--\n\nReturn expression for norm of a vector"},
     {"_special_gcargs_concat", py::guarded<&concat_fn>, METH_O,
-     "_special_gcargs_concat(args)\n\nThe arguments as one list; a tupledict contributes its values."},
+     "_special_gcargs_concat(args)\n--\n\nThe arguments as one list; a tupledict contributes its values."},
     {nullptr, nullptr, 0, nullptr}};
 
 int ready(PyTypeObject* type, PyTypeObject* base, const char* doc, PyMemberDef* members) {

@@ -462,32 +462,32 @@ PyObject* get_continue(PyObject* self, void*) {
 
 PyMethodDef lin_methods[] = {
     {"add", (PyCFunction)(void (*)(void))py::guarded<&lin_add_method>, METH_VARARGS | METH_KEYWORDS,
-     "add(expr, mult=1.0)\n\nAdds mult times expr in place. expr may be a Var, a LinExpr or a number:\n\n"
+     "add($self, expr, mult=1.0)\n--\n\nAdds mult times expr in place. expr may be a Var, a LinExpr or a number:\n\n"
      "    e.add(x, 2.0)     # e + 2 x\n    e.add(other)      # e + other\n"},
     {"addConstant", py::guarded<&lin_addconstant>, METH_O,
-     "addConstant(constant)\n\nAdds a number to the constant of the expression."},
+     "addConstant($self, constant)\n--\n\nAdds a number to the constant of the expression."},
     {"addTerms", (PyCFunction)(void (*)(void))py::guarded<&lin_addterms>, METH_FASTCALL,
-     "addTerms(newcoeffs, newvars)\n\nAdds terms: one coefficient and one Var, or a list of\n"
+     "addTerms($self, newcoeffs, newvars)\n--\n\nAdds terms: one coefficient and one Var, or a list of\n"
      "coefficients and a list of Var of the same length:\n\n"
      "    e.addTerms([1.0, 2.0], [x, y])\n"},
     {"size", py::guarded<&lin_size>, METH_NOARGS,
-     "size()\n\nThe number of terms. A variable that occurs in several terms counts each time."},
-    {"getConstant", py::guarded<&lin_getconstant>, METH_NOARGS, "getConstant()\n\nThe constant of the expression."},
-    {"getCoeff", py::guarded<&lin_getcoeff>, METH_O, "getCoeff(i)\n\nThe coefficient of term i."},
-    {"getVar", py::guarded<&lin_getvar>, METH_O, "getVar(i)\n\nThe variable of term i."},
+     "size($self)\n--\n\nThe number of terms. A variable that occurs in several terms counts each time."},
+    {"getConstant", py::guarded<&lin_getconstant>, METH_NOARGS, "getConstant($self)\n--\n\nThe constant of the expression."},
+    {"getCoeff", py::guarded<&lin_getcoeff>, METH_O, "getCoeff($self, i)\n--\n\nThe coefficient of term i."},
+    {"getVar", py::guarded<&lin_getvar>, METH_O, "getVar($self, i)\n--\n\nThe variable of term i."},
     {"getValue", py::guarded<&lin_getvalue>, METH_NOARGS,
-     "getValue()\n\nThe value of the expression in the current solution (the variables' X)."},
+     "getValue($self)\n--\n\nThe value of the expression in the current solution (the variables' X)."},
     {"remove", py::guarded<&lin_remove>, METH_O,
-     "remove(item)\n\nRemoves the term at position item (an int), or every term of a Var."},
-    {"clear", py::guarded<&lin_clear_method>, METH_NOARGS, "clear()\n\nMakes the expression empty: no terms, constant 0."},
-    {"copy", py::guarded<&lin_copy>, METH_NOARGS, "copy()\n\nA copy of the expression."},
-    {"_mul", py::guarded<&lin_mul_method>, METH_O, "_mul(multiplier)\n\nScales the expression in place; returns it."},
+     "remove($self, item)\n--\n\nRemoves the term at position item (an int), or every term of a Var."},
+    {"clear", py::guarded<&lin_clear_method>, METH_NOARGS, "clear($self)\n--\n\nMakes the expression empty: no terms, constant 0."},
+    {"copy", py::guarded<&lin_copy>, METH_NOARGS, "copy($self)\n--\n\nA copy of the expression."},
+    {"_mul", py::guarded<&lin_mul_method>, METH_O, "_mul($self, multiplier)\n--\n\nScales the expression in place; returns it."},
     {"_flatten", py::guarded<&lin_flatten_method>, METH_NOARGS,
-     "_flatten()\n\nMoves the terms of the shared tail into the expression itself."},
+     "_flatten($self)\n--\n\nMoves the terms of the shared tail into the expression itself."},
     {"_normalize", py::guarded<&lin_normalize>, METH_NOARGS,
-     "_normalize()\n\nMerges the terms of each variable into its first term."},
-    {"_asprettystring", py::guarded<&lin_prettystring>, METH_NOARGS, "_asprettystring()\n\nThe readable text."},
-    {"_dbgprint", py::guarded<&lin_dbgprint>, METH_NOARGS, "_dbgprint()\n\nPrints the chain of tails."},
+     "_normalize($self)\n--\n\nMerges the terms of each variable into its first term."},
+    {"_asprettystring", py::guarded<&lin_prettystring>, METH_NOARGS, "_asprettystring($self)\n--\n\nThe readable text."},
+    {"_dbgprint", py::guarded<&lin_dbgprint>, METH_NOARGS, "_dbgprint($self)\n--\n\nPrints the chain of tails."},
     {"__reduce__", py::guarded<&lin_reduce>, METH_NOARGS, "Pickle support."},
     {"__copy__", py::guarded<&lin_copy>, METH_NOARGS, "copy.copy(): same as copy()."},
     {"__deepcopy__", py::guarded<&lin_copy_memo>, METH_O,
@@ -502,7 +502,7 @@ PyGetSetDef lin_getset[] = {
     {nullptr, nullptr, nullptr, nullptr, nullptr}};
 
 const char lin_doc[] =
-    "LinExpr(arg1=None, arg2=None)\n\n"
+    "LinExpr(arg1=None, arg2=None)\n--\n\n"
     "A linear expression: a constant plus terms coefficient * variable. Usually built with\n"
     "operators (x + 2 * y - 3) or quicksum; the constructor accepts:\n\n"
     "    LinExpr()                      # 0.0\n"

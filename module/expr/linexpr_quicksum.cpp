@@ -245,7 +245,7 @@ PyObject* unpickle_fn(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 PyMethodDef module_functions[] = {
     {"quicksum", py::guarded<&quicksum_fn>, METH_O,
-     "A quicker version of the Python built-in 'sum' function for building expressions:\n"
+     "quicksum(iterable)\n--\n\nA quicker version of the Python built-in 'sum' function for building expressions:\n"
      "quicksum(iterable) adds the items into one new expression without intermediate results.\n\n"
      "    expr = quicksum(c[i] * x[i] for i in range(n))\n\n"
      "The result is a LinExpr, or a QuadExpr once a quadratic item is met. A tupledict is\n"

@@ -671,31 +671,31 @@ PyObject* unpickle_fn(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 PyMethodDef quad_methods[] = {
     {"add", (PyCFunction)(void (*)(void))py::guarded<&quad_add_method>, METH_VARARGS | METH_KEYWORDS,
-     "add(expr, mult=1.0)\n\nAdds mult times expr in place: a Var, number, LinExpr or QuadExpr."},
+     "add($self, expr, mult=1.0)\n--\n\nAdds mult times expr in place: a Var, number, LinExpr or QuadExpr."},
     {"addConstant", py::guarded<&quad_addconstant>, METH_O,
-     "addConstant(constant)\n\nAdds a number to the constant of the linear part."},
+     "addConstant($self, constant)\n--\n\nAdds a number to the constant of the linear part."},
     {"addTerms", (PyCFunction)(void (*)(void))py::guarded<&quad_addterms>, METH_VARARGS | METH_KEYWORDS,
-     "addTerms(coeffs, vars, vars2=None)\n\nAdds linear terms (without vars2) or quadratic terms\n"
+     "addTerms($self, coeffs, vars, vars2=None)\n--\n\nAdds linear terms (without vars2) or quadratic terms\n"
      "coeffs[i] * vars[i] * vars2[i]:\n\n    q.addTerms([1.0, 2.0], [x, y], [x, z])   # x^2 + 2 y z\n"},
-    {"size", py::guarded<&quad_size>, METH_NOARGS, "size()\n\nThe number of quadratic terms."},
+    {"size", py::guarded<&quad_size>, METH_NOARGS, "size($self)\n--\n\nThe number of quadratic terms."},
     {"getLinExpr", py::guarded<&quad_getlinexpr>, METH_NOARGS,
-     "getLinExpr()\n\nThe linear part (the expression's own LinExpr, not a copy)."},
-    {"getCoeff", py::guarded<&quad_getcoeff>, METH_O, "getCoeff(i)\n\nThe coefficient of quadratic term i."},
-    {"getVar1", py::guarded<&quad_getvar1>, METH_O, "getVar1(i)\n\nThe first variable of quadratic term i."},
-    {"getVar2", py::guarded<&quad_getvar2>, METH_O, "getVar2(i)\n\nThe second variable of quadratic term i."},
+     "getLinExpr($self)\n--\n\nThe linear part (the expression's own LinExpr, not a copy)."},
+    {"getCoeff", py::guarded<&quad_getcoeff>, METH_O, "getCoeff($self, i)\n--\n\nThe coefficient of quadratic term i."},
+    {"getVar1", py::guarded<&quad_getvar1>, METH_O, "getVar1($self, i)\n--\n\nThe first variable of quadratic term i."},
+    {"getVar2", py::guarded<&quad_getvar2>, METH_O, "getVar2($self, i)\n--\n\nThe second variable of quadratic term i."},
     {"getValue", py::guarded<&quad_getvalue>, METH_NOARGS,
-     "getValue()\n\nThe value of the expression in the current solution (the variables' X)."},
+     "getValue($self)\n--\n\nThe value of the expression in the current solution (the variables' X)."},
     {"remove", py::guarded<&quad_remove>, METH_O,
-     "remove(which)\n\nRemoves quadratic term which (an int), or every term of a Var, linear ones\nincluded."},
-    {"clear", py::guarded<&quad_clear>, METH_NOARGS, "clear()\n\nMakes the expression empty."},
-    {"copy", py::guarded<&quad_copy>, METH_NOARGS, "copy()\n\nA copy of the expression."},
-    {"_mul", py::guarded<&quad_mul_method>, METH_O, "_mul(other)\n\nMultiplies in place; returns the expression."},
+     "remove($self, which)\n--\n\nRemoves quadratic term which (an int), or every term of a Var, linear ones\nincluded."},
+    {"clear", py::guarded<&quad_clear>, METH_NOARGS, "clear($self)\n--\n\nMakes the expression empty."},
+    {"copy", py::guarded<&quad_copy>, METH_NOARGS, "copy($self)\n--\n\nA copy of the expression."},
+    {"_mul", py::guarded<&quad_mul_method>, METH_O, "_mul($self, other)\n--\n\nMultiplies in place; returns the expression."},
     {"_flatten", py::guarded<&quad_flatten_method>, METH_NOARGS,
-     "_flatten()\n\nMoves the terms of the shared tail into the expression itself."},
+     "_flatten($self)\n--\n\nMoves the terms of the shared tail into the expression itself."},
     {"_normalize", py::guarded<&quad_normalize>, METH_NOARGS,
-     "_normalize()\n\nMerges the terms of each variable and of each pair of variables."},
-    {"_asprettystring", py::guarded<&quad_prettystring>, METH_NOARGS, "_asprettystring()\n\nThe readable text."},
-    {"_dbgprint", py::guarded<&quad_dbgprint>, METH_NOARGS, "_dbgprint()\n\nPrints the chain of tails."},
+     "_normalize($self)\n--\n\nMerges the terms of each variable and of each pair of variables."},
+    {"_asprettystring", py::guarded<&quad_prettystring>, METH_NOARGS, "_asprettystring($self)\n--\n\nThe readable text."},
+    {"_dbgprint", py::guarded<&quad_dbgprint>, METH_NOARGS, "_dbgprint($self)\n--\n\nPrints the chain of tails."},
     {"__reduce__", py::guarded<&quad_reduce>, METH_NOARGS, "Pickle support."},
     {"__copy__", py::guarded<&quad_copy>, METH_NOARGS, "copy.copy(): same as copy()."},
     {"__deepcopy__", py::guarded<&quad_copy_memo>, METH_O,
@@ -716,7 +716,7 @@ PyMethodDef module_functions[] = {
     {nullptr, nullptr, 0, nullptr}};
 
 const char quad_doc[] =
-    "QuadExpr(expr=None)\n\n"
+    "QuadExpr(expr=None)\n--\n\n"
     "A quadratic expression: a linear part (a LinExpr, constant included) plus terms\n"
     "coefficient * var1 * var2. Usually built with operators:\n\n"
     "    q = x * x + 2 * x * y + 3      # 3.0 + [ x ^ 2 + 2.0 x * y ]\n\n"

@@ -143,7 +143,7 @@ PyMethodDef tc_methods[] = {
     {nullptr, nullptr, 0, nullptr}};
 
 const char tc_doc[] =
-    "TempConstr(lhs, sense, rhs)\n\n"
+    "TempConstr(lhs, sense, rhs)\n--\n\n"
     "A constraint not yet added to a model: the result of a comparison such as x + y <= 3\n"
     "or x == max_(y, z), and of cond >> constr for an indicator constraint. Pass it to\n"
     "Model.addConstr. A TempConstr has no truth value, so 'lb <= expr <= ub' does not work:\n"

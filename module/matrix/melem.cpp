@@ -231,26 +231,26 @@ PyObject* get_idxarr(PyObject* self, void*) {
 }  // namespace
 
 PyMethodDef melem_methods[] = {
-    {"tolist", py::guarded<&melem_tolist>, METH_NOARGS, "tolist()\n\nThe elements as a (nested) list."},
+    {"tolist", py::guarded<&melem_tolist>, METH_NOARGS, "tolist($self)\n--\n\nThe elements as a (nested) list."},
     {"item", py::guarded<&melem_item>, METH_NOARGS,
-     "item()\n\nThe one element of an object of size 1 (ValueError otherwise)."},
-    {"copy", py::guarded<&melem_copy>, METH_NOARGS, "copy()\n\nA new object over a copy of the element array."},
+     "item($self)\n--\n\nThe one element of an object of size 1 (ValueError otherwise)."},
+    {"copy", py::guarded<&melem_copy>, METH_NOARGS, "copy($self)\n--\n\nA new object over a copy of the element array."},
     {"transpose", py::guarded<&melem_transpose>, METH_NOARGS,
-     "transpose()\n\nThe object with its axes reversed (the same elements)."},
+     "transpose($self)\n--\n\nThe object with its axes reversed (the same elements)."},
     {"reshape", (PyCFunction)(void (*)(void))py::guarded<&melem_reshape>, METH_VARARGS | METH_KEYWORDS,
-     "reshape(*shape, order='C')\n\nThe same elements in a new shape, as ndarray.reshape arranges them."},
+     "reshape($self, *shape, order='C')\n--\n\nThe same elements in a new shape, as ndarray.reshape arranges them."},
     {"diagonal", (PyCFunction)(void (*)(void))py::guarded<&melem_diagonal>, METH_VARARGS | METH_KEYWORDS,
-     "diagonal(offset=0, axis1=0, axis2=1)\n\nThe diagonal elements, as ndarray.diagonal picks them."},
+     "diagonal($self, offset=0, axis1=0, axis2=1)\n--\n\nThe diagonal elements, as ndarray.diagonal picks them."},
     {"_squeeze", (PyCFunction)(void (*)(void))py::guarded<&melem_squeeze>, METH_FASTCALL,
-     "_squeeze(axis=None)\n\nThe object with axes of length one removed."},
+     "_squeeze($self, axis=None)\n--\n\nThe object with axes of length one removed."},
     {"getAttr", py::guarded<&melem_getattr_method>, METH_O,
-     "getAttr(attrname)\n\nThe attribute for all elements as an ndarray of this shape (int32, float64\n"
+     "getAttr($self, attrname)\n--\n\nThe attribute for all elements as an ndarray of this shape (int32, float64\n"
      "or str values), read in one library call."},
     {"setAttr", (PyCFunction)(void (*)(void))py::guarded<&melem_setattr_method>, METH_FASTCALL,
-     "setAttr(attrname, value)\n\nSets the attribute of all elements: value is a scalar for all of them or\n"
+     "setAttr($self, attrname, value)\n--\n\nSets the attribute of all elements: value is a scalar for all of them or\n"
      "an ndarray of this shape. Written in one library call."},
     {"prefetchAttr", py::guarded<&melem_prefetch>, METH_O,
-     "prefetchAttr(attrname)\n\nAsks the library to prepare the attribute's values for all elements."},
+     "prefetchAttr($self, attrname)\n--\n\nAsks the library to prepare the attribute's values for all elements."},
     {"__dir__", py::guarded<&melem_dir>, METH_NOARGS, "The object's names and the attributes of its elements."},
     {nullptr, nullptr, 0, nullptr}};
 

@@ -498,13 +498,13 @@ PyObject* get_qcoef(PyObject* self, void*) {
 
 PyMethodDef shared_methods[] = {
     {"sum", VARARGS_KW(mexpr_sum_method),
-     "sum(axis=None)\n\nThe sum of the elements: over all of them (a 0-d expression), or over the axis\n"
+     "sum($self, axis=None)\n--\n\nThe sum of the elements: over all of them (a 0-d expression), or over the axis\n"
      "or tuple of axes given."},
-    {"transpose", py::guarded<&mexpr_transpose>, METH_NOARGS, "transpose()\n\nThe expressions with the axes reversed."},
-    {"reshape", VARARGS_KW(mexpr_reshape), "reshape(*shape, order='C')\n\nThe same expressions in a new shape."},
-    {"copy", py::guarded<&mexpr_copy>, METH_NOARGS, "copy()\n\nA copy of the expression array."},
+    {"transpose", py::guarded<&mexpr_transpose>, METH_NOARGS, "transpose($self)\n--\n\nThe expressions with the axes reversed."},
+    {"reshape", VARARGS_KW(mexpr_reshape), "reshape($self, *shape, order='C')\n--\n\nThe same expressions in a new shape."},
+    {"copy", py::guarded<&mexpr_copy>, METH_NOARGS, "copy($self)\n--\n\nA copy of the expression array."},
     {"getValue", py::guarded<&mexpr_getvalue>, METH_NOARGS,
-     "getValue()\n\nThe values of the expressions in the current solution, as an ndarray of this shape."},
+     "getValue($self)\n--\n\nThe values of the expressions in the current solution, as an ndarray of this shape."},
 };
 
 PyGetSetDef mexpr_getset[] = {

@@ -64,14 +64,14 @@ PyObject* ml_from_matmul_right(PyObject*, PyObject* args) {
 }
 
 PyMethodDef ml_methods[] = {
-    {"item", py::guarded<&ml_item>, METH_NOARGS, "item()\n\nThe one expression of a size-1 MLinExpr, as a LinExpr."},
+    {"item", py::guarded<&ml_item>, METH_NOARGS, "item($self)\n--\n\nThe one expression of a size-1 MLinExpr, as a LinExpr."},
     {"_extract_Axb", py::guarded<&ml_extract_axb>, METH_NOARGS,
-     "_extract_Axb()\n\n(A, x, b) with the expression equal to A @ x + b element by element (C order)."},
-    {"_from_mvar", py::guarded<&ml_from_mvar>, METH_O | METH_STATIC, "_from_mvar(mvar)\n\nThe expression x of an MVar."},
+     "_extract_Axb($self)\n--\n\n(A, x, b) with the expression equal to A @ x + b element by element (C order)."},
+    {"_from_mvar", py::guarded<&ml_from_mvar>, METH_O | METH_STATIC, "_from_mvar(mvar)\n--\n\nThe expression x of an MVar."},
     {"_from_matmul_left", py::guarded<&ml_from_matmul_left>, METH_VARARGS | METH_STATIC,
-     "_from_matmul_left(x, M)\n\nx @ M for an MVar or MLinExpr x and a constant ndarray or sparse matrix M."},
+     "_from_matmul_left(x, M)\n--\n\nx @ M for an MVar or MLinExpr x and a constant ndarray or sparse matrix M."},
     {"_from_matmul_right", py::guarded<&ml_from_matmul_right>, METH_VARARGS | METH_STATIC,
-     "_from_matmul_right(M, x)\n\nM @ x for a constant ndarray or sparse matrix M and an MVar or MLinExpr x."},
+     "_from_matmul_right(M, x)\n--\n\nM @ x for a constant ndarray or sparse matrix M and an MVar or MLinExpr x."},
     {nullptr, nullptr, 0, nullptr}};
 
 const char ml_doc[] =

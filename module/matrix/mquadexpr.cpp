@@ -76,11 +76,11 @@ PyObject* mq_from_mvar_times_mvar(PyObject*, PyObject* args) {
 }
 
 PyMethodDef mq_methods[] = {
-    {"item", py::guarded<&mq_item>, METH_NOARGS, "item()\n\nThe one expression of a size-1 MQuadExpr, as a QuadExpr."},
+    {"item", py::guarded<&mq_item>, METH_NOARGS, "item($self)\n--\n\nThe one expression of a size-1 MQuadExpr, as a QuadExpr."},
     {"_extract_xQy", py::guarded<&mq_extract_xqy>, METH_NOARGS,
-     "_extract_xQy()\n\n(Q, x, c, constant) with the one-element expression equal to x' Q x + c' x + constant."},
+     "_extract_xQy($self)\n--\n\n(Q, x, c, constant) with the one-element expression equal to x' Q x + c' x + constant."},
     {"_from_mvar_times_mvar", py::guarded<&mq_from_mvar_times_mvar>, METH_VARARGS | METH_STATIC,
-     "_from_mvar_times_mvar(x, y)\n\nThe elementwise product x * y of two MVar objects (shapes broadcast)."},
+     "_from_mvar_times_mvar(x, y)\n--\n\nThe elementwise product x * y of two MVar objects (shapes broadcast)."},
     {nullptr, nullptr, 0, nullptr}};
 
 const char mq_doc[] =

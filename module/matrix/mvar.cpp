@@ -111,14 +111,14 @@ PyObject* mvar_indexed_data(PyObject* self, PyObject* coldata) {
 
 PyMethodDef mvar_methods[] = {
     {"fromlist", py::guarded<&mvar_fromlist_method>, METH_O | METH_STATIC,
-     "fromlist(varlist)\n\nAn MVar from a (nested) list of Var objects; the nesting gives the shape."},
-    {"fromvar", py::guarded<&mvar_fromvar>, METH_O | METH_STATIC, "fromvar(var)\n\nA 0-d MVar holding one Var."},
+     "fromlist(varlist)\n--\n\nAn MVar from a (nested) list of Var objects; the nesting gives the shape."},
+    {"fromvar", py::guarded<&mvar_fromvar>, METH_O | METH_STATIC, "fromvar(var)\n--\n\nA 0-d MVar holding one Var."},
     {"sum", (PyCFunction)(void (*)(void))py::guarded<&mvar_sum>, METH_VARARGS | METH_KEYWORDS,
-     "sum(axis=None)\n\nThe sum of the variables as an MLinExpr: over all of them, or over the axis\n"
+     "sum($self, axis=None)\n--\n\nThe sum of the variables as an MLinExpr: over all of them, or over the axis\n"
      "or tuple of axes given."},
-    {"_toexpr", py::guarded<&mvar_toexpr>, METH_NOARGS, "_toexpr()\n\nThe MVar as an MLinExpr."},
+    {"_toexpr", py::guarded<&mvar_toexpr>, METH_NOARGS, "_toexpr($self)\n--\n\nThe MVar as an MLinExpr."},
     {"_indexed_data", py::guarded<&mvar_indexed_data>, METH_O,
-     "_indexed_data(coldata)\n\nThe entries of a per-column vector at the MVar's variables, as an ndarray of its shape."},
+     "_indexed_data($self, coldata)\n--\n\nThe entries of a per-column vector at the MVar's variables, as an ndarray of its shape."},
     {nullptr, nullptr, 0, nullptr}};
 
 PyNumberMethods mvar_number = {};

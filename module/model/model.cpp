@@ -333,7 +333,7 @@ PyGetSetDef model_getset[] = {
 
 PyMethodDef model_methods[] = {
     {"getAttr", VARARGS_KW(model_getattr_method),
-     "getAttr(attrname, objs=None)\n\n"
+     "getAttr($self, attrname, objs=None)\n--\n\n"
      "Reads a library attribute. Without objs: a model attribute (m.getAttr('ObjVal')), or an\n"
      "element attribute for all elements of its kind as a list (m.getAttr('X')). With a list\n"
      "of elements: the list of their values, read in one call. With a dict (e.g. a tupledict of\n"
@@ -341,51 +341,51 @@ PyMethodDef model_methods[] = {
      "Failures of the list reads raise VelmorError; model attributes that are not available\n"
      "raise AttributeError."},
     {"setAttr", VARARGS_KW(model_setattr_method),
-     "setAttr(attrname, arg1, arg2=None)\n\n"
+     "setAttr($self, attrname, arg1, arg2=None)\n--\n\n"
      "Sets a library attribute: m.setAttr('ModelSense', -1) for a model attribute;\n"
      "m.setAttr('UB', vars, [1, 2, 3]) or m.setAttr('UB', vars, 0.0) for elements (a dict of\n"
      "elements takes a dict of values by key, a list, or one value). Changes take effect at the\n"
      "next update."},
     {"prefetchAttr", py::guarded<&model_prefetchattr>, METH_O,
-     "prefetchAttr(attrname)\n\nPrepares a run of element reads of one attribute."},
+     "prefetchAttr($self, attrname)\n--\n\nPrepares a run of element reads of one attribute."},
     {"__dir__", py::guarded<&model_dir>, METH_NOARGS,
      "The names stored on the model plus the model attribute names of the library."},
     {"setParam", VARARGS_KW(model_setparam),
-     "setParam(paramname, newval)\n\nSets a parameter of this model only (its own copy of the\n"
+     "setParam($self, paramname, newval)\n--\n\nSets a parameter of this model only (its own copy of the\n"
      "environment). Example: m.setParam('TimeLimit', 60)"},
     {"getParamInfo", py::guarded<&model_getparaminfo>, METH_O,
-     "getParamInfo(paramname)\n\nReturns (name, type, value, minimum, maximum, default) of a\n"
+     "getParamInfo($self, paramname)\n--\n\nReturns (name, type, value, minimum, maximum, default) of a\n"
      "parameter of this model."},
     {"fixTuneParam", py::guarded<&model_fixtuneparam>, METH_O,
-     "fixTuneParam(paramname)\n\nKeeps the tuner from changing this parameter of the model."},
+     "fixTuneParam($self, paramname)\n--\n\nKeeps the tuner from changing this parameter of the model."},
     {"resetParams", py::guarded<&model_resetparams>, METH_NOARGS,
-     "resetParams()\n\nRestores every parameter of this model to its default."},
+     "resetParams($self)\n--\n\nRestores every parameter of this model to its default."},
     {"_Model__setup", VARARGS_KW(model_setup_method),
      "__setup(empty=False)\n\nBuilds the element handle lists when they do not exist yet."},
     {"_Model__getupdatemode", py::guarded<&model_getupdatemode_method>, METH_NOARGS,
      "__getupdatemode()\n\nThe UpdateMode parameter, cached until the next update."},
     {"getVars", py::guarded<&model_getvars>, METH_NOARGS,
-     "getVars()\n\nReturns a new list of the model's variables as of the last update."},
+     "getVars($self)\n--\n\nReturns a new list of the model's variables as of the last update."},
     {"getConstrs", py::guarded<&model_getconstrs>, METH_NOARGS,
-     "getConstrs()\n\nReturns a new list of the model's linear constraints as of the last update."},
+     "getConstrs($self)\n--\n\nReturns a new list of the model's linear constraints as of the last update."},
     {"getSOSs", py::guarded<&model_getsoss>, METH_NOARGS,
-     "getSOSs()\n\nReturns a new list of the model's SOS constraints."},
+     "getSOSs($self)\n--\n\nReturns a new list of the model's SOS constraints."},
     {"getQConstrs", py::guarded<&model_getqconstrs>, METH_NOARGS,
-     "getQConstrs()\n\nReturns a new list of the model's quadratic constraints."},
+     "getQConstrs($self)\n--\n\nReturns a new list of the model's quadratic constraints."},
     {"getGenConstrs", py::guarded<&model_getgenconstrs>, METH_NOARGS,
-     "getGenConstrs()\n\nReturns a new list of the model's general constraints."},
+     "getGenConstrs($self)\n--\n\nReturns a new list of the model's general constraints."},
     {"getVarByName", py::guarded<&model_getvarbyname>, METH_O,
-     "getVarByName(name)\n\nThe variable with this name, or None."},
+     "getVarByName($self, name)\n--\n\nThe variable with this name, or None."},
     {"getConstrByName", py::guarded<&model_getconstrbyname>, METH_O,
-     "getConstrByName(name)\n\nThe linear constraint with this name, or None."},
+     "getConstrByName($self, name)\n--\n\nThe linear constraint with this name, or None."},
     {"_owns", py::guarded<&model_owns>, METH_O,
-     "_owns(object)\n\nTrue when the element belongs to this model."},
+     "_owns($self, object)\n--\n\nTrue when the element belongs to this model."},
     {"remove", py::guarded<&model_remove>, METH_O,
-     "remove(items)\n\nRemoves a Var, Constr, SOS, QConstr or GenConstr, or every element of a\n"
+     "remove($self, items)\n--\n\nRemoves a Var, Constr, SOS, QConstr or GenConstr, or every element of a\n"
      "list, tuple or dict (its values) of them, or of a matrix variable or constraint. The\n"
      "removal takes effect at the next update; elements already removed are ignored."},
     {"_removeone", py::guarded<&model_removeone>, METH_O,
-     "_removeone(item)\n\nMarks one element for removal at the next update."},
+     "_removeone($self, item)\n--\n\nMarks one element for removal at the next update."},
 #define FASTCALL_KW(fn) (PyCFunction)(void (*)(void))py::guarded<&fn>, METH_FASTCALL | METH_KEYWORDS
     {"addVar", FASTCALL_KW(model_addvar), model_addvar_doc},
     {"addVars", FASTCALL_KW(model_addvars), model_addvars_doc},
@@ -414,47 +414,47 @@ PyMethodDef model_methods[] = {
     {"setPWLObj", VARARGS_KW(model_setpwlobj), model_setpwlobj_doc},
     {"getPWLObj", py::guarded<&model_getpwlobj>, METH_O, model_getpwlobj_doc},
     {"update", py::guarded<&model_update_method>, METH_NOARGS,
-     "update()\n\nApplies pending changes: removals, then additions and modifications. Elements\n"
+     "update($self)\n--\n\nApplies pending changes: removals, then additions and modifications. Elements\n"
      "added since the last update appear in getVars() and getConstrs() afterwards."},
     {"reset", VARARGS_KW(model_reset),
-     "reset(clearall=0)\n\nDiscards solution information; with clearall=1 also starts, hints\n"
+     "reset($self, clearall=0)\n--\n\nDiscards solution information; with clearall=1 also starts, hints\n"
      "and other inputs that only guide the solver."},
     {"copy", py::guarded<&model_copy>, METH_NOARGS,
-     "copy()\n\nReturns a copy of the model as of its last update (pending changes are not\n"
+     "copy($self)\n--\n\nReturns a copy of the model as of its last update (pending changes are not\n"
      "copied), created in the same environment."},
     {"write", py::guarded<&model_write>, METH_O,
-     "write(filename)\n\nWrites the model (.lp, .mps, optionally .gz), its attribute data or its\n"
+     "write($self, filename)\n--\n\nWrites the model (.lp, .mps, optionally .gz), its attribute data or its\n"
      "parameters (.prm); the suffix decides. Pending changes are applied first for model and\n"
      "attribute files.\n\nExample: m.write('model.lp')"},
     {"read", py::guarded<&model_read>, METH_O,
-     "read(filename)\n\nReads data into the model by the file's suffix: attributes, parameters,\n"
+     "read($self, filename)\n--\n\nReads data into the model by the file's suffix: attributes, parameters,\n"
      "starts, bases. '*' and '?' are expanded (the first match is read)."},
     {"message", py::guarded<&model_message_method>, METH_O,
-     "message(msg)\n\nWrites a line to the model's log."},
+     "message($self, msg)\n--\n\nWrites a line to the model's log."},
     {"dispose", py::guarded<&model_dispose>, METH_NOARGS,
-     "dispose()\n\nFrees the library model. Its elements become unusable. Disposing twice does\n"
+     "dispose($self)\n--\n\nFrees the library model. Its elements become unusable. Disposing twice does\n"
      "nothing."},
-    {"close", py::guarded<&model_dispose>, METH_NOARGS, "close()\n\nSame as dispose()."},
+    {"close", py::guarded<&model_dispose>, METH_NOARGS, "close($self)\n--\n\nSame as dispose()."},
     {"__enter__", py::guarded<&model_enter>, METH_NOARGS, "Returns the model itself."},
     {"__exit__", (PyCFunction)(void (*)(void))py::guarded<&model_exit>, METH_FASTCALL,
      "Disposes the model when the with-block ends; exceptions propagate."},
     {"display", VARARGS_KW(model_display),
-     "display(obj=None)\n\nWrites the model to the log in a readable, LP-like form: objective,\n"
+     "display($self, obj=None)\n--\n\nWrites the model to the log in a readable, LP-like form: objective,\n"
      "constraints, bounds and integer variables. With obj, writes str(obj) instead."},
     {"_splitlongmessage", VARARGS_KW(model_splitlongmessage),
-     "_splitlongmessage(longstring, sep=' ', length=80)\n\nWrites a long text to the log in pieces cut\n"
+     "_splitlongmessage($self, longstring, sep=' ', length=80)\n--\n\nWrites a long text to the log in pieces cut\n"
      "at the last separator before the length limit."},
     {"printStats", py::guarded<&model_printstats>, METH_NOARGS,
-     "printStats()\n\nWrites size, variable types and coefficient ranges of the model to the log."},
+     "printStats($self)\n--\n\nWrites size, variable types and coefficient ranges of the model to the log."},
     {"printQuality", py::guarded<&model_printquality>, METH_NOARGS,
-     "printQuality()\n\nWrites the largest bound, constraint and integrality (or dual and\n"
+     "printQuality($self)\n--\n\nWrites the largest bound, constraint and integrality (or dual and\n"
      "complementarity) violations of the current solution to the log."},
     {"printAttr", VARARGS_KW(model_printattr),
-     "printAttr(attrname, filter='*')\n\nPrints a table of one attribute (or a list of them) for\n"
+     "printAttr($self, attrname, filter='*')\n--\n\nPrints a table of one attribute (or a list of them) for\n"
      "the model or every element that carries it, for elements whose names match filter; zero\n"
      "numeric values are left out.\n\nExample: m.printAttr('X')"},
     {"_getConstrName", py::guarded<&model_getconstrname>, METH_O,
-     "_getConstrName(index)\n\nThe name of a row index counted across linear, quadratic, SOS and\n"
+     "_getConstrName($self, index)\n--\n\nThe name of a row index counted across linear, quadratic, SOS and\n"
      "general constraints."},
     {"addGenConstrMax", VARARGS_KW(model_addgenconstrmax), model_addgenconstrmax_doc},
     {"addGenConstrMin", VARARGS_KW(model_addgenconstrmin), model_addgenconstrmin_doc},
@@ -497,7 +497,7 @@ PyMethodDef model_methods[] = {
 #undef VARARGS_KW
 
 const char model_doc[] =
-    "Model(name=\"\", env=None)\n\n"
+    "Model(name=\"\", env=None)\n--\n\n"
     "An optimisation model: variables, constraints and an objective, held by the library.\n"
     "Without env the default environment is used. Library attributes read and write as\n"
     "Python attributes (m.NumVars, m.ModelSense = -1); names that begin with '_' are stored\n"

@@ -194,7 +194,7 @@ PyObject* model_getjsonsolution(PyObject* self, PyObject*) {
 }
 
 const char presolve_doc[] =
-    "presolve()\n\n"
+    "presolve($self)\n--\n\n"
     "Applies pending changes (update()) and returns a new Model with the same optimal value and\n"
     "usually fewer elements: rows without variables or with a single variable (which becomes a\n"
     "bound) are removed, fixed variables and variables that appear in no constraint are\n"
@@ -202,7 +202,7 @@ const char presolve_doc[] =
     "Raises VelmorError for models with quadratic parts, SOS or general constraints.";
 
 const char getjsonsolution_doc[] =
-    "getJSONSolution()\n\n"
+    "getJSONSolution($self)\n--\n\n"
     "Returns the model's solution as JSON text: SolutionInfo (Status, SolCount, ObjVal, ...),\n"
     "then Vars (VarName, X, RC) and Constrs (ConstrName, Slack, Pi); values that do not exist\n"
     "(no solution, no duals) are left out.\n\n"
@@ -211,7 +211,7 @@ const char getjsonsolution_doc[] =
     "    values = {v['VarName']: v['X'] for v in json.loads(m.getJSONSolution())['Vars']}";
 
 const char computeiis_doc[] =
-    "computeIIS(callback=None)\n\n"
+    "computeIIS($self, callback=None)\n--\n\n"
     "Applies pending changes (update()) and computes an Irreducible Inconsistent Subsystem of\n"
     "the infeasible model: constraints and variable bounds that cannot hold together, and of\n"
     "which any one removed leaves a feasible rest. Members are marked by the attributes\n"
@@ -226,7 +226,7 @@ const char computeiis_doc[] =
     "    print([c.ConstrName for c in m.getConstrs() if c.IISConstr])";
 
 const char feasrelax_doc[] =
-    "feasRelax(relaxobjtype, minrelax, vars, lbpen, ubpen, constrs, rhspen)\n\n"
+    "feasRelax($self, relaxobjtype, minrelax, vars, lbpen, ubpen, constrs, rhspen)\n--\n\n"
     "Changes the model into its feasibility relaxation: for each listed variable bound and\n"
     "constraint an artificial variable takes the violation (ArtL_x, ArtU_x for the bounds of x;\n"
     "ArtP_c, ArtN_c for constraint c) and is penalised: relaxobjtype 0 by penalty times\n"
@@ -241,7 +241,7 @@ const char feasrelax_doc[] =
     "    m.optimize()";
 
 const char feasrelaxs_doc[] =
-    "feasRelaxS(relaxobjtype, minrelax, vrelax, crelax)\n\n"
+    "feasRelaxS($self, relaxobjtype, minrelax, vrelax, crelax)\n--\n\n"
     "The simple form of feasRelax: vrelax True lets every variable bound be violated, crelax\n"
     "True every constraint, each with penalty 1. Returns the least penalty when minrelax is\n"
     "True, else 0.\n\n"
@@ -249,23 +249,23 @@ const char feasrelaxs_doc[] =
     "    m.feasRelaxS(0, True, False, True)";
 
 const char relax_doc[] =
-    "relax()\n\n"
+    "relax($self)\n--\n\n"
     "Returns a new Model, the continuous relaxation of this one as of its last update: integer,\n"
     "binary, semi-continuous and semi-integer variables made continuous, SOS and general\n"
     "constraints removed. For a continuous model it equals a copy.";
 
 const char fixed_doc[] =
-    "fixed()\n\n"
+    "fixed($self)\n--\n\n"
     "Returns a new Model, the fixed version of this solved MIP: the integer variables fixed at\n"
     "their values in the best solution, so that the result is continuous and its solve gives\n"
     "duals (Pi, RC). Raises VelmorError for a continuous model and for a MIP without a solution.";
 
 const char feasibility_doc[] =
-    "feasibility()\n\n"
+    "feasibility($self)\n--\n\n"
     "Returns a new Model, a copy of this one as of its last update with the objective removed.";
 
 const char dualize_doc[] =
-    "dualize()\n\n"
+    "dualize($self)\n--\n\n"
     "Applies pending changes (update()) and returns a new Model, the dual of this LP: one\n"
     "variable per constraint (named like the constraint), one constraint per variable (named\n"
     "like the variable), variables lb_x and ub_x for finite bounds other than x >= 0; the\n"

@@ -193,7 +193,7 @@ PyObject* model_addconstrs(PyObject* self, PyObject* const* args, Py_ssize_t nar
 // ---- docstrings ------------------------------------------------------------------------------
 
 const char model_addconstrs_doc[] =
-    "addConstrs(generator, name=\"\")\n\n"
+    "addConstrs($self, generator, name=\"\")\n--\n\n"
     "Adds one constraint per item of a generator expression of comparisons and returns a\n"
     "tupledict keyed by the values of the generator's loop variables (one value, or a tuple in\n"
     "the order of the for-clauses). With a name, constraint names are name[key]; with \"_\" the\n"

@@ -324,32 +324,32 @@ PyObject* model_getsos(PyObject* self, PyObject* const* args, Py_ssize_t nargs, 
 // ---- docstrings ------------------------------------------------------------------------------
 
 const char model_addsos_doc[] =
-    "addSOS(type, vars, wts=None)\n\n"
+    "addSOS($self, type, vars, wts=None)\n--\n\n"
     "Adds an SOS constraint of VLM.SOS_TYPE1 (at most one member non-zero) or VLM.SOS_TYPE2\n"
     "(at most two, adjacent in weight order) over a list of Vars (or a matrix variable) and\n"
     "returns its SOS. Without wts the weights are 1, 2, 3, ... in list order.";
 
 const char model_getcoeff_doc[] =
-    "getCoeff(constr, var)\n\n"
+    "getCoeff($self, constr, var)\n--\n\n"
     "The coefficient of var in constr as of the last update (0.0 when absent).";
 
 const char model_chgcoeff_doc[] =
-    "chgCoeff(constr, var, newvalue)\n\n"
+    "chgCoeff($self, constr, var, newvalue)\n--\n\n"
     "Sets the coefficient of var in constr (0 removes it); takes effect at the next update.\n"
     "Lists or matrix objects of equal size change many coefficients at once.";
 
 const char model_getcol_doc[] =
-    "getCol(var)\n\n"
+    "getCol($self, var)\n--\n\n"
     "The constraints that var appears in, with its coefficients, as a Column (last update).";
 
 const char model_getrow_doc[] =
-    "getRow(constr)\n\n"
+    "getRow($self, constr)\n--\n\n"
     "The left-hand side of a linear constraint as a LinExpr over the model's Vars (last update).";
 
 const char model_getqcrow_doc[] =
-    "getQCRow(qc)\n\n"
+    "getQCRow($self, qc)\n--\n\n"
     "The left-hand side of a quadratic constraint as a QuadExpr (linear and quadratic part).";
 
 const char model_getsos_doc[] =
-    "getSOS(sos)\n\n"
+    "getSOS($self, sos)\n--\n\n"
     "The tuple (type, list of Var, list of weights) of an SOS constraint.";

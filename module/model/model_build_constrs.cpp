@@ -398,7 +398,7 @@ PyObject* model_addrange(PyObject* self, PyObject* const* args, Py_ssize_t nargs
 // ---- docstrings ------------------------------------------------------------------------------
 
 const char model_addlconstr_doc[] =
-    "addLConstr(lhs, sense=None, rhs=None, name=\"\")\n\n"
+    "addLConstr($self, lhs, sense=None, rhs=None, name=\"\")\n--\n\n"
     "Adds one linear constraint lhs sense rhs and returns its Constr. lhs and rhs are numbers,\n"
     "Vars or LinExprs; sense is VLM.LESS_EQUAL '<', VLM.GREATER_EQUAL '>' or VLM.EQUAL '='.\n"
     "lhs may instead be a linear TempConstr (x + y <= 1), which gives all three.\n\n"
@@ -406,7 +406,7 @@ const char model_addlconstr_doc[] =
     "    m.addLConstr(x + 2 * y, VLM.LESS_EQUAL, 4, name=\"c0\")";
 
 const char model_addconstr_doc[] =
-    "addConstr(constr, name=\"\")\n\n"
+    "addConstr($self, constr, name=\"\")\n--\n\n"
     "Adds the constraint that a comparison built: returns a Constr for a linear one\n"
     "(x + y <= 1), a QConstr for a quadratic one (x * x + y * y <= 4), a Constr for a range\n"
     "(x + y == [1, 2]) and a GenConstr for a general expression (z == max_(x, y)) or an\n"
@@ -417,14 +417,14 @@ const char model_addconstr_doc[] =
     "    c = m.addConstr(x + 2 * y <= 4, name=\"c0\")";
 
 const char model_addqconstr_doc[] =
-    "addQConstr(lhs, sense=None, rhs=None, name=\"\")\n\n"
+    "addQConstr($self, lhs, sense=None, rhs=None, name=\"\")\n--\n\n"
     "Adds one quadratic constraint and returns its QConstr (also for a linear expression).\n"
     "lhs may be a TempConstr (x * x + y * y <= 4), or lhs, sense and rhs are given apart.\n\n"
     "Example:\n"
     "    m.addQConstr(x * x + y * y <= 4, name=\"disc\")";
 
 const char model_addrange_doc[] =
-    "addRange(expr, lower, upper, name=\"\")\n\n"
+    "addRange($self, expr, lower, upper, name=\"\")\n--\n\n"
     "Adds lower <= expr <= upper as one range constraint and returns its Constr. The library\n"
     "adds a slack variable RgName for it, which appears among the variables after update().\n\n"
     "Example:\n"

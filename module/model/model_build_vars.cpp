@@ -377,7 +377,7 @@ PyObject* model_addvars(PyObject* self, PyObject* const* args, Py_ssize_t nargs,
 // ---- docstrings ------------------------------------------------------------------------------
 
 const char model_addvar_doc[] =
-    "addVar(lb=0.0, ub=inf, obj=0.0, vtype=VLM.CONTINUOUS, name=\"\", column=None)\n\n"
+    "addVar($self, lb=0.0, ub=1e309, obj=0.0, vtype='C', name=\"\", column=None)\n--\n\n"
     "Adds one variable and returns its Var.\n\n"
     "lb, ub: bounds (float('inf') or VLM.INFINITY for none); a binary variable without ub gets 1.\n"
     "obj: objective coefficient.\n"
@@ -392,7 +392,7 @@ const char model_addvar_doc[] =
     "    x = m.addVar(ub=4.0, vtype=VLM.INTEGER, name=\"x\")";
 
 const char model_addvars_doc[] =
-    "addVars(*indexes, lb=0.0, ub=inf, obj=0.0, vtype=VLM.CONTINUOUS, name=\"\")\n\n"
+    "addVars($self, *indexes, lb=0.0, ub=1e309, obj=0.0, vtype='C', name=\"\")\n--\n\n"
     "Adds one variable per key of an index set, in one library call, and returns a tupledict\n"
     "from key to Var.\n\n"
     "indexes: each an int n (keys 0 .. n-1) or an iterable of keys; several give their\n"

@@ -28,7 +28,7 @@ PyObject* model_singlescenariomodel(PyObject* self, PyObject*) {
 
 PyMethodDef model_derive_methods[] = {
     {"linearize", py::guarded<&model_linearize>, METH_NOARGS,
-     "linearize()\n\n"
+     "linearize($self)\n--\n\n"
      "Returns a new Model in which every SOS constraint, general constraint and piecewise-\n"
      "linear objective term is replaced by the linear constraints and integer variables the\n"
      "solver uses for it (auxiliary variables are named _aux0, _aux1, ..., auxiliary\n"
@@ -40,7 +40,7 @@ PyMethodDef model_derive_methods[] = {
      "    lin = m.linearize()\n"
      "    lin.write('linearized.lp')"},
     {"singleScenarioModel", py::guarded<&model_singlescenariomodel>, METH_NOARGS,
-     "singleScenarioModel()\n\n"
+     "singleScenarioModel($self)\n--\n\n"
      "Returns a new Model: this model with the changes of the scenario selected by the\n"
      "ScenarioNumber parameter applied (bounds, objective coefficients, right-hand sides) and\n"
      "no scenarios. Uses the model as of its last update(). Raises VelmorError when the\n"

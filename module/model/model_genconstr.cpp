@@ -800,41 +800,41 @@ PyObject* model_getgenconstrpow(PyObject* self, PyObject* gc) { return get_func_
   "function is approximated (\"\" uses the parameters of the same names).\n"
 
 const char model_addgenconstrmax_doc[] =
-    "addGenConstrMax(resvar, vars, constant=None, name=\"\")\n\n"
+    "addGenConstrMax($self, resvar, vars, constant=None, name=\"\")\n--\n\n"
     "Adds the general constraint resvar = max(vars..., constant) and returns its GenConstr.\n"
     "vars is a list of Var (nested lists are spliced), the values of a tupledict, or an MVar;\n"
     "without constant only the variables count. Also reached through\n"
     "addConstr(z == max_(x, y, constant=1)).\n\n"
     "Example: m.addGenConstrMax(z, [x, y], 3.0, name=\"zmax\")";
 const char model_addgenconstrmin_doc[] =
-    "addGenConstrMin(resvar, vars, constant=None, name=\"\")\n\n"
+    "addGenConstrMin($self, resvar, vars, constant=None, name=\"\")\n--\n\n"
     "Adds the general constraint resvar = min(vars..., constant) and returns its GenConstr;\n"
     "arguments as for addGenConstrMax. Also reached through addConstr(z == min_(x, y)).\n\n"
     "Example: m.addGenConstrMin(z, [x, y], name=\"zmin\")";
 const char model_addgenconstrabs_doc[] =
-    "addGenConstrAbs(resvar, argvar, name=\"\")\n\n"
+    "addGenConstrAbs($self, resvar, argvar, name=\"\")\n--\n\n"
     "Adds the general constraint resvar = |argvar| and returns its GenConstr. Also reached\n"
     "through addConstr(z == abs_(x)).\n\n"
     "Example: m.addGenConstrAbs(z, x)";
 const char model_addgenconstrand_doc[] =
-    "addGenConstrAnd(resvar, vars, name=\"\")\n\n"
+    "addGenConstrAnd($self, resvar, vars, name=\"\")\n--\n\n"
     "Adds the general constraint resvar = vars[0] and vars[1] and ... over binary variables\n"
     "(the library refuses others) and returns its GenConstr. Also reached through\n"
     "addConstr(r == and_(b1, b2)).\n\n"
     "Example: m.addGenConstrAnd(r, [b1, b2, b3])";
 const char model_addgenconstror_doc[] =
-    "addGenConstrOr(resvar, vars, name=\"\")\n\n"
+    "addGenConstrOr($self, resvar, vars, name=\"\")\n--\n\n"
     "Adds the general constraint resvar = vars[0] or vars[1] or ... over binary variables\n"
     "and returns its GenConstr. Also reached through addConstr(r == or_(b1, b2)).\n\n"
     "Example: m.addGenConstrOr(r, [b1, b2])";
 const char model_addgenconstrnorm_doc[] =
-    "addGenConstrNorm(resvar, vars, which, name=\"\")\n\n"
+    "addGenConstrNorm($self, resvar, vars, which, name=\"\")\n--\n\n"
     "Adds the general constraint resvar = ||vars||_which and returns its GenConstr. which is\n"
     "0, 1, 2 or VLM.INFINITY (or float('inf')) for the maximum norm. Also reached through\n"
     "addConstr(z == norm([x, y], 2)).\n\n"
     "Example: m.addGenConstrNorm(z, [x, y, w], 2.0)";
 const char model_addgenconstrindicator_doc[] =
-    "addGenConstrIndicator(binvar, binval, lhs, sense=None, rhs=None, name=\"\")\n\n"
+    "addGenConstrIndicator($self, binvar, binval, lhs, sense=None, rhs=None, name=\"\")\n--\n\n"
     "Adds the indicator constraint: binvar == binval implies lhs sense rhs, and returns its\n"
     "GenConstr. binvar is a binary variable, binval true or false. Either lhs is a TempConstr\n"
     "(x + y <= 1; sense and rhs are then ignored) or lhs is a number, Var or LinExpr with sense\n"
@@ -843,51 +843,51 @@ const char model_addgenconstrindicator_doc[] =
     "    m.addGenConstrIndicator(b, True, x + y <= 1)\n"
     "    m.addGenConstrIndicator(b, True, x + y, VLM.LESS_EQUAL, 1)";
 const char model_addgenconstrpwl_doc[] =
-    "addGenConstrPWL(xvar, yvar, xpts, ypts, name=\"\")\n\n"
+    "addGenConstrPWL($self, xvar, yvar, xpts, ypts, name=\"\")\n--\n\n"
     "Adds the constraint yvar = f(xvar) for the piecewise-linear f through the points\n"
     "(xpts[i], ypts[i]) and returns its GenConstr. At least two points; the x values must not\n"
     "decrease (a repeated x value makes a jump).\n\n"
     "Example: m.addGenConstrPWL(x, y, [0, 1, 2], [1.5, 0, 3])";
 const char model_addgenconstrpoly_doc[] =
-    "addGenConstrPoly(xvar, yvar, p, name=\"\", options=\"\")\n\n"
+    "addGenConstrPoly($self, xvar, yvar, p, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = p[0] x^d + p[1] x^(d-1) + ... + p[d] with d = len(p) - 1 and\n"
     "returns its GenConstr. " FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrPoly(x, y, [2, 1.5, 0, 1])   # y = 2x^3 + 1.5x^2 + 1";
 const char model_addgenconstrexp_doc[] =
-    "addGenConstrExp(xvar, yvar, name=\"\", options=\"\")\n\n"
+    "addGenConstrExp($self, xvar, yvar, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = exp(xvar) and returns its GenConstr.\n" FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrExp(x, y, options=\"FuncPieces=100\")";
 const char model_addgenconstrexpa_doc[] =
-    "addGenConstrExpA(xvar, yvar, a, name=\"\", options=\"\")\n\n"
+    "addGenConstrExpA($self, xvar, yvar, a, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = a^xvar for a base a > 0 and returns its GenConstr.\n" FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrExpA(x, y, 2.0)";
 const char model_addgenconstrlog_doc[] =
-    "addGenConstrLog(xvar, yvar, name=\"\", options=\"\")\n\n"
+    "addGenConstrLog($self, xvar, yvar, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = ln(xvar) and returns its GenConstr.\n" FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrLog(x, y)";
 const char model_addgenconstrloga_doc[] =
-    "addGenConstrLogA(xvar, yvar, a, name=\"\", options=\"\")\n\n"
+    "addGenConstrLogA($self, xvar, yvar, a, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = log_a(xvar) for a base a > 0, a != 1, and returns its\n"
     "GenConstr.\n" FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrLogA(x, y, 10.0)";
 const char model_addgenconstrpow_doc[] =
-    "addGenConstrPow(xvar, yvar, a, name=\"\", options=\"\")\n\n"
+    "addGenConstrPow($self, xvar, yvar, a, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = xvar^a and returns its GenConstr.\n" FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrPow(x, y, 0.5)";
 const char model_addgenconstrlogistic_doc[] =
-    "addGenConstrLogistic(xvar, yvar, name=\"\", options=\"\")\n\n"
+    "addGenConstrLogistic($self, xvar, yvar, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = 1 / (1 + exp(-xvar)) and returns its GenConstr.\n" FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrLogistic(x, y)";
 const char model_addgenconstrsin_doc[] =
-    "addGenConstrSin(xvar, yvar, name=\"\", options=\"\")\n\n"
+    "addGenConstrSin($self, xvar, yvar, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = sin(xvar) and returns its GenConstr.\n" FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrSin(x, y)";
 const char model_addgenconstrcos_doc[] =
-    "addGenConstrCos(xvar, yvar, name=\"\", options=\"\")\n\n"
+    "addGenConstrCos($self, xvar, yvar, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = cos(xvar) and returns its GenConstr.\n" FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrCos(x, y)";
 const char model_addgenconstrtan_doc[] =
-    "addGenConstrTan(xvar, yvar, name=\"\", options=\"\")\n\n"
+    "addGenConstrTan($self, xvar, yvar, name=\"\", options=\"\")\n--\n\n"
     "Adds the constraint yvar = tan(xvar) and returns its GenConstr.\n" FUNC_OPTIONS_DOC "\n"
     "Example: m.addGenConstrTan(x, y)";
 
@@ -898,51 +898,51 @@ const char model_addgenconstrtan_doc[] =
   "refused by the library (VelmorError).\n"
 
 const char model_getgenconstrmax_doc[] =
-    "getGenConstrMax(genconstr)\n\n"
+    "getGenConstrMax($self, genconstr)\n--\n\n"
     "Returns (resvar, vars, constant) of a MAX constraint; constant is -VLM.INFINITY when the\n"
     "constraint has none.\n" READER_NOTE;
 const char model_getgenconstrmin_doc[] =
-    "getGenConstrMin(genconstr)\n\n"
+    "getGenConstrMin($self, genconstr)\n--\n\n"
     "Returns (resvar, vars, constant) of a MIN constraint; constant is VLM.INFINITY when the\n"
     "constraint has none.\n" READER_NOTE;
 const char model_getgenconstrabs_doc[] =
-    "getGenConstrAbs(genconstr)\n\nReturns (resvar, argvar) of an ABS constraint.\n" READER_NOTE;
+    "getGenConstrAbs($self, genconstr)\n--\n\nReturns (resvar, argvar) of an ABS constraint.\n" READER_NOTE;
 const char model_getgenconstrand_doc[] =
-    "getGenConstrAnd(genconstr)\n\nReturns (resvar, vars) of an AND constraint.\n" READER_NOTE;
+    "getGenConstrAnd($self, genconstr)\n--\n\nReturns (resvar, vars) of an AND constraint.\n" READER_NOTE;
 const char model_getgenconstror_doc[] =
-    "getGenConstrOr(genconstr)\n\nReturns (resvar, vars) of an OR constraint.\n" READER_NOTE;
+    "getGenConstrOr($self, genconstr)\n--\n\nReturns (resvar, vars) of an OR constraint.\n" READER_NOTE;
 const char model_getgenconstrnorm_doc[] =
-    "getGenConstrNorm(genconstr)\n\n"
+    "getGenConstrNorm($self, genconstr)\n--\n\n"
     "Returns (resvar, vars, which) of a NORM constraint; which is 0.0, 1.0, 2.0 or\n"
     "VLM.INFINITY.\n" READER_NOTE;
 const char model_getgenconstrindicator_doc[] =
-    "getGenConstrIndicator(genconstr)\n\n"
+    "getGenConstrIndicator($self, genconstr)\n--\n\n"
     "Returns (binvar, binval, expr, sense, rhs) of an INDICATOR constraint: binvar == binval\n"
     "(True or False) implies expr sense rhs, expr a LinExpr without constant, sense '<', '>'\n"
     "or '='.\n" READER_NOTE;
 const char model_getgenconstrpwl_doc[] =
-    "getGenConstrPWL(genconstr)\n\n"
+    "getGenConstrPWL($self, genconstr)\n--\n\n"
     "Returns (xvar, yvar, xpts, ypts) of a PWL constraint.\n" READER_NOTE;
 const char model_getgenconstrpoly_doc[] =
-    "getGenConstrPoly(genconstr)\n\n"
+    "getGenConstrPoly($self, genconstr)\n--\n\n"
     "Returns (xvar, yvar, p) of a POLY constraint, p from the highest power down.\n" READER_NOTE;
 const char model_getgenconstrexp_doc[] =
-    "getGenConstrExp(genconstr)\n\nReturns (xvar, yvar) of an EXP constraint.\n" READER_NOTE;
+    "getGenConstrExp($self, genconstr)\n--\n\nReturns (xvar, yvar) of an EXP constraint.\n" READER_NOTE;
 const char model_getgenconstrexpa_doc[] =
-    "getGenConstrExpA(genconstr)\n\nReturns (xvar, yvar, a) of an EXPA constraint.\n" READER_NOTE;
+    "getGenConstrExpA($self, genconstr)\n--\n\nReturns (xvar, yvar, a) of an EXPA constraint.\n" READER_NOTE;
 const char model_getgenconstrlog_doc[] =
-    "getGenConstrLog(genconstr)\n\nReturns (xvar, yvar) of a LOG constraint.\n" READER_NOTE;
+    "getGenConstrLog($self, genconstr)\n--\n\nReturns (xvar, yvar) of a LOG constraint.\n" READER_NOTE;
 const char model_getgenconstrloga_doc[] =
-    "getGenConstrLogA(genconstr)\n\nReturns (xvar, yvar, a) of a LOGA constraint.\n" READER_NOTE;
+    "getGenConstrLogA($self, genconstr)\n--\n\nReturns (xvar, yvar, a) of a LOGA constraint.\n" READER_NOTE;
 const char model_getgenconstrpow_doc[] =
-    "getGenConstrPow(genconstr)\n\nReturns (xvar, yvar, a) of a POW constraint.\n" READER_NOTE;
+    "getGenConstrPow($self, genconstr)\n--\n\nReturns (xvar, yvar, a) of a POW constraint.\n" READER_NOTE;
 const char model_getgenconstrlogistic_doc[] =
-    "getGenConstrLogistic(genconstr)\n\nReturns (xvar, yvar) of a LOGISTIC constraint.\n" READER_NOTE;
+    "getGenConstrLogistic($self, genconstr)\n--\n\nReturns (xvar, yvar) of a LOGISTIC constraint.\n" READER_NOTE;
 const char model_getgenconstrsin_doc[] =
-    "getGenConstrSin(genconstr)\n\nReturns (xvar, yvar) of a SIN constraint.\n" READER_NOTE;
+    "getGenConstrSin($self, genconstr)\n--\n\nReturns (xvar, yvar) of a SIN constraint.\n" READER_NOTE;
 const char model_getgenconstrcos_doc[] =
-    "getGenConstrCos(genconstr)\n\nReturns (xvar, yvar) of a COS constraint.\n" READER_NOTE;
+    "getGenConstrCos($self, genconstr)\n--\n\nReturns (xvar, yvar) of a COS constraint.\n" READER_NOTE;
 const char model_getgenconstrtan_doc[] =
-    "getGenConstrTan(genconstr)\n\nReturns (xvar, yvar) of a TAN constraint.\n" READER_NOTE;
+    "getGenConstrTan($self, genconstr)\n--\n\nReturns (xvar, yvar) of a TAN constraint.\n" READER_NOTE;
 
 #undef READER_NOTE

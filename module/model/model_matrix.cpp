@@ -239,7 +239,7 @@ PyObject* model_addmvar(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_addmvar_doc[] =
-    "addMVar(shape, lb=0.0, ub=VLM.INFINITY, obj=0.0, vtype=VLM.CONTINUOUS, name=\"\")\n\n"
+    "addMVar($self, shape, lb=0.0, ub=1e100, obj=0.0, vtype='C', name=\"\")\n--\n\n"
     "Adds an n-dimensional array of variables in one call and returns it as an MVar.\n"
     "Without ub, binary variables get the upper bound 1, as with addVar.\n"
     "shape is an int or a tuple of ints. The values of the lb, ub, obj, and vtype arguments can either\n"
@@ -366,7 +366,7 @@ PyObject* model_addmconstr(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_addmconstr_doc[] =
-    "addMConstr(A, x, sense, b, name=\"\")\n\n"
+    "addMConstr($self, A, x, sense, b, name=\"\")\n--\n\n"
     "Adds the linear constraints A @ x sense b in one call and returns them as a 1-D MConstr.\n"
     "A is an ndarray or a scipy.sparse matrix (m x n), x an MVar of n variables (None: all\n"
     "variables of the model), sense one character or an array of m ('<', '>', '='), b a\n"
@@ -496,14 +496,14 @@ PyObject* model_addmqconstr(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_addmqconstr_doc[] =
-    "addMQConstr(Q, c, sense, rhs, xQ_L=None, xQ_R=None, xc=None, name=\"\")\n\n"
+    "addMQConstr($self, Q, c, sense, rhs, xQ_L=None, xQ_R=None, xc=None, name=\"\")\n--\n\n"
     "Adds the quadratic constraint xQ_L' Q xQ_R + c' xc sense rhs and returns it as an MQConstr\n"
     "of shape (1,). Q (ndarray or scipy.sparse) and c may be None; the variable arguments are\n"
     "MVar objects and default to all variables of the model. Mismatched dimensions raise\n"
     "VelmorError naming them.";
 
 const char model_setmobjective_doc[] =
-    "setMObjective(Q, c, constant, xQ_L=None, xQ_R=None, xc=None, sense=None)\n\n"
+    "setMObjective($self, Q, c, constant, xQ_L=None, xQ_R=None, xc=None, sense=None)\n--\n\n"
     "Replaces the objective by xQ_L' Q xQ_R + c' xc + constant. Q (ndarray or scipy.sparse) and\n"
     "c may be None; the variable arguments are MVar objects and default to all variables of\n"
     "the model. sense is VLM.MINIMIZE or VLM.MAXIMIZE; None keeps the model's ModelSense.";
@@ -539,7 +539,7 @@ PyObject* model_geta(PyObject* self, PyObject*) {
 }
 
 const char model_geta_doc[] =
-    "getA()\n\nThe linear constraint matrix of the model as of the last update, as a\n"
+    "getA($self)\n--\n\nThe linear constraint matrix of the model as of the last update, as a\n"
     "scipy.sparse CSR matrix (one row per constraint, one column per variable).";
 
 PyObject* model_getq(PyObject* self, PyObject*) {
@@ -566,7 +566,7 @@ PyObject* model_getq(PyObject* self, PyObject*) {
 }
 
 const char model_getq_doc[] =
-    "getQ()\n\nThe quadratic objective terms of the model as of the last update, as a scipy.sparse\n"
+    "getQ($self)\n--\n\nThe quadratic objective terms of the model as of the last update, as a scipy.sparse\n"
     "COO matrix Q with the quadratic part equal to x' Q x; each pair appears once, row <= column.";
 
 PyObject* model_createx(PyObject* self, PyObject*) {
@@ -604,14 +604,14 @@ PyMethodDef model_matrix_methods[] = {
     {"addMVar", VARARGS_KW(model_addmvar), model_addmvar_doc},
     {"addMConstr", VARARGS_KW(model_addmconstr), model_addmconstr_doc},
     {"_addNDConstr", py::guarded<&model_addndconstr>, METH_VARARGS,
-     "_addNDConstr(expr, sense, name)\n\nAdds the constraints expr sense 0 of an MLinExpr as an MConstr of its shape."},
+     "_addNDConstr($self, expr, sense, name)\n--\n\nAdds the constraints expr sense 0 of an MLinExpr as an MConstr of its shape."},
     {"_addNDQConstr", py::guarded<&model_addndqconstr>, METH_VARARGS,
-     "_addNDQConstr(expr, sense, name)\n\nAdds the constraints expr sense 0 of an MQuadExpr as an MQConstr of its shape."},
+     "_addNDQConstr($self, expr, sense, name)\n--\n\nAdds the constraints expr sense 0 of an MQuadExpr as an MQConstr of its shape."},
     {"addMQConstr", VARARGS_KW(model_addmqconstr), model_addmqconstr_doc},
     {"setMObjective", VARARGS_KW(model_setmobjective), model_setmobjective_doc},
     {"getA", py::guarded<&model_geta>, METH_NOARGS, model_geta_doc},
     {"getQ", py::guarded<&model_getq>, METH_NOARGS, model_getq_doc},
-    {"_createX", py::guarded<&model_createx>, METH_NOARGS, "_createX()\n\nAll variables of the model as a 1-D MVar."},
+    {"_createX", py::guarded<&model_createx>, METH_NOARGS, "_createX($self)\n--\n\nAll variables of the model as a 1-D MVar."},
     {"_nd_indexed_names", py::guarded<&model_ndindexednames>, METH_VARARGS,
-     "_nd_indexed_names(prefix, shape)\n\nThe names prefix[i,j,...] for every index of shape, in C order."},
+     "_nd_indexed_names($self, prefix, shape)\n--\n\nThe names prefix[i,j,...] for every index of shape, in C order."},
     {nullptr, nullptr, 0, nullptr}};

@@ -14,7 +14,7 @@
 #include "core/registry.h"
 
 const char model_optimize_doc[] =
-    "optimize(callback=None)\n\n"
+    "optimize($self, callback=None)\n--\n\n"
     "Applies pending changes (update()) and solves the model. The outcome is the Status\n"
     "attribute (VLM.OPTIMAL, VLM.INFEASIBLE, VLM.TIME_LIMIT, ...); when a solution was found,\n"
     "ObjVal, X, Slack and, for continuous models, Pi and RC can be read. Other Python threads\n"
@@ -26,7 +26,7 @@ const char model_optimize_doc[] =
     "        print(m.ObjVal)";
 
 const char model_terminate_doc[] =
-    "terminate()\n\n"
+    "terminate($self)\n--\n\n"
     "Asks a running optimize() of this model to stop as soon as it can (status\n"
     "VLM.INTERRUPTED). Safe to call from another thread or from a callback.";
 
@@ -174,7 +174,7 @@ PyObject* set_matrix_objective(PyObject* self, PyObject* expr, PyObject* sense) 
 }  // namespace
 
 const char model_setobjective_doc[] =
-    "setObjective(expr, sense=None)\n\n"
+    "setObjective($self, expr, sense=None)\n--\n\n"
     "Replaces the whole objective (linear coefficients, quadratic terms and constant) by expr,\n"
     "a number, Var, LinExpr or QuadExpr. sense is VLM.MINIMIZE or VLM.MAXIMIZE; None keeps the\n"
     "model's ModelSense.\n\n"
@@ -201,7 +201,7 @@ PyObject* model_setobjective(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_setobjectiven_doc[] =
-    "setObjectiveN(expr, index, priority=0, weight=1, abstol=1e-6, reltol=0, name=\"\")\n\n"
+    "setObjectiveN($self, expr, index, priority=0, weight=1, abstol=1e-6, reltol=0, name=\"\")\n--\n\n"
     "Sets objective number index of a multi-objective model to the linear expression expr.\n"
     "Objectives of higher priority are optimised first; equal priorities are blended by\n"
     "weight; abstol and reltol bound how much an objective may degrade for later ones.";
@@ -264,7 +264,7 @@ py::Ref linear_from_attr(PyObject* self, const char* attr, double constant) {
 }  // namespace
 
 const char model_getobjective_doc[] =
-    "getObjective(index=None)\n\n"
+    "getObjective($self, index=None)\n--\n\n"
     "The objective as an expression: a LinExpr, or a QuadExpr when the objective has\n"
     "quadratic terms. With index, objective number index of a multi-objective model (this\n"
     "sets the ObjNumber parameter).";
@@ -311,7 +311,7 @@ PyObject* model_getobjective(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_setpwlobj_doc[] =
-    "setPWLObj(var, x, y)\n\n"
+    "setPWLObj($self, var, x, y)\n--\n\n"
     "Gives var a piecewise-linear objective through the points (x[i], y[i]); x must not\n"
     "decrease. It replaces the variable's linear objective coefficient.";
 
@@ -345,7 +345,7 @@ PyObject* model_setpwlobj(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 const char model_getpwlobj_doc[] =
-    "getPWLObj(var)\n\nThe points of var's piecewise-linear objective as a list of (x, y) tuples\n"
+    "getPWLObj($self, var)\n--\n\nThe points of var's piecewise-linear objective as a list of (x, y) tuples\n"
     "(empty when it has none).";
 
 PyObject* model_getpwlobj(PyObject* self, PyObject* var) {

@@ -92,6 +92,13 @@ VLM_API int VLMsetlogcallbackfuncenv(VLMenv* env, VLMlogcallback cb, void* usrda
   });
 }
 
+VLM_API int VLMsetlogroutefuncenv(VLMenv* env, VLMlogroutecallback cb, void* usrdata) {
+  return env_call(env, [&](Env& e) {
+    e.log().set_route(cb, usrdata);
+    return Status::Ok();
+  });
+}
+
 VLM_API int VLMgetcommstats(VLMenv* env, double* recvtimeP, double* recvbytesP,
                             double* recvmsgsP, double* sendtimeP, double* sendbytesP,
                             double* sendmsgsP) {

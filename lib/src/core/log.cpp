@@ -30,7 +30,9 @@ void LogSinks::write(std::string_view message, bool to_console) {
   std::string line(message);
   if (line.empty() || line.back() != '\n') line.push_back('\n');
   std::lock_guard<std::mutex> lock(*mutex_);
-  if (to_console) {
+  if (route_ != nullptr) {
+    route_(line.c_str(), to_console ? 1 : 0, route_usrdata_);
+  } else if (to_console) {
     if (callback_ != nullptr) {
       callback_(line.c_str(), usrdata_);
     } else {

@@ -18,6 +18,8 @@
 namespace vlm {
 
 using LogCallback = void (*)(const char* msg, void* usrdata);
+// A log route sees every line while output is on, told whether it is meant for the console.
+using LogRoute = void (*)(const char* msg, int to_console, void* usrdata);
 
 class LogSinks {
  public:
@@ -33,6 +35,13 @@ class LogSinks {
   }
   bool has_callback() const { return callback_ != nullptr; }
 
+  // Installs (or, with nullptr, removes) the route: it then receives every message written,
+  // console or not, and the console sink (callback or standard output) is left to it.
+  void set_route(LogRoute route, void* usrdata) {
+    route_ = route;
+    route_usrdata_ = usrdata;
+  }
+
   // Writes one message (a newline is added when missing) to the console sink if `to_console`
   // and to the log file if one is open.
   void write(std::string_view message, bool to_console);
@@ -42,6 +51,8 @@ class LogSinks {
   std::string path_;
   LogCallback callback_ = nullptr;
   void* usrdata_ = nullptr;
+  LogRoute route_ = nullptr;
+  void* route_usrdata_ = nullptr;
   std::shared_ptr<std::mutex> mutex_;
 };
 

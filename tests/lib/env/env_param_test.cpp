@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "velmor_c.h"
@@ -208,6 +209,48 @@ TEST_F(EnvTest, EachLogLineReachesEveryActiveSinkOnce) {
   ASSERT_EQ(VLMsetstrparam(env_, "LogFile", log.c_str()), VLM_OK);
   ASSERT_EQ(VLMmsg(env_, "fifth"), VLM_OK);
   EXPECT_EQ(slurp(log), "first\nsecond\nfifth\n");
+}
+
+struct Routed {
+  std::vector<std::pair<std::string, int>> lines;
+};
+
+void route(const char* msg, int toconsole, void* usr) {
+  static_cast<Routed*>(usr)->lines.emplace_back(msg, toconsole);
+}
+
+// A log route sees every line while OutputFlag is 1, told whether it is a console line; the
+// callback it replaces and the log file are unaffected, and a model inherits the route.
+TEST_F(EnvTest, ALogRouteSeesConsoleAndNonConsoleLines) {
+  Routed routed;
+  Captured cap;
+  const std::string log = path("routed.log");
+  ASSERT_EQ(VLMsetlogcallbackfuncenv(env_, capture, &cap), VLM_OK);
+  ASSERT_EQ(VLMsetlogroutefuncenv(env_, route, &routed), VLM_OK);
+  ASSERT_EQ(VLMsetstrparam(env_, "LogFile", log.c_str()), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(env_, "OutputFlag", 1), VLM_OK);
+  ASSERT_EQ(VLMmsg(env_, "shown"), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(env_, "LogToConsole", 0), VLM_OK);
+  ASSERT_EQ(VLMmsg(env_, "quiet"), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(env_, "OutputFlag", 0), VLM_OK);
+  ASSERT_EQ(VLMmsg(env_, "off"), VLM_OK);
+  using Line = std::pair<std::string, int>;
+  EXPECT_EQ(routed.lines, (std::vector<Line>{{"shown\n", 1}, {"quiet\n", 0}}));
+  EXPECT_TRUE(cap.lines.empty());  // the route takes the console's place
+  EXPECT_EQ(slurp(log), "shown\nquiet\n");
+
+  VLMmodel* model = nullptr;
+  ASSERT_EQ(VLMsetintparam(env_, "OutputFlag", 1), VLM_OK);
+  ASSERT_EQ(VLMnewmodel(env_, &model, "m", 0, nullptr, nullptr, nullptr, nullptr, nullptr), VLM_OK);
+  ASSERT_EQ(VLMmsg(VLMgetenv(model), "from the model"), VLM_OK);
+  EXPECT_EQ(routed.lines.back(), (Line{"from the model\n", 0}));
+  VLMfreemodel(model);
+
+  // Removing the route gives the console back to the callback.
+  ASSERT_EQ(VLMsetlogroutefuncenv(env_, nullptr, nullptr), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(env_, "LogToConsole", 1), VLM_OK);
+  ASSERT_EQ(VLMmsg(env_, "back"), VLM_OK);
+  EXPECT_EQ(cap.lines, std::vector<std::string>{"back\n"});
 }
 
 TEST_F(EnvTest, AnUnwritableLogFileIsRefusedAndTheOldOneKept) {
