@@ -213,7 +213,7 @@ bool where_in(const CallbackObject* c, std::initializer_list<int> allowed) {
 }
 
 // A vector of n doubles read with `what`, as a list.
-py::Ref read_vector(PyObject* self, CallbackObject* c, int what, const char* failure) {
+py::Ref read_vector(CallbackObject* c, int what, const char* failure) {
   std::vector<double> x(c->n);
   int rc = c->raw ? VLMcbget(c->raw, c->where, what, x.data()) : VLM_ERROR_CALLBACK;
   if (rc != 0) return py::Ref::steal(raise_velmor_msg(rc, failure));
@@ -335,7 +335,7 @@ PyObject* model_cbgetsolution(PyObject* self, PyObject* vars) {
   if (c == nullptr) return nullptr;
   if (!where_in(c, {VLM_CB_MIPSOL, VLM_CB_MULTIOBJ})) return raise_velmor_msg(VLM_ERROR_CALLBACK, "where != VLM.Callback.MIPSOL");
   if (c->sol == Py_None) {
-    py::Ref v = read_vector(self, c, c->where == VLM_CB_MIPSOL ? VLM_CB_MIPSOL_SOL : VLM_CB_MULTIOBJ_SOL,
+    py::Ref v = read_vector(c, c->where == VLM_CB_MIPSOL ? VLM_CB_MIPSOL_SOL : VLM_CB_MULTIOBJ_SOL,
                             "Failed to retrieve solution in callback");
     if (!v) return nullptr;
     set_field(c->sol, v.get());
@@ -349,7 +349,7 @@ PyObject* model_cbgetnoderel(PyObject* self, PyObject* vars) {
   if (c == nullptr) return nullptr;
   if (c->where != VLM_CB_MIPNODE) return raise_velmor_msg(VLM_ERROR_CALLBACK, "where != VLM.Callback.MIPNODE");
   if (c->noderel == Py_None) {
-    py::Ref v = read_vector(self, c, VLM_CB_MIPNODE_REL, "Node relaxation not available");
+    py::Ref v = read_vector(c, VLM_CB_MIPNODE_REL, "Node relaxation not available");
     if (!v) return nullptr;
     set_field(c->noderel, v.get());
   }
