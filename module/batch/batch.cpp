@@ -354,7 +354,7 @@ PyMethodDef batch_methods[] = {
     {"close", py::guarded<&batch_dispose>, METH_NOARGS, batch_close_doc},
     {"__enter__", py::guarded<&batch_enter>, METH_NOARGS, "__enter__($self)\n--\n\nReturns the batch."},
     {"__exit__", (PyCFunction)(void (*)(void))py::guarded<&batch_exit>, METH_FASTCALL,
-     "__exit__($self, exc_type, exc_value, traceback)\n--\n\nDisposes the batch."},
+     "Disposes the batch when the with-block ends; exceptions propagate."},
     {"__dir__", py::guarded<&batch_dir>, METH_NOARGS,
      "__dir__($self)\n--\n\nThe batch attribute names and the object's own fields."},
     {nullptr, nullptr, 0, nullptr}};
