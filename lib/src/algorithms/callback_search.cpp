@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "algorithms/search_solution.h"
 #include "attrs/attr_table.h"
 #include "env/env.h"
 #include "interfaces/highs_c_api.h"
@@ -846,34 +847,8 @@ Status solve_with_lazy_rows(void* h, Env& env, const ModelData& d, const reform:
   CallbackStats stats;
   auto result = callback_search(h, p, held_out, hooks, cs, &stats);
   if (!result.ok()) return result.status();
-  SearchResult& r = *result;
-  const int n = d.num_vars(), m = d.num_constrs();
   sol.is_mip = true;
-  sol.status = r.status;
-  sol.nodecount = r.nodes;
-  sol.itercount = r.lp_iterations;
-  sol.objbound = std::isfinite(r.bound) ? r.bound : r.bound > 0 ? VLM_INFINITY : -VLM_INFINITY;
-  if (!r.has_solution) return Status::Ok();
-  sol.objval = r.objval;
-  sol.x.assign(r.x.begin(), r.x.begin() + n);
-  sol.mipgap = sol.objval == 0.0 ? (sol.objbound == 0.0 ? 0.0 : VLM_INFINITY)
-                                 : std::fabs(sol.objval - sol.objbound) / std::fabs(sol.objval);
-  sol.slack.resize(m);
-  for (int i = 0; i < m; ++i) {
-    double act = 0.0;
-    for (int k = p.astart[i]; k < p.astart[i + 1]; ++k) act += p.aval[k] * r.x[p.aindex[k]];
-    sol.slack[i] = d.rhs[i] - act;
-  }
-  const int keep = ps.int_param("PoolSolutions");
-  for (auto it = r.incumbents.rbegin(); it != r.incumbents.rend() && static_cast<int>(sol.pool_x.size()) < keep; ++it) {
-    sol.pool_obj.push_back(it->first);
-    sol.pool_x.emplace_back(it->second.begin(), it->second.begin() + n);
-  }
-  if (sol.pool_x.empty()) {
-    sol.pool_obj.push_back(r.objval);
-    sol.pool_x.push_back(sol.x);
-  }
-  sol.sol_count = static_cast<int>(sol.pool_x.size());
+  fill_from_search(*result, d, p, ps.int_param("PoolSolutions"), sol);
   return Status::Ok();
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "algorithms/branch_and_bound.h"
+#include "algorithms/search_solution.h"
 #include "reform/convexity.h"
 #include "algorithms/quadratic_cuts.h"
 #include "env/env.h"
@@ -119,22 +120,8 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
 
   const int n = d.num_vars(), m = d.num_constrs();
   sol.is_mip = p.mip || p.reported_as_mip;
-  sol.status = r.status;
-  sol.nodecount = r.nodes;
-  sol.itercount = r.lp_iterations;
-  sol.objbound = std::isfinite(r.bound) ? r.bound : r.bound > 0 ? VLM_INFINITY : -VLM_INFINITY;
+  fill_from_search(r, d, p, ps.int_param("PoolSolutions"), sol);
   if (!r.has_solution) return Status::Ok();
-  sol.sol_count = 1;
-  sol.objval = r.objval;
-  sol.x.assign(r.x.begin(), r.x.begin() + n);
-  sol.mipgap = sol.objval == 0.0 ? (sol.objbound == 0.0 ? 0.0 : VLM_INFINITY)
-                                 : std::fabs(sol.objval - sol.objbound) / std::fabs(sol.objval);
-  sol.slack.resize(m);
-  for (int i = 0; i < m; ++i) {
-    double act = 0.0;
-    for (int k = p.astart[i]; k < p.astart[i + 1]; ++k) act += p.aval[k] * r.x[p.aindex[k]];
-    sol.slack[i] = d.rhs[i] - act;
-  }
   sol.qc_slack.resize(nq);
   for (int i = 0; i < nq; ++i) {
     const QConstrData& q = d.qconstrs[i];
@@ -143,15 +130,7 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
     for (std::size_t k = 0; k < q.lval.size(); ++k) lhs += q.lval[k] * r.x[q.lind[k]];
     sol.qc_slack[i] = q.rhs - lhs;
   }
-  if (sol.is_mip) {
-    // The pool: incumbents best first (each improved on the one before).
-    const int keep = ps.int_param("PoolSolutions");
-    for (auto it = r.incumbents.rbegin(); it != r.incumbents.rend() && static_cast<int>(sol.pool_x.size()) < keep; ++it) {
-      sol.pool_obj.push_back(it->first);
-      sol.pool_x.emplace_back(it->second.begin(), it->second.begin() + n);
-    }
-    sol.sol_count = static_cast<int>(sol.pool_x.size());
-  } else if (sol.status == VLM_OPTIMAL && duals && !r.row_dual.empty()) {
+  if (!sol.is_mip && sol.status == VLM_OPTIMAL && duals && !r.row_dual.empty()) {
     // Duals of the final outer approximation: a constraint's multiplier is the sum of its cut
     // rows' duals, each weighted back to the scale of g's tangent (which the cuts near the
     // optimum equal).

@@ -84,13 +84,17 @@ TEST_F(TunerTest, FixedParametersAreNotChanged) {
   quick_tuning();
   set_int("TuneResults", 1);
   for (const auto& [name, def] : kMipKnobs) {
-    if (std::string(name) != "Presolve") ASSERT_EQ(VLMfixtuneparam(VLMgetenv(m_), name), VLM_OK) << name;
+    if (std::string(name) != "Presolve") {
+      ASSERT_EQ(VLMfixtuneparam(VLMgetenv(m_), name), VLM_OK) << name;
+    }
   }
   ASSERT_EQ(VLMtunemodel(m_), VLM_OK) << VLMgetmerrormsg(m_);
   ASSERT_EQ(intattr("TuneResultCount"), 1);
   ASSERT_EQ(VLMgettuneresult(m_, 0), VLM_OK);
   for (const auto& [name, def] : kMipKnobs) {
-    if (std::string(name) != "Presolve") EXPECT_EQ(param(name), def) << name;
+    if (std::string(name) != "Presolve") {
+      EXPECT_EQ(param(name), def) << name;
+    }
   }
   const double presolve = param("Presolve");
   EXPECT_TRUE(presolve == -1 || presolve == 0) << presolve;

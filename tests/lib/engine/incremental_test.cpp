@@ -64,7 +64,9 @@ class IncrementalTest : public ModelFixture {
           ASSERT_EQ(VLMsetdblattrelement(m_, "Obj", pick(n), uni(-5, 5)), VLM_OK);
           break;
         case 2:  // right-hand side
-          if (mrows > 0) ASSERT_EQ(VLMsetdblattrelement(m_, "RHS", pick(mrows), uni(2, 12)), VLM_OK);
+          if (mrows > 0) {
+            ASSERT_EQ(VLMsetdblattrelement(m_, "RHS", pick(mrows), uni(2, 12)), VLM_OK);
+          }
           break;
         case 3: {  // coefficient (new or changed)
           if (mrows == 0) break;

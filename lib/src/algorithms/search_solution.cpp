@@ -1,0 +1,40 @@
+#include "algorithms/search_solution.h"
+
+#include <cmath>
+
+namespace vlm::algorithms {
+
+void fill_from_search(const SearchResult& r, const ModelData& d, const reform::WorkingProblem& p, int pool_limit,
+                      Solution& sol) {
+  const int n = d.num_vars(), m = d.num_constrs();
+  sol.status = r.status;
+  sol.nodecount = r.nodes;
+  sol.itercount = r.lp_iterations;
+  sol.objbound = std::isfinite(r.bound) ? r.bound : r.bound > 0 ? VLM_INFINITY : -VLM_INFINITY;
+  if (!r.has_solution) return;
+  sol.sol_count = 1;
+  sol.objval = r.objval;
+  sol.x.assign(r.x.begin(), r.x.begin() + n);
+  sol.mipgap = sol.objval == 0.0 ? (sol.objbound == 0.0 ? 0.0 : VLM_INFINITY)
+                                 : std::fabs(sol.objval - sol.objbound) / std::fabs(sol.objval);
+  sol.slack.resize(m);
+  for (int i = 0; i < m; ++i) {
+    double act = 0.0;
+    for (int k = p.astart[i]; k < p.astart[i + 1]; ++k) act += p.aval[k] * r.x[p.aindex[k]];
+    sol.slack[i] = d.rhs[i] - act;
+  }
+  if (!sol.is_mip) return;
+  // Incumbents were found in improving order: the last is the best.
+  for (auto it = r.incumbents.rbegin(); it != r.incumbents.rend() && static_cast<int>(sol.pool_x.size()) < pool_limit;
+       ++it) {
+    sol.pool_obj.push_back(it->first);
+    sol.pool_x.emplace_back(it->second.begin(), it->second.begin() + n);
+  }
+  if (sol.pool_x.empty()) {
+    sol.pool_obj.push_back(r.objval);
+    sol.pool_x.push_back(sol.x);
+  }
+  sol.sol_count = static_cast<int>(sol.pool_x.size());
+}
+
+}  // namespace vlm::algorithms

@@ -1,0 +1,18 @@
+// The Solution of a search over the working problem, on the user's elements.
+#pragma once
+
+#include "algorithms/branch_and_bound.h"
+#include "engine/solution.h"
+#include "model/model_data.h"
+#include "reform/working_problem.h"
+
+namespace vlm::algorithms {
+
+// Fills `sol` from `r`: status, node and iteration counts, bound, and with a solution its
+// point (user columns), objective, gap and the slacks of the linear constraints; when
+// `sol.is_mip` (set by the caller) also the pool: the incumbents best first, at most
+// `pool_limit`, or the point alone. Cost: O(nonzeros + pool size x variables).
+void fill_from_search(const SearchResult& r, const ModelData& d, const reform::WorkingProblem& p, int pool_limit,
+                      Solution& sol);
+
+}  // namespace vlm::algorithms
