@@ -83,7 +83,7 @@ class Parser {
       ++pos_;
       JsonValue member;
       VLM_RETURN_IF_ERROR(value(&member, depth + 1));
-      v->members.emplace_back(std::move(name), std::move(member));
+      v->members.push_back(JsonMember{std::move(name), std::move(member)});
       blanks();
       if (pos_ < s_.size() && s_[pos_] == ',') {
         ++pos_;

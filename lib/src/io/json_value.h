@@ -15,6 +15,8 @@
 
 namespace vlm::io {
 
+struct JsonMember;
+
 struct JsonValue {
   enum class Kind { kNull, kBool, kNumber, kString, kArray, kObject };
   Kind kind = Kind::kNull;
@@ -22,11 +24,18 @@ struct JsonValue {
   double number = 0.0;
   std::string text;                                      // kString
   std::vector<JsonValue> items;                          // kArray
-  std::vector<std::pair<std::string, JsonValue>> members;  // kObject, in document order
+  std::vector<JsonMember> members;                       // kObject, in document order
 
   bool is_object() const { return kind == Kind::kObject; }
   // The member named `key` of an object (the first one if repeated), or nullptr. O(members).
   const JsonValue* find(std::string_view key) const;
+};
+
+// One member of an object: its name and value (a pair's field names, so that members read as
+// pairs do; std::pair itself cannot hold a type that is still incomplete).
+struct JsonMember {
+  std::string first;
+  JsonValue second;
 };
 
 // Parses the whole of `text` (blanks around the value allowed). Fails with
