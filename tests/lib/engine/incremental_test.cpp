@@ -450,6 +450,33 @@ TEST_F(PatchTest, OtherChangesGoThroughTheCompare) {
   EXPECT_EQ(counts().full, 1);
 }
 
+// Many updates without a solve: once the record of touched elements would outgrow the model
+// it says "anything", and the re-solve goes through the compare, still right.
+// min -x - y, x + y <= 4, x in [0, 3], y in [0, 3]; after the loop UB(x) = UB(y) = 1: -2.
+TEST_F(PatchTest, ALongRecordFallsBackToTheCompare) {
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, -1, 0, 3, 'C', "x"), VLM_OK);
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, -1, 0, 3, 'C', "y"), VLM_OK);
+  row({0, 1}, {1, 1}, '<', 4);
+  solve();
+  EXPECT_NEAR(objval(), -4.0, 1e-9);
+  for (int k = 0; k < 40; ++k) {
+    ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 1 + (k % 3)), VLM_OK);
+    ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 1, 1 + (k % 2)), VLM_OK);
+    ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  }
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 1), VLM_OK);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 1, 1), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), -2.0, 1e-9);
+  EXPECT_EQ(counts().patched, 0);
+  EXPECT_EQ(counts().incremental, 1);
+  // The record starts again after that solve.
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 1, 2), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), -3.0, 1e-9);
+  EXPECT_EQ(counts().patched, 1);
+}
+
 // Bounds of typed columns follow the same rules as a build: a binary's upper bound of 5 is
 // still 1, and a semi-continuous column whose upper bound passes 1e5 needs a binary of its
 // own, which only a build adds (no patch then).
