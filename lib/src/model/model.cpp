@@ -825,15 +825,15 @@ Status Model::update() {
   // The engine's record of what changed: precise only while nothing is added or deleted and
   // every change said what it touches. A record far longer than the model (many updates
   // without a solve) says "anything" instead, which costs the engine one compare.
-  const bool only_touches = only_additions ? false
-                                           : !pending_.touch_other && a.num_vars() == 0 && a.num_constrs() == 0 &&
-                                                 a.num_qconstrs() == 0 && a.num_sos() == 0 &&
-                                                 a.num_genconstrs() == 0 && pending_.slacks.empty() &&
-                                                 pending_.col_entries.empty() &&
-                                                 std::all_of(std::begin(pending_.del), std::end(pending_.del),
-                                                             [](const std::vector<int>& v) { return v.empty(); });
-  if (!only_touches || touched_.vars.size() + pending_.touch_vars.size() > 2 * static_cast<std::size_t>(old_vars) + 64 ||
-      touched_.constrs.size() + pending_.touch_constrs.size() > 2 * static_cast<std::size_t>(old_constrs) + 64) {
+  const bool only_touches = !pending_.touch_other && a.num_vars() == 0 && a.num_constrs() == 0 &&
+                            a.num_qconstrs() == 0 && a.num_sos() == 0 && a.num_genconstrs() == 0 &&
+                            pending_.slacks.empty() && pending_.col_entries.empty() &&
+                            std::all_of(std::begin(pending_.del), std::end(pending_.del),
+                                        [](const std::vector<int>& v) { return v.empty(); });
+  const std::size_t var_cap = 2 * static_cast<std::size_t>(old_vars) + 64;
+  const std::size_t constr_cap = 2 * static_cast<std::size_t>(old_constrs) + 64;
+  if (!only_touches || touched_.vars.size() + pending_.touch_vars.size() > var_cap ||
+      touched_.constrs.size() + pending_.touch_constrs.size() > constr_cap) {
     touched_.other = true;
   }
   if (touched_.other) {

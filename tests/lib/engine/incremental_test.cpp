@@ -407,7 +407,9 @@ TEST_F(PatchTest, RandomBatchesMatchFreshSolves) {
               break;
           }
         }
-        if (u + 1 < updates) ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+        if (u + 1 < updates) {
+          ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+        }
       }
       const vlm::engine::PassCounts before = counts();
       compare_with_copy("seed " + std::to_string(seed) + " step " + std::to_string(step));
