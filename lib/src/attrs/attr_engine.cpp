@@ -495,21 +495,21 @@ const Binding kBindings[] = {
      [](Model& m, int e, const AttrValue& v) -> Status {
        if (std::isnan(v.num) || v.num >= VLM_INFINITY) return invalid("Lower bound must be a number below +infinity");
        double x = clamp_inf(v.num);
-       m.queue_change([e, x](ModelData& d) { d.lb[e] = x; });
+       m.queue_change([e, x](ModelData& d) { d.lb[e] = x; }, Model::Touch::kVar, e);
        return Status::Ok();
      }},
     {"UB", G(o.num = D.ub[e]),
      [](Model& m, int e, const AttrValue& v) -> Status {
        if (std::isnan(v.num) || v.num <= -VLM_INFINITY) return invalid("Upper bound must be a number above -infinity");
        double x = clamp_inf(v.num);
-       m.queue_change([e, x](ModelData& d) { d.ub[e] = x; });
+       m.queue_change([e, x](ModelData& d) { d.ub[e] = x; }, Model::Touch::kVar, e);
        return Status::Ok();
      }},
     {"Obj", G(o.num = D.obj[e]),
      [](Model& m, int e, const AttrValue& v) -> Status {
        VLM_RETURN_IF_ERROR(check_finite("Obj", v.num));
        double x = v.num;
-       m.queue_change([e, x](ModelData& d) { d.obj[e] = x; });
+       m.queue_change([e, x](ModelData& d) { d.obj[e] = x; }, Model::Touch::kVar, e);
        return Status::Ok();
      }},
     {"VType", G(o.ch = D.vtype[e]),
@@ -524,7 +524,7 @@ const Binding kBindings[] = {
     {"VarName", G(o.str = D.varname[e]),
      [](Model& m, int e, const AttrValue& v) -> Status {
        std::string s = v.str;
-       m.queue_change([e, s](ModelData& d) { d.varname.set(e, s); });
+       m.queue_change([e, s](ModelData& d) { d.varname.set(e, s); }, Model::Touch::kNothing, e);
        return Status::Ok();
      }},
     {"PWLObjCvx", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status {
@@ -570,13 +570,13 @@ const Binding kBindings[] = {
      [](Model& m, int e, const AttrValue& v) -> Status {
        if (std::isnan(v.num)) return invalid("Right-hand side is NaN");
        double x = clamp_inf(v.num);
-       m.queue_change([e, x](ModelData& d) { d.rhs[e] = x; });
+       m.queue_change([e, x](ModelData& d) { d.rhs[e] = x; }, Model::Touch::kConstr, e);
        return Status::Ok();
      }},
     {"ConstrName", G(o.str = D.constrname[e]),
      [](Model& m, int e, const AttrValue& v) -> Status {
        std::string s = v.str;
-       m.queue_change([e, s](ModelData& d) { d.constrname.set(e, s); });
+       m.queue_change([e, s](ModelData& d) { d.constrname.set(e, s); }, Model::Touch::kNothing, e);
        return Status::Ok();
      }},
     {"ScenNRHS", [](Model& m, int e, AttrValue& o, [[maybe_unused]] const AttrDef& def) -> Status { auto* s = current_scenario(m); if (!s) return no_scenario(m); o.num = scen_value(s->rhs, e); return Status::Ok(); },
@@ -748,36 +748,46 @@ Status set_attr(Model& m, int attr, int elem, const AttrValue& value) {
     return invalid(std::string("Value for attribute '") + a.name + "' is NaN");
   }
   const int kind = static_cast<int>(a.kind);
+  // These attributes guide a solve (read from the model when it runs) or are only stored;
+  // the engine's working problem of a model without reformulated constructs never reads
+  // them, so they touch nothing it must pass again.
+  constexpr Model::Touch guide = Model::Touch::kNothing;
   if (a.type == AttrType::kStr) {
     std::string s = value.str;
-    m.queue_change([kind, attr, elem, s](ModelData& d) {
-      StrColumn& col = d.extra[kind].str[attr];
-      col.v.resize(d.count(kind));
-      col.v[elem] = s;
-    });
+    m.queue_change(
+        [kind, attr, elem, s](ModelData& d) {
+          StrColumn& col = d.extra[kind].str[attr];
+          col.v.resize(d.count(kind));
+          col.v[elem] = s;
+        },
+        guide, elem);
   } else {
     double x = a.type == AttrType::kDbl ? clamp_inf(value.num) : value.num;
     if (a.type == AttrType::kDbl && value.num >= VLM_UNDEFINED) x = VLM_UNDEFINED;
     double def = extra_default(a);
-    m.queue_change([kind, attr, elem, x, def](ModelData& d) {
-      auto [it, fresh] = d.extra[kind].num.try_emplace(attr);
-      if (fresh) it->second.def = def;
-      it->second.v.resize(d.count(kind), it->second.def);
-      it->second.v[elem] = x;
-    });
+    m.queue_change(
+        [kind, attr, elem, x, def](ModelData& d) {
+          auto [it, fresh] = d.extra[kind].num.try_emplace(attr);
+          if (fresh) it->second.def = def;
+          it->second.v.resize(d.count(kind), it->second.def);
+          it->second.v[elem] = x;
+        },
+        guide, elem);
   }
   return Status::Ok();
 }
 
 void clear_guidance(Model& m) {
   static const char* const guides[] = {"Start", "PStart", "DStart", "VarHintVal", "VarHintPri", "VBasis", "CBasis"};
-  m.queue_change([](ModelData& d) {
-    for (const char* g : guides) {
-      int attr = find_attr(g);
-      int kind = static_cast<int>(attr_table()[attr].kind);
-      d.extra[kind].num.erase(attr);
-    }
-  });
+  m.queue_change(
+      [](ModelData& d) {
+        for (const char* g : guides) {
+          int attr = find_attr(g);
+          int kind = static_cast<int>(attr_table()[attr].kind);
+          d.extra[kind].num.erase(attr);
+        }
+      },
+      Model::Touch::kNothing, 0);
 }
 
 }  // namespace vlm

@@ -601,9 +601,9 @@ void terminate(Model& m) {
 
 namespace {
 // solve_problem, and optimize with the model's kept instance (`kept`; null: a fresh one).
-// With `unchanged`, p is kept->p and the instance already holds it.
+// With `held` other than kNo, p is kept->p and the instance already holds it.
 StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const PhaseOptions& phase, KeptProblem* kept,
-                                          bool unchanged = false);
+                                          Held held = Held::kNo);
 }  // namespace
 
 Status optimize(Model& m) {
@@ -614,12 +614,23 @@ Status optimize(Model& m) {
   auto* kept = static_cast<KeptProblem*>(state.get());
   // Nothing changed since the kept problem was built: it is the working problem again (unless
   // function constraints make it depend on parameters too).
-  const bool unchanged = kept->highs && kept->p.ncol > 0 && kept->version == m.data_version() &&
-                         m.data().genconstrs.empty();
+  Held held = Held::kNo;
+  if (kept->highs && kept->p.ncol > 0 && m.data().genconstrs.empty()) {
+    const Model::Touched& t = m.touched();
+    if (kept->version == m.data_version()) {
+      held = Held::kUnchanged;
+    } else if (!t.other && t.since == kept->version && patch_problem(*kept, m.data(), t.vars, t.constrs)) {
+      // Only bounds, costs and right-hand sides changed: the kept problem was patched in place.
+      held = Held::kPatched;
+      kept->version = m.data_version();
+      m.restart_touched();
+    }
+  }
+  const bool unchanged = held != Held::kNo;
   Problem built;
   if (!unchanged) VLM_RETURN_IF_ERROR(build_problem(m, built));
   const Problem& p = unchanged ? kept->p : built;
-  auto solved = solve(m, p, PhaseOptions{}, kept, unchanged);
+  auto solved = solve(m, p, PhaseOptions{}, kept, held);
   if (!solved.ok()) {
     // What the instance holds is no longer known.
     *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
@@ -630,6 +641,7 @@ Status optimize(Model& m) {
   if (kept->highs && !unchanged) {
     kept->p = std::move(built);
     kept->version = m.data_version();
+    m.restart_touched();
     auto keep_ids = [](std::vector<std::uint64_t>& to, const std::vector<std::uint64_t>& from) {
       // Equal counts and last identities mean equal lists (see kept_problem.cpp): no copy.
       if (to.size() != from.size() || (!to.empty() && to.back() != from.back())) to = from;
@@ -716,7 +728,8 @@ void end_run(void* h) {
 namespace {
 
 StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const PhaseOptions& phase, KeptProblem* kept,
-                                          bool unchanged) {
+                                          Held held) {
+  const bool unchanged = held != Held::kNo;
   const ModelData& d = m.data();
   const ParamSet& ps = m.env().params();
   auto sol = std::make_unique<Solution>();
@@ -801,7 +814,7 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
     if (kept) {
       const long incremental = kept->counts.incremental;
       if (!pass_problem(*kept, p, m.element_ids(VLM_KIND_VAR), m.element_ids(VLM_KIND_CONSTR), kept_start,
-                        unchanged)) {
+                        held)) {
         return explain_rejected_model(d);
       }
       hot = kept->counts.incremental > incremental;

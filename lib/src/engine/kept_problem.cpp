@@ -297,12 +297,93 @@ int pass_whole(void* h, const Problem& p) {
                          p.mip ? p.integrality.data() : nullptr);
 }
 
+bool patch_problem(KeptProblem& k, const ModelData& d, const std::vector<int>& vars, const std::vector<int>& constrs) {
+  Problem& p = k.p;
+  if (!k.highs || p.reformulated != 0 || p.ncol != p.user_cols || p.nrow != p.user_rows ||
+      p.ncol != d.num_vars() || p.nrow != d.num_constrs()) {
+    return false;
+  }
+  // HiGHS takes each index once: the touched lists may repeat one, so sort them.
+  auto distinct = [](const std::vector<int>& v) {
+    std::vector<int> s(v);
+    std::sort(s.begin(), s.end());
+    s.erase(std::unique(s.begin(), s.end()), s.end());
+    return s;
+  };
+  // First what differs (k untouched until every touched column is known to keep its form).
+  std::vector<HighsInt> cost_set, bound_set, row_set;
+  std::vector<double> cost, lo, up, rlo, rup;
+  for (int j : distinct(vars)) {
+    double l, u;
+    int code;
+    if (j < 0 || j >= p.ncol || !reform::base_column(d.vtype[j], d.lb[j], d.ub[j], l, u, code)) return false;
+    if (code != (p.mip ? p.integrality[j] : 0)) return false;  // types are not touched; a safety net
+    if (l != p.lower[j] || u != p.upper[j]) {
+      bound_set.push_back(j);
+      lo.push_back(l);
+      up.push_back(u);
+    }
+    if (d.obj[j] != p.cost[j]) {
+      cost_set.push_back(j);
+      cost.push_back(d.obj[j]);
+    }
+  }
+  for (int i : distinct(constrs)) {
+    if (i < 0 || i >= p.nrow) return false;
+    double l, u;
+    reform::base_row(d.csense[i], d.rhs[i], l, u);
+    if (l != p.rlo[i] || u != p.rup[i]) {
+      row_set.push_back(i);
+      rlo.push_back(l);
+      rup.push_back(u);
+    }
+  }
+  for (std::size_t t = 0; t < bound_set.size(); ++t) {
+    p.lower[bound_set[t]] = lo[t];
+    p.upper[bound_set[t]] = up[t];
+  }
+  for (std::size_t t = 0; t < cost_set.size(); ++t) p.cost[cost_set[t]] = cost[t];
+  for (std::size_t t = 0; t < row_set.size(); ++t) {
+    p.rlo[row_set[t]] = rlo[t];
+    p.rup[row_set[t]] = rup[t];
+  }
+  bool passed = true;
+  try {
+    if (!cost_set.empty()) {
+      passed = ok(Highs_changeColsCostBySet(k.highs.get(), static_cast<HighsInt>(cost_set.size()), cost_set.data(),
+                                            cost.data()));
+    }
+    if (passed && !bound_set.empty()) {
+      passed = ok(Highs_changeColsBoundsBySet(k.highs.get(), static_cast<HighsInt>(bound_set.size()),
+                                              bound_set.data(), lo.data(), up.data()));
+    }
+    if (passed && !row_set.empty()) {
+      passed = ok(Highs_changeRowsBoundsBySet(k.highs.get(), static_cast<HighsInt>(row_set.size()), row_set.data(),
+                                              rlo.data(), rup.data()));
+    }
+  } catch (...) {
+    passed = false;
+  }
+  if (!passed) {
+    // What the instance holds is no longer known: the next pass is a whole one, counted as a
+    // fallback here since an instance was kept.
+    k.highs.reset();
+    k.p = Problem();
+    k.incumbent.clear();
+    ++k.counts.fallback;
+    k.counts.last_fallback = "HiGHS refused a patch";
+    return false;
+  }
+  ++k.counts.patched;
+  return true;
+}
+
 bool pass_problem(KeptProblem& k, const Problem& p, const Ids& col_ids, const Ids& row_ids,
-                  std::vector<double>& start, bool unchanged) {
+                  std::vector<double>& start, Held held) {
   start.clear();
-  if (unchanged && k.highs && &p == &k.p) {
+  if (held != Held::kNo && k.highs && &p == &k.p) {
     ++k.counts.incremental;
-    ++k.counts.unchanged;
+    if (held == Held::kUnchanged) ++k.counts.unchanged;
     if (p.mip && static_cast<int>(k.incumbent.size()) == p.ncol) start = k.incumbent;
     return true;
   }

@@ -32,6 +32,8 @@ struct PassCounts {
   long incremental = 0;  // only the differences passed
   long fallback = 0;     // whole passes although an instance was kept
   long unchanged = 0;    // of the incremental passes: nothing had changed (not even compared)
+  long patched = 0;      // of the incremental passes: only touched bounds, costs and row bounds
+                         // were patched (nothing built or compared)
   std::string last_fallback;  // why the last fallback happened
 };
 
@@ -47,16 +49,31 @@ struct KeptProblem {
   PassCounts counts;
 };
 
+// What the caller knows about the problem it passes: nothing (compare it with the kept one),
+// that it is k.p unchanged, or that it is k.p after patch_problem.
+enum class Held { kNo, kUnchanged, kPatched };
+
+// Changes k.p and its instance in place for a model whose updates since k.p was built only
+// touched the bounds and objective coefficients of the variables `vars` and the right-hand
+// sides of the linear constraints `constrs` (Model::touched): reads those elements from `d`,
+// writes what differs into k.p and passes it with one BySet call per kind. Nothing is built
+// or compared beyond the touched elements. Returns false, with k unchanged, when k.p is not
+// the plain image of the model (reformulated constructs, auxiliary columns or rows, counts
+// out of step) or a touched semi-continuous variable would need a binary of its own; the
+// caller then builds and passes as usual. When HiGHS refuses a call the instance is dropped
+// (k.highs null, counted as a fallback) and false is returned. Cost: O(touched) plus the HiGHS calls.
+bool patch_problem(KeptProblem& k, const ModelData& d, const std::vector<int>& vars, const std::vector<int>& constrs);
+
 // Makes `k.highs` (created when null) hold `p`, whose user columns and rows have the
 // identities `col_ids`/`row_ids`: in place when the kept problem allows it, else by a whole
 // pass. On return `start` holds k.incumbent moved onto p's columns (new columns at the value
 // of their bounds closest to 0), or is empty. Returns false when HiGHS refuses the whole pass
 // (the instance is dropped then); true otherwise. Does not store `p` in `k` (the caller moves
 // it there after the solve). Cost: O(size of p) compares plus the HiGHS calls for what changed.
-// With `unchanged` the caller knows that `p` is k.p (the model did not change): nothing is
-// compared or passed.
+// With `held` other than kNo the caller knows that `p` is k.p and that the instance holds it:
+// nothing is compared or passed.
 bool pass_problem(KeptProblem& k, const reform::WorkingProblem& p, const std::vector<std::uint64_t>& col_ids,
-                  const std::vector<std::uint64_t>& row_ids, std::vector<double>& start, bool unchanged = false);
+                  const std::vector<std::uint64_t>& row_ids, std::vector<double>& start, Held held = Held::kNo);
 
 // Whole pass of `p` to `h` (replacing what it holds). Returns HiGHS' status.
 int pass_whole(void* h, const reform::WorkingProblem& p);

@@ -237,6 +237,13 @@ Status Model::check_coef(double v, const char* what) const {
 
 void Model::queue_change(std::function<void(ModelData&)> change) {
   pending_.changes.push_back(std::move(change));
+  pending_.touch_other = true;
+}
+
+void Model::queue_change(std::function<void(ModelData&)> change, Touch what, int index) {
+  pending_.changes.push_back(std::move(change));
+  if (what == Touch::kVar) pending_.touch_vars.push_back(index);
+  if (what == Touch::kConstr) pending_.touch_constrs.push_back(index);
 }
 
 // ---- variables --------------------------------------------------------------------------------
@@ -814,6 +821,31 @@ Status Model::update() {
                                           [](const std::vector<int>& v) { return v.empty(); });
   const int old_vars = d.num_vars(), old_constrs = d.num_constrs();
   const int old_q = d.num_qconstrs(), old_gen = d.num_genconstrs();
+
+  // The engine's record of what changed: precise only while nothing is added or deleted and
+  // every change said what it touches. A record far longer than the model (many updates
+  // without a solve) says "anything" instead, which costs the engine one compare.
+  const bool only_touches = !pending_.touch_other && a.num_vars() == 0 && a.num_constrs() == 0 &&
+                            a.num_qconstrs() == 0 && a.num_sos() == 0 && a.num_genconstrs() == 0 &&
+                            pending_.slacks.empty() && pending_.col_entries.empty() &&
+                            std::all_of(std::begin(pending_.del), std::end(pending_.del),
+                                        [](const std::vector<int>& v) { return v.empty(); });
+  const std::size_t var_cap = 2 * static_cast<std::size_t>(old_vars) + 64;
+  const std::size_t constr_cap = 2 * static_cast<std::size_t>(old_constrs) + 64;
+  if (!only_touches || touched_.vars.size() + pending_.touch_vars.size() > var_cap ||
+      touched_.constrs.size() + pending_.touch_constrs.size() > constr_cap) {
+    touched_.other = true;
+  }
+  if (touched_.other) {
+    touched_.vars.clear();
+    touched_.constrs.clear();
+  } else {
+    append(touched_.vars, pending_.touch_vars);
+    append(touched_.constrs, pending_.touch_constrs);
+  }
+  pending_.touch_vars.clear();
+  pending_.touch_constrs.clear();
+  pending_.touch_other = false;
 
   // 1. Additions.
   append(d.lb, a.lb);

@@ -116,8 +116,15 @@ class Model {
   // The installed callback (fn null when none).
   UserCallback& user_callback() { return callback_; }
 
-  // Queues a change made through the attribute layer (already validated by it).
+  // Queues a change made through the attribute layer (already validated by it). The engine
+  // must then assume that anything may have changed.
   void queue_change(std::function<void(ModelData&)> change);
+  // What a queued change touches, when the engine can be told precisely: the bounds or
+  // objective coefficient of one variable (kVar), the right-hand side of one linear
+  // constraint (kConstr), or nothing the engine solves (kNothing: names).
+  enum class Touch { kVar, kConstr, kNothing };
+  // Queues `change`, which touches only `what` of element `index` (a valid index now). O(1).
+  void queue_change(std::function<void(ModelData&)> change, Touch what, int index);
   // Marks the queue of changes and drops everything queued after a mark: a call that queues
   // several changes and then fails keeps none of them.
   std::size_t change_mark() const { return pending_.changes.size(); }
@@ -149,6 +156,25 @@ class Model {
 
   // Counts the updates that changed the model: equal values mean equal data. O(1).
   std::uint64_t data_version() const { return data_version_; }
+
+  // What the updates since data version `since` changed, as far as the engine cares: with
+  // `other` false, only the bounds and objective coefficients of `vars` and the right-hand
+  // sides of `constrs` (indices may repeat; nothing was added or deleted). With `other` true
+  // the lists say nothing: anything may have changed.
+  struct Touched {
+    std::uint64_t since = 0;
+    bool other = true;
+    std::vector<int> vars, constrs;
+  };
+  const Touched& touched() const { return touched_; }
+  // Starts a new record at the current data version (the engine calls it once it holds the
+  // data of this version). O(1) amortised; keeps the lists' capacity.
+  void restart_touched() {
+    touched_.since = data_version_;
+    touched_.other = false;
+    touched_.vars.clear();
+    touched_.constrs.clear();
+  }
 
   // What the engine keeps between solves of this model (its HiGHS instance and the problem it
   // holds). Opaque here; never copied with the model; released with it.
@@ -211,6 +237,9 @@ class Model {
     };
     std::vector<RangeSlack> slacks;
     std::vector<std::function<void(ModelData&)>> changes;
+    // What `changes` touch (see Touched); `other` once one touches anything else.
+    std::vector<int> touch_vars, touch_constrs;
+    bool touch_other = false;
     std::vector<int> del[6];
     bool empty() const;
   };
@@ -239,6 +268,7 @@ class Model {
   std::vector<std::uint64_t> ids_[2];  // variables, linear constraints
   std::uint64_t next_id_ = 0;
   std::uint64_t data_version_ = 0;
+  Touched touched_;
   std::shared_ptr<void> engine_state_;
   bool cold_start_ = false;
   UserCallback callback_;

@@ -44,6 +44,37 @@ bool needs_own_semi(double lb, double ub) { return lb < 0.0 || ub > 1e5; }
 
 }  // namespace
 
+bool base_column(char vtype, double lb, double ub, double& lo, double& up, int& integrality) {
+  int code = 0;
+  switch (vtype) {
+    case 'B':
+      lb = std::max(lb, 0.0);
+      ub = std::min(ub, 1.0);
+      code = 1;
+      break;
+    case 'I':
+      code = 1;
+      break;
+    case 'S':
+    case 'N':
+      if (needs_own_semi(lb, ub)) return false;
+      code = vtype == 'S' ? 2 : 3;
+      break;
+    default:
+      break;
+  }
+  lo = to_working(lb);
+  up = to_working(ub);
+  integrality = code;
+  return true;
+}
+
+void base_row(char sense, double rhs, double& lo, double& up) {
+  const double r = to_working(rhs);
+  lo = sense == '<' ? -INFINITY : r;
+  up = sense == '>' ? INFINITY : r;
+}
+
 Status build_base(const ModelData& d, WorkingProblem& p) {
   p.user_cols = p.ncol = d.num_vars();
   p.user_rows = p.nrow = d.num_constrs();
@@ -55,36 +86,14 @@ Status build_base(const ModelData& d, WorkingProblem& p) {
   p.integrality.assign(p.ncol, 0);
   std::vector<int> own_semi;
   for (int j = 0; j < p.ncol; ++j) {
-    double lb = d.lb[j], ub = d.ub[j];
-    switch (d.vtype[j]) {
-      case 'B':
-        lb = std::max(lb, 0.0);
-        ub = std::min(ub, 1.0);
-        p.integrality[j] = 1;
-        break;
-      case 'I':
-        p.integrality[j] = 1;
-        break;
-      case 'S':
-      case 'N':
-        if (needs_own_semi(lb, ub)) {
-          if (ub >= VLM_INFINITY || lb <= -VLM_INFINITY) {
-            return Status(VLM_ERROR_INVALID_ARGUMENT,
-                          "Semi-continuous variable '" + d.varname[j] +
-                              "' needs finite bounds to be solved (its bounds are [" +
-                              short_number(lb) + ", " + short_number(ub) + "])");
-          }
-          p.integrality[j] = d.vtype[j] == 'N' ? 1 : 0;
-          own_semi.push_back(j);
-        } else {
-          p.integrality[j] = d.vtype[j] == 'S' ? 2 : 3;
-        }
-        break;
-      default:
-        break;
+    if (base_column(d.vtype[j], d.lb[j], d.ub[j], p.lower[j], p.upper[j], p.integrality[j])) continue;
+    if (d.ub[j] >= VLM_INFINITY || d.lb[j] <= -VLM_INFINITY) {
+      return Status(VLM_ERROR_INVALID_ARGUMENT, "Semi-continuous variable '" + d.varname[j] +
+                                                    "' needs finite bounds to be solved (its bounds are [" +
+                                                    short_number(d.lb[j]) + ", " + short_number(d.ub[j]) + "])");
     }
-    p.lower[j] = to_working(lb);
-    p.upper[j] = to_working(ub);
+    p.integrality[j] = d.vtype[j] == 'N' ? 1 : 0;
+    own_semi.push_back(j);
   }
   p.astart.clear();
   p.astart.reserve(p.nrow + 2 * own_semi.size() + 1);
@@ -96,21 +105,9 @@ Status build_base(const ModelData& d, WorkingProblem& p) {
     p.aindex.insert(p.aindex.end(), r.ind.begin(), r.ind.end());
     p.aval.insert(p.aval.end(), r.val.begin(), r.val.end());
     p.astart.push_back(static_cast<int>(p.aindex.size()));
-    double rhs = to_working(d.rhs[i]);
-    switch (d.csense[i]) {
-      case '<':
-        p.rlo.push_back(-INFINITY);
-        p.rup.push_back(rhs);
-        break;
-      case '>':
-        p.rlo.push_back(rhs);
-        p.rup.push_back(INFINITY);
-        break;
-      default:
-        p.rlo.push_back(rhs);
-        p.rup.push_back(rhs);
-        break;
-    }
+    p.rlo.emplace_back();
+    p.rup.emplace_back();
+    base_row(d.csense[i], d.rhs[i], p.rlo.back(), p.rup.back());
   }
   for (int j : own_semi) {
     const double lb = d.lb[j], ub = d.ub[j];

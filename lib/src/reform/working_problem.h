@@ -47,6 +47,15 @@ struct WorkingProblem {
 // Converts a library value (+-VLM_INFINITY for infinite) to the working problem's form.
 double to_working(double v);
 
+// The working bounds and integrality code of a user column of type `vtype` with the model's
+// bounds `lb`, `ub`. False (nothing written) for a semi-continuous or semi-integer column that
+// needs a binary of its own (build_base adds it). O(1).
+bool base_column(char vtype, double lb, double ub, double& lo, double& up, int& integrality);
+
+// The working bounds of a linear constraint with sense `sense` ('<', '>', '=') and right-hand
+// side `rhs`. O(1).
+void base_row(char sense, double rhs, double& lo, double& up);
+
 // Fills `p` with the user's model as it is (columns, rows, objective, Hessian), plus the
 // binary and two rows per semi-continuous or semi-integer variable that the engine cannot take
 // as it is (negative lower bound or upper bound above 1e5). Fails with

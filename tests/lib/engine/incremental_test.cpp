@@ -46,8 +46,9 @@ class IncrementalTest : public ModelFixture {
   int nconstrs() { return intattr("NumConstrs"); }
 
   // Random steps of every kind on the model; `kinds` lists which may be drawn. Every step is
-  // compared with a fresh solve; `expect_incremental(kind)` says which path it must take.
-  void random_walk(unsigned seed, const std::vector<int>& kinds, int steps, bool quadratic) {
+  // compared with a fresh solve and must take the expected path: bounds, costs and right-hand
+  // sides are patched in place when `patchable` (no reformulated constructs).
+  void random_walk(unsigned seed, const std::vector<int>& kinds, int steps, bool quadratic, bool patchable = true) {
     std::mt19937 rng(seed);
     auto uni = [&](double a, double b) { return std::uniform_real_distribution<double>(a, b)(rng); };
     auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng); };
@@ -138,6 +139,8 @@ class IncrementalTest : public ModelFixture {
         EXPECT_EQ(after.incremental, before.incremental + 1)
             << "step " << step << " kind " << kind << ": " << after.last_fallback;
       }
+      const bool patch = patchable && (kind == 0 || kind == 1 || (kind == 2 && mrows > 0));
+      EXPECT_EQ(after.patched, before.patched + (patch ? 1 : 0)) << "step " << step << " kind " << kind;
     }
   }
 
@@ -216,7 +219,7 @@ TEST_F(IncrementalTest, RandomChangesWithReformulatedConstructs) {
     int ops[2] = {3, 4};
     ASSERT_EQ(VLMaddgenconstrMax(m_, "z_max", 6, 2, ops, 1.0), VLM_OK);
     compare_with_copy("first");
-    random_walk(seed, {0, 1, 2, 3, 4, 6, 7}, 20, false);
+    random_walk(seed, {0, 1, 2, 3, 4, 6, 7}, 20, false, false);
   }
 }
 
@@ -357,6 +360,155 @@ TEST(IncumbentCheck, BoundsIntegralitySemiContinuityAndRows) {
   EXPECT_FALSE(satisfies(p, {5, 0}, 1e-9)) << "x above its bound";
   EXPECT_FALSE(satisfies(p, {3}, 1e-9)) << "wrong length";
   EXPECT_FALSE(satisfies(p, {NAN, 0}, 1e-9));
+}
+
+}  // namespace
+
+namespace {
+
+// Re-solves after changes that only touch bounds, costs and right-hand sides: the kept
+// problem is patched in place (nothing rebuilt or compared) and must agree with fresh solves.
+class PatchTest : public IncrementalTest {};
+
+// Batches of random bound, cost and right-hand side changes, some spread over several
+// updates between two solves and some repeating an element; names and hints change on the way
+// (they touch nothing the engine passes). Every re-solve matches a fresh copy and is a patch.
+TEST_F(PatchTest, RandomBatchesMatchFreshSolves) {
+  for (unsigned seed = 41; seed <= 44; ++seed) {
+    TearDown();
+    SetUp();
+    const char type = seed % 2 ? 'C' : 'I';
+    random_model(seed, 12, 6, type);
+    compare_with_copy("first");
+    std::mt19937 rng(seed);
+    auto uni = [&](double a, double b) { return std::uniform_real_distribution<double>(a, b)(rng); };
+    auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng); };
+    for (int step = 0; step < 25; ++step) {
+      const int updates = 1 + pick(3);
+      for (int u = 0; u < updates; ++u) {
+        for (int c = 1 + pick(6); c > 0; --c) {
+          const int j = pick(12), i = pick(6);
+          switch (pick(6)) {
+            case 0:
+              ASSERT_EQ(VLMsetdblattrelement(m_, "UB", j, std::round(uni(0, 8))), VLM_OK);
+              break;
+            case 1:
+              ASSERT_EQ(VLMsetdblattrelement(m_, "LB", j, std::round(uni(-4, 0))), VLM_OK);
+              break;
+            case 2:
+              ASSERT_EQ(VLMsetdblattrelement(m_, "Obj", j, uni(-5, 5)), VLM_OK);
+              break;
+            case 3:
+              ASSERT_EQ(VLMsetdblattrelement(m_, "RHS", i, uni(-2, 15)), VLM_OK);
+              break;
+            case 4:
+              ASSERT_EQ(VLMsetstrattrelement(m_, "VarName", j, ("v" + std::to_string(step)).c_str()), VLM_OK);
+              break;
+            default:
+              ASSERT_EQ(VLMsetdblattrelement(m_, "VarHintVal", j, uni(0, 3)), VLM_OK);
+              break;
+          }
+        }
+        if (u + 1 < updates) {
+          ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+        }
+      }
+      const vlm::engine::PassCounts before = counts();
+      compare_with_copy("seed " + std::to_string(seed) + " step " + std::to_string(step));
+      EXPECT_EQ(counts().patched, before.patched + 1) << "step " << step;
+      EXPECT_EQ(counts().incremental, before.incremental + 1) << "step " << step;
+    }
+    EXPECT_EQ(counts().full, 1) << "no whole pass after the first";
+    EXPECT_EQ(counts().fallback, 0);
+  }
+}
+
+// A change the patch cannot take, among bound changes since the last solve, sends the whole
+// batch through the compare: here the constraint's sense. Afterwards patching resumes.
+// min -x - y, x + y <= 4, x, y in [0, 3]: -4. With UB(x) = 1 and the row turned to
+// x + y >= 4 the minimum is x = 1, y = 3: -4 still, so the cost of y is set to 0 too: -1.
+// Then RHS 3 with UB(x) 1 (x + y >= 3, min -x): x = 1, y in [2, 3]: -1; UB(x) 0.5: -0.5.
+TEST_F(PatchTest, OtherChangesGoThroughTheCompare) {
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, -1, 0, 3, 'C', "x"), VLM_OK);
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, -1, 0, 3, 'C', "y"), VLM_OK);
+  row({0, 1}, {1, 1}, '<', 4);
+  solve();
+  EXPECT_NEAR(objval(), -4.0, 1e-9);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 1), VLM_OK);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "Obj", 1, 0), VLM_OK);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  ASSERT_EQ(VLMsetcharattrelement(m_, "Sense", 0, '>'), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), -1.0, 1e-9);
+  EXPECT_EQ(counts().patched, 0);
+  EXPECT_EQ(counts().incremental, 1);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "RHS", 0, 3), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), -1.0, 1e-9);
+  EXPECT_EQ(counts().patched, 1);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 0.5), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), -0.5, 1e-9);
+  EXPECT_NEAR(x(0), 0.5, 1e-9);
+  EXPECT_EQ(counts().patched, 2);
+  EXPECT_EQ(counts().full, 1);
+}
+
+// Many updates without a solve: once the record of touched elements would outgrow the model
+// it says "anything", and the re-solve goes through the compare, still right.
+// min -x - y, x + y <= 4, x in [0, 3], y in [0, 3]; after the loop UB(x) = UB(y) = 1: -2.
+TEST_F(PatchTest, ALongRecordFallsBackToTheCompare) {
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, -1, 0, 3, 'C', "x"), VLM_OK);
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, -1, 0, 3, 'C', "y"), VLM_OK);
+  row({0, 1}, {1, 1}, '<', 4);
+  solve();
+  EXPECT_NEAR(objval(), -4.0, 1e-9);
+  for (int k = 0; k < 40; ++k) {
+    ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 1 + (k % 3)), VLM_OK);
+    ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 1, 1 + (k % 2)), VLM_OK);
+    ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  }
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 1), VLM_OK);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 1, 1), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), -2.0, 1e-9);
+  EXPECT_EQ(counts().patched, 0);
+  EXPECT_EQ(counts().incremental, 1);
+  // The record starts again after that solve.
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 1, 2), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), -3.0, 1e-9);
+  EXPECT_EQ(counts().patched, 1);
+}
+
+// Bounds of typed columns follow the same rules as a build: a binary's upper bound of 5 is
+// still 1, and a semi-continuous column whose upper bound passes 1e5 needs a binary of its
+// own, which only a build adds (no patch then).
+// max b + s with b binary, s semi-continuous in [2, 10]: 11. UB(b) = 5: still 11.
+// UB(s) = 2e5: 200001. Back to UB(s) = 10 (the binary goes again): 11.
+TEST_F(PatchTest, TypedColumnsKeepTheirForm) {
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, 1, 0, 1, 'B', "b"), VLM_OK);
+  ASSERT_EQ(VLMaddvar(m_, 0, nullptr, nullptr, 1, 2, 10, 'S', "s"), VLM_OK);
+  ASSERT_EQ(VLMsetintattr(m_, "ModelSense", -1), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), 11.0, 1e-9);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 5), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), 11.0, 1e-9);
+  EXPECT_NEAR(x(0), 1.0, 1e-9);
+  EXPECT_EQ(counts().patched, 1);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 1, 2e5), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), 200001.0, 1e-6);
+  EXPECT_EQ(counts().patched, 1);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 1, 10), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), 11.0, 1e-9);
+  EXPECT_EQ(counts().patched, 1) << "the kept problem has an auxiliary binary";
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 0), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), 10.0, 1e-9);
+  EXPECT_EQ(counts().patched, 2);
 }
 
 }  // namespace
