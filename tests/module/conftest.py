@@ -1,4 +1,9 @@
+import contextlib
 import os
+import socket
+import subprocess
+import sys
+import time
 
 import pytest
 
@@ -15,6 +20,33 @@ def rss_bytes():
     """The process's resident memory in bytes."""
     with open("/proc/self/statm") as f:
         return int(f.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+
+@contextlib.contextmanager
+def running_batch_service(tmp_path):
+    """Starts `velmor-batch serve` on a free loopback port, its store under `tmp_path`, waits
+    (at most 60 s) until it accepts connections and yields its URL; stops it afterwards."""
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        port = s.getsockname()[1]
+    log_path = tmp_path / "service.log"
+    with open(log_path, "wb") as log:
+        proc = subprocess.Popen([sys.executable, "-m", "velmor_batch", "serve", "--port", str(port),
+                                 "--data-dir", str(tmp_path / "store")], stdout=log, stderr=subprocess.STDOUT)
+        try:
+            deadline = time.monotonic() + 60
+            while True:
+                assert proc.poll() is None, log_path.read_text()
+                try:
+                    socket.create_connection(("127.0.0.1", port), timeout=1).close()
+                    break
+                except OSError:
+                    assert time.monotonic() < deadline, "the batch service did not start in 60 s"
+                    time.sleep(0.1)
+            yield f"http://127.0.0.1:{port}"
+        finally:
+            proc.terminate()
+            proc.wait(15)
 
 
 @pytest.fixture

@@ -11,12 +11,9 @@ import io
 import os
 import pathlib
 import re
-import socket
-import subprocess
-import sys
-import time
 
 import pytest
+from conftest import running_batch_service
 
 import velmorpy as vp
 
@@ -60,29 +57,12 @@ def batch_service(tmp_path):
     if os.environ.get("VELMOR_BATCH_SERVER"):
         yield
         return
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        port = s.getsockname()[1]
-    log = open(tmp_path / "service.log", "wb")
-    proc = subprocess.Popen([sys.executable, "-m", "velmor_batch", "serve", "--port", str(port),
-                             "--data-dir", str(tmp_path / "store")], stdout=log, stderr=subprocess.STDOUT)
     try:
-        deadline = time.monotonic() + 60
-        while True:
-            assert proc.poll() is None, (tmp_path / "service.log").read_text()
-            try:
-                socket.create_connection(("127.0.0.1", port), timeout=1).close()
-                break
-            except OSError:
-                assert time.monotonic() < deadline, "the batch service did not start in 60 s"
-                time.sleep(0.1)
-        os.environ["VELMOR_BATCH_SERVER"] = f"http://127.0.0.1:{port}"
-        yield
+        with running_batch_service(tmp_path) as url:
+            os.environ["VELMOR_BATCH_SERVER"] = url
+            yield
     finally:
         os.environ.pop("VELMOR_BATCH_SERVER", None)
-        proc.terminate()
-        proc.wait(15)
-        log.close()
 
 
 def _logging():

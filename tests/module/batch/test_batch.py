@@ -9,13 +9,13 @@ import shutil
 import socket
 import ssl
 import subprocess
-import sys
 import threading
 import time
 import uuid
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 import pytest
+from conftest import running_batch_service
 
 import velmorpy as vp
 from velmorpy import VLM, Batch, VelmorError
@@ -322,23 +322,8 @@ def _real_service_missing():
 
 @pytest.mark.skipif(_real_service_missing(), reason="the batch service is not installed (.[batch])")
 def test_against_the_real_service(tmp_path):
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        port = s.getsockname()[1]
-    log = open(tmp_path / "service.log", "wb")
-    proc = subprocess.Popen([sys.executable, "-m", "velmor_batch", "serve", "--port", str(port),
-                             "--data-dir", str(tmp_path / "store")], stdout=log, stderr=subprocess.STDOUT)
-    try:
-        deadline = time.monotonic() + 60
-        while True:
-            assert proc.poll() is None, (tmp_path / "service.log").read_text()
-            try:
-                socket.create_connection(("127.0.0.1", port), timeout=1).close()
-                break
-            except OSError:
-                assert time.monotonic() < deadline, "the batch service did not start in 60 s"
-                time.sleep(0.1)
-        with vp.Env(params={"OutputFlag": 0, "CSManager": f"http://127.0.0.1:{port}",
+    with running_batch_service(tmp_path) as url:
+        with vp.Env(params={"OutputFlag": 0, "CSManager": url,
                             "CSAPIAccessID": "local", "CSAPISecret": "local"}) as env:
             m = production(tmp_path, env)
             with Batch(m.optimizeBatch(), env) as b:
@@ -363,7 +348,3 @@ def test_against_the_real_service(tmp_path):
             with pytest.raises(VelmorError) as info:
                 Batch(str(uuid.uuid4()), env)
             assert str(info.value) == "Failed to create batch request"
-    finally:
-        proc.terminate()
-        proc.wait(15)
-        log.close()
