@@ -35,17 +35,6 @@ PyObject* g_modelmap = nullptr;  // {model handle address: Model or None}
 
 CallbackObject* as_cb(PyObject* o) { return reinterpret_cast<CallbackObject*>(o); }
 
-void cb_dealloc(PyObject* self) {
-  PyObject_GC_UnTrack(self);
-  CallbackObject* c = as_cb(self);
-  Py_CLEAR(c->cbfunc);
-  Py_CLEAR(c->cbdata);
-  Py_CLEAR(c->sol);
-  Py_CLEAR(c->noderel);
-  Py_CLEAR(c->setsol);
-  Py_TYPE(self)->tp_free(self);
-}
-
 int cb_traverse(PyObject* self, visitproc visit, void* arg) {
   CallbackObject* c = as_cb(self);
   Py_VISIT(c->cbfunc);
@@ -64,6 +53,12 @@ int cb_clear(PyObject* self) {
   Py_CLEAR(c->noderel);
   Py_CLEAR(c->setsol);
   return 0;
+}
+
+void cb_dealloc(PyObject* self) {
+  PyObject_GC_UnTrack(self);
+  cb_clear(self);
+  Py_TYPE(self)->tp_free(self);
 }
 
 // CallbackClass(model, cbfunc).

@@ -1,22 +1,18 @@
 #include "algorithms/branch_and_bound.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <map>
 #include <optional>
 
+#include "core/platform.h"
 #include "env/env.h"
 #include "interfaces/highs_c_api.h"
 
 namespace vlm::algorithms {
 
 namespace {
-
-double now_seconds() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 std::string num(double v) {
   char buf[64];
@@ -50,7 +46,7 @@ bool MostFractionalRule::branch(const std::vector<double>& x, const std::vector<
 BranchAndBound::BranchAndBound(void* h, const reform::WorkingProblem& p, SearchSettings settings)
     : h_(h), p_(p), s_(settings) {}
 
-double BranchAndBound::elapsed() const { return now_seconds() - start_; }
+double BranchAndBound::elapsed() const { return wall_seconds() - start_; }
 
 double BranchAndBound::gap_target(double incumbent) const {
   if (!std::isfinite(incumbent)) return 0.0;
@@ -340,7 +336,7 @@ void BranchAndBound::offer_incumbent(const std::vector<double>& x, double obj) {
 }
 
 StatusOr<SearchResult> BranchAndBound::run() {
-  start_ = now_seconds();
+  start_ = wall_seconds();
   VLM_RETURN_IF_ERROR(load());
   auto worse = [](const Node& a, const Node& b) { return a.bound > b.bound; };
   std::vector<Node> heap;

@@ -1,7 +1,6 @@
 #include "algorithms/callback_search.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <functional>
@@ -9,16 +8,13 @@
 
 #include "algorithms/search_solution.h"
 #include "attrs/attr_table.h"
+#include "core/platform.h"
 #include "env/env.h"
 #include "interfaces/highs_c_api.h"
 
 namespace vlm::algorithms {
 
 namespace {
-
-double now_seconds() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 std::string num(double v) {
   char buf[64];
@@ -345,7 +341,7 @@ SearchProgress RestartLoop::progress(const HighsCallbackDataOut* out) const {
   pr.solutions = static_cast<double>(r_.incumbents.size());
   pr.cuts = core_.size();
   pr.iterations = r_.lp_iterations + (out != nullptr ? static_cast<double>(out->mip_total_lp_iterations) : 0.0);
-  pr.runtime = now_seconds() - start_;
+  pr.runtime = wall_seconds() - start_;
   return pr;
 }
 
@@ -413,7 +409,7 @@ void RestartLoop::callback(int type, const char*, const HighsCallbackDataOut* ou
 }
 
 StatusOr<SearchResult> RestartLoop::run() {
-  start_ = now_seconds();
+  start_ = wall_seconds();
   std::vector<HighsInt> integrality(p_.integrality.begin(), p_.integrality.end());
   HighsInt rc = Highs_passModel(h_, p_.ncol, p_.nrow, static_cast<HighsInt>(p_.aval.size()), 0,
                                 kHighsMatrixFormatRowwise, kHighsHessianFormatTriangular,
@@ -451,7 +447,7 @@ StatusOr<SearchResult> RestartLoop::run() {
       Highs_addRow(h_, row.lo, row.up, static_cast<HighsInt>(row.ind.size()), row.ind.data(), row.val.data());
     }
     if (r_.has_solution) Highs_setSolution(h_, r_.x.data(), nullptr, nullptr, nullptr);
-    const double left = s_.search.time_limit - (now_seconds() - start_);
+    const double left = s_.search.time_limit - (wall_seconds() - start_);
     if (std::isfinite(left)) Highs_setDoubleOptionValue(h_, "time_limit", Highs_getRunTime(h_) + std::max(left, 0.0));
     if (std::isfinite(s_.search.node_limit)) {
       const double n = std::max(0.0, s_.search.node_limit - nodes_before_);
@@ -507,7 +503,7 @@ StatusOr<SearchResult> RestartLoop::run() {
     log("Run " + std::to_string(core_.stats.runs) + ": HiGHS status " + std::to_string(ms) + ", " +
         std::to_string(core_.size() - rows_before) + " lazy rows added, best " +
         (r_.has_solution ? num(r_.objval) : std::string("-")) + ", bound " + num(p_.sense * bound_) + ", " +
-        num(now_seconds() - start_) + "s");
+        num(wall_seconds() - start_) + "s");
     if (stop_requested()) {
       status = VLM_INTERRUPTED;
       break;
@@ -516,7 +512,7 @@ StatusOr<SearchResult> RestartLoop::run() {
       status = VLM_SOLUTION_LIMIT;
       break;
     }
-    if (ms == kHighsModelStatusTimeLimit || now_seconds() - start_ >= s_.search.time_limit) {
+    if (ms == kHighsModelStatusTimeLimit || wall_seconds() - start_ >= s_.search.time_limit) {
       status = VLM_TIME_LIMIT;
       break;
     }
@@ -552,7 +548,7 @@ StatusOr<SearchResult> RestartLoop::run() {
   r_.highs_seconds = Highs_getRunTime(h_);
   log("Restart loop: " + std::to_string(core_.stats.runs) + " HiGHS runs, " + num(r_.nodes) + " nodes, " +
       std::to_string(core_.size()) + " lazy rows, " + std::to_string(core_.stats.rejected) +
-      " rejected candidates in " + num(now_seconds() - start_) + "s");
+      " rejected candidates in " + num(wall_seconds() - start_) + "s");
   return std::move(r_);
 }
 
@@ -677,7 +673,7 @@ StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& bas
   // Nodes processed before the next run of the MIP heuristic: short searches (the 50-city TSP
   // closes in about 30 nodes) do without it, long ones get it at 50, 200, 800, ... nodes.
   double next_heuristic = 50;
-  const double start = now_seconds();
+  const double start = wall_seconds();
   s.before_node = [&]() {
     if (outer != nullptr && outer->load(std::memory_order_relaxed)) core.halt = true;
     if (base.mip && sp != nullptr && lazy_sep != nullptr && !core.halt && sp->progress().nodes >= next_heuristic &&
@@ -685,7 +681,7 @@ StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& bas
       // Spend about a quarter of the time so far (at least half a second) each time the node
       // count has grown fourfold.
       next_heuristic *= 4;
-      const double spent = now_seconds() - start;
+      const double spent = wall_seconds() - start;
       const double budget = std::min(std::max(0.5, 0.25 * spent), (s.time_limit - spent) * 0.5);
       // The columns some relaxation point used, and as many again (three times) of those whose
       // reduced cost says they are the cheapest to bring in.
@@ -739,7 +735,7 @@ StatusOr<SearchResult> hybrid(void* h, const reform::WorkingProblem& base, LazyC
                               const CallbackSettings& cs) {
   CallbackSettings first = cs;
   first.search.node_limit = std::min(cs.search.node_limit, cs.switch_nodes);
-  const double t0 = now_seconds();
+  const double t0 = wall_seconds();
   char presolve[kHighsMaximumStringLength] = "choose";
   Highs_getStringOptionValue(h, "presolve", presolve);
   auto result = branch_and_cut(h, base, core, hooks, first);
@@ -753,7 +749,7 @@ StatusOr<SearchResult> hybrid(void* h, const reform::WorkingProblem& base, LazyC
   // The branch and cut turned presolve off for its warm starts.
   Highs_setStringOptionValue(h, "presolve", presolve);
   CallbackSettings rest = cs;
-  rest.search.time_limit = cs.search.time_limit - (now_seconds() - t0);
+  rest.search.time_limit = cs.search.time_limit - (wall_seconds() - t0);
   // Columns the root's reduced costs fix for every better solution are fixed for HiGHS.
   reform::WorkingProblem fixed = base;
   for (const BoundChange& b : result->root_fixings) {

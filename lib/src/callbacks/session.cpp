@@ -1,7 +1,6 @@
 #include "callbacks/session.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -12,10 +11,6 @@
 namespace vlm::callbacks {
 
 namespace {
-
-double wall_seconds() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 const char* where_name(int where) {
   static const char* const names[] = {"POLLING", "PRESOLVE", "SIMPLEX", "MIP",      "MIPSOL",

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -76,6 +77,10 @@ double resident_memory_gb() {
 }
 
 double process_cpu_seconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
+
+double wall_seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
 
 std::FILE* open_for_append(const std::string& path) {
   return std::fopen(path.c_str(), "a");

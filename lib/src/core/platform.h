@@ -20,6 +20,9 @@ double resident_memory_gb();
 // Processor time used by this process, in seconds.
 double process_cpu_seconds();
 
+// Seconds on a monotonic clock (differences are elapsed wall time; the origin means nothing).
+double wall_seconds();
+
 // Opens `path` for appending, creating it if needed; nullptr on failure (errno set).
 std::FILE* open_for_append(const std::string& path);
 
