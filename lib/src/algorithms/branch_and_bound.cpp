@@ -26,12 +26,16 @@ bool MostFractionalRule::branch(const std::vector<double>& x, const std::vector<
                                 const std::vector<double>& upper, Branching& out) {
   int best = -1;
   double best_frac = tol_;
+  int best_pri = 0;
   for (int j : integers_) {
     const double f = x[j] - std::floor(x[j]);
     const double dist = std::min(f, 1.0 - f);
-    if (dist > best_frac) {
+    if (dist <= tol_) continue;
+    const int pri = j < static_cast<int>(priority_.size()) ? priority_[j] : 0;
+    if (best < 0 || pri > best_pri || (pri == best_pri && dist > best_frac)) {
       best_frac = dist;
       best = j;
+      best_pri = pri;
     }
   }
   if (best < 0) return false;

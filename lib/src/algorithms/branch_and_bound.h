@@ -85,17 +85,20 @@ class BranchingRule {
 };
 
 // Branches on the integer column whose value is most fractional (ties: lowest index):
-// x_j <= floor(v) and x_j >= ceil(v), diving into the nearer side.
+// x_j <= floor(v) and x_j >= ceil(v), diving into the nearer side. With `priority` (one entry
+// per column, the user's BranchPriority) only the fractional columns of the highest priority
+// compete.
 class MostFractionalRule : public BranchingRule {
  public:
-  MostFractionalRule(std::vector<int> integers, double int_tol)
-      : integers_(std::move(integers)), tol_(int_tol) {}
+  MostFractionalRule(std::vector<int> integers, double int_tol, std::vector<int> priority = {})
+      : integers_(std::move(integers)), tol_(int_tol), priority_(std::move(priority)) {}
   bool branch(const std::vector<double>& x, const std::vector<double>& lower,
               const std::vector<double>& upper, Branching& out) override;
 
  private:
   std::vector<int> integers_;
   double tol_;
+  std::vector<int> priority_;
 };
 
 struct SearchSettings {

@@ -74,9 +74,17 @@ std::vector<ObjectiveLevel> objective_levels(const ModelData& d) {
 }
 
 Status optimize_multiobj(Model& m) {
-  const ModelData& d = m.data();
+  VLM_ASSIGN_OR_RETURN(MultiobjResult r,
+                       solve_multiobj(m, m.data(), "", m.env().params().dbl_param("TimeLimit"), true));
+  m.set_solution(std::move(r.sol));
+  return Status::Ok();
+}
+
+StatusOr<MultiobjResult> solve_multiobj(Model& m, const ModelData& d, const std::string& title_prefix,
+                                        double time_limit, bool log_summary) {
+  MultiobjResult result;
   reform::WorkingProblem p;
-  VLM_RETURN_IF_ERROR(engine::build_problem(m, p));
+  VLM_RETURN_IF_ERROR(engine::build_problem(m, d, p));
   // The objectives are linear; the primary objective's Hessian and PWL terms are not used.
   p.qstart.clear();
   p.qindex.clear();
@@ -101,9 +109,9 @@ Status optimize_multiobj(Model& m) {
     p.objcon = L.constant;
     engine::PhaseOptions phase;
     phase.part = true;
-    phase.title = level_title(L, k, levels.size());
+    phase.title = title_prefix + level_title(L, k, levels.size());
     phase.presolve = pre < 0 ? -1 : pre == 0 ? 0 : 1;
-    phase.time_limit = m.env().params().dbl_param("TimeLimit") - runtime;
+    phase.time_limit = time_limit - runtime;
     basis[k % 2].cols.clear();
     // MultiObjMethod 2 discards the previous basis (Method decides); 0 / 1 re-solve a later
     // level by primal / dual simplex from it; -1 leaves the choice to the engine.
@@ -144,6 +152,12 @@ Status optimize_multiobj(Model& m) {
       break;
     }
     const bool optimal = sol->status == VLM_OPTIMAL || stopped_one;
+    if (k == 0) {
+      result.first_obj = value_of(L.cost, sol->x) + L.constant;
+      // A continuous optimum is its own bound; a MIP level's bound is the engine's, for the
+      // level's costs and constant as the working problem carries them.
+      result.first_bound = !sol->is_mip && sol->status == VLM_OPTIMAL ? result.first_obj : sol->objbound;
+    }
     best = std::move(sol);
     if (session != nullptr) {
       callbacks::Point at;
@@ -203,12 +217,14 @@ Status optimize_multiobj(Model& m) {
     best->vbasis.clear();
     best->cbasis.clear();
   }
-  char line[128];
-  std::snprintf(line, sizeof line, "Multi-objectives: %zu objectives in %zu levels solved in %.2f seconds",
-                d.objn.size(), levels.size(), runtime);
-  m.env().message(line);
-  m.set_solution(std::move(best));
-  return Status::Ok();
+  if (log_summary) {
+    char line[128];
+    std::snprintf(line, sizeof line, "Multi-objectives: %zu objectives in %zu levels solved in %.2f seconds",
+                  d.objn.size(), levels.size(), runtime);
+    m.env().message(line);
+  }
+  result.sol = std::move(best);
+  return result;
 }
 
 }  // namespace vlm::algorithms

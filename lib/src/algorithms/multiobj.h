@@ -21,6 +21,8 @@
 // docs/multiobjective.md has the formulation and what was measured.
 #pragma once
 
+#include <memory>
+#include <string>
 #include <vector>
 
 #include "core/status.h"
@@ -57,5 +59,20 @@ std::vector<ObjectiveLevel> objective_levels(const ModelData& d);
 // The caller has updated the model and holds it in its solving state. Fails as the engine
 // does (a construct that cannot be reformulated, the engine itself). Cost: one solve per level.
 Status optimize_multiobj(Model& m);
+
+// What solve_multiobj hands back: the Solution optimize_multiobj would store, and the value
+// and bound of the first level's blended objective (constant included; meaningful when the
+// Solution has a point).
+struct MultiobjResult {
+  std::unique_ptr<Solution> sol;
+  double first_obj = 0.0, first_bound = 0.0;
+};
+
+// The level sequence of optimize_multiobj on `d` (the model's data or a scenario of it),
+// without storing anything in `m`; log titles start with `title_prefix`; `time_limit` is
+// what the sequence may spend. `log_summary` writes the closing summary line. Fails as
+// optimize_multiobj does. Cost: one solve per level.
+StatusOr<MultiobjResult> solve_multiobj(Model& m, const ModelData& d, const std::string& title_prefix,
+                                        double time_limit, bool log_summary);
 
 }  // namespace vlm::algorithms

@@ -13,7 +13,8 @@
 namespace vlm::algorithms {
 
 // The user's model with scenario `s`'s changes applied. A right-hand side change applies to a
-// linear constraint of any sense. `s` must be valid. O(model size).
+// linear constraint of any sense; objective changes apply to Obj and, in a multi-objective
+// model, to objective 0 as solved. `s` must be valid. O(model size).
 ModelData scenario_model(const ModelData& d, int s);
 
 // Solves the base model (X, ObjVal, Status and the other results read as without scenarios),
@@ -24,6 +25,11 @@ ModelData scenario_model(const ModelData& d, int s);
 // caller has updated the model and holds it in its solving state. Fails as the engine does,
 // for the base model or any scenario (the message then names the scenario). Cost: one solve
 // per scenario, plus one.
+// A model with multiple objectives too runs the multi-objective sequence (multiobj.h) on the
+// base model and on every scenario; a scenario's ScenNObj changes objective 0. Per scenario,
+// ScenNObjVal and ScenNObjBound are those of the first level's (blended) objective, constant
+// included, and every objective's value is kept for ObjNVal; the base model's results are as
+// without scenarios.
 Status optimize_scenarios(Model& m);
 
 }  // namespace vlm::algorithms

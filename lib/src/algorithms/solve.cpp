@@ -31,13 +31,9 @@ Status optimize(Model& m) {
     m.set_solution(std::move(sol.value()));
     return Status::Ok();
   }
-  if (!d.objn.empty() && !d.scenarios.empty()) {
-    return Status(VLM_ERROR_NOT_SUPPORTED,
-                  "The model has multiple objectives and multiple scenarios together, which this version of Velmor "
-                  "cannot solve yet");
-  }
   engine::SolvingScope solving(m);
-  return d.objn.empty() ? optimize_scenarios(m) : optimize_multiobj(m);
+  // With scenarios too, the scenario driver runs the multi-objective sequence per scenario.
+  return d.scenarios.empty() ? optimize_multiobj(m) : optimize_scenarios(m);
 }
 
 }  // namespace vlm::algorithms

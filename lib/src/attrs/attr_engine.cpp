@@ -227,15 +227,24 @@ Status func_option(Model& m, int elem, AttrValue& out, const char* key) {
   return Status::Ok();
 }
 
-// Results of the objective selected by ObjNumber and of the scenario selected by
-// ScenarioNumber in the last solve; unavailable when that solve had no multiple objectives or
+// Results of the objective selected by ObjNumber (in the scenario selected by ScenarioNumber
+// when the last solve had scenarios) and of the scenario selected by ScenarioNumber in the
+// last solve; unavailable when that solve had no multiple objectives or
 // scenarios (or found no solution), out of range when nothing is selected.
 Status objn_result(Model& m, AttrValue& o, const AttrDef& def) {
   if (current_obj(m) == nullptr) return no_objective(m);
   const Solution* sol = m.solution();
   const std::size_t k = static_cast<std::size_t>(m.env().params().int_param("ObjNumber"));
-  if (sol == nullptr || k >= sol->objn_val.size()) return unavailable(def.name);
-  o.num = sol->objn_val[k];
+  if (sol == nullptr) return unavailable(def.name);
+  // After a solve with scenarios the value is that of the scenario ScenarioNumber selects.
+  const std::vector<double>* vals = &sol->objn_val;
+  if (!sol->scenarios.empty()) {
+    const std::size_t s = static_cast<std::size_t>(m.env().params().int_param("ScenarioNumber"));
+    if (s >= sol->scenarios.size()) return no_scenario(m);
+    vals = &sol->scenarios[s].objn_val;
+  }
+  if (k >= vals->size()) return unavailable(def.name);
+  o.num = (*vals)[k];
   return Status::Ok();
 }
 

@@ -40,11 +40,9 @@ VLM_API int VLMread(VLMmodel* model, const char* filename) {
     vlm::io::VarFileKind kind;
     if (vlm::io::var_file_kind(vlm::io::file_suffix(f), &kind)) return vlm::io::read_var_file(f, kind, m);
     if (vlm::io::file_suffix(f) == "bas") return vlm::io::read_basis_file(f, m);
-    for (const char* kind : {".ord", ".json"}) {
-      if (ends_with(f, kind) || ends_with(f, (std::string(kind) + ".gz").c_str())) {
-        // TODO(#6): branching orders; a JSON solution is output only.
-        return Status(VLM_ERROR_NOT_SUPPORTED, "Reading '" + f + "' into a model is not supported yet");
-      }
+    if (ends_with(f, ".json") || ends_with(f, ".json.gz")) {
+      // A JSON solution is output only.
+      return Status(VLM_ERROR_NOT_SUPPORTED, "Reading '" + f + "' into a model is not supported");
     }
     if (VLMismodelfile(filename)) {
       return Status(VLM_ERROR_INVALID_ARGUMENT,

@@ -43,6 +43,7 @@ struct ScenarioResult {
   int status = VLM_LOADED;
   std::vector<double> x;  // empty when the scenario's solve found no solution
   double objval = 0.0, objbound = 0.0;
+  std::vector<double> objn_val;  // every objective's value, in a multi-objective model
 };
 
 struct Solution {

@@ -321,9 +321,12 @@ Status build_model(ReadModel& rm, const std::string& filename, Model& model) {
 
   const int sense = d.sense;
   const double objcon = d.objcon;
-  model.queue_change([sense, objcon](ModelData& md) {
+  // Scenarios refer to the user's variables and linear constraints by index, which the calls
+  // above kept (range slacks come after the variables).
+  model.queue_change([sense, objcon, scenarios = std::move(d.scenarios)](ModelData& md) mutable {
     md.sense = sense;
     md.objcon = objcon;
+    md.scenarios = std::move(scenarios);
   });
   Status s = model.update();
   if (!s.ok()) return refused(s, "");

@@ -191,6 +191,7 @@ class LpParser {
   Status parse_sos();
   Status parse_pwlobj();
   Status parse_genconstrs();
+  Status parse_scenarios();
   Status parse_points(std::vector<double>& x, std::vector<double>& y);
   void take_options(GenConstrData& g);
   void finish();
@@ -323,6 +324,9 @@ Status LpParser::parse(std::string_view text) {
         break;
       case Section::kGenConstrs:
         st = parse_genconstrs();
+        break;
+      case Section::kScenarios:
+        st = parse_scenarios();
         break;
       case Section::kEnd:
         break;
@@ -863,6 +867,86 @@ Status LpParser::parse_genconstrs() {
       }
     }
     d_.genconstrs.push_back(std::move(g));
+  }
+  return Status::Ok();
+}
+
+// "name: Scenario" (or "Scenario" alone) starts a scenario; each change is one line
+// "LB|UB|Obj|RHS name = value" naming a variable or a linear constraint read before.
+Status LpParser::parse_scenarios() {
+  std::unordered_map<std::string, int> rows;  // constraint name -> index; -1 when shared
+  for (int i = 0; i < d_.num_constrs(); ++i) {
+    auto [it, fresh] = rows.emplace(d_.constrname[i], i);
+    if (!fresh) it->second = -1;
+  }
+  while (!done()) {
+    const int line = peek()->line;
+    auto on_line = [&](std::size_t k) {
+      const Token* t = peek(k);
+      return t != nullptr && t->line == line;
+    };
+    // A record cut short, or with more on its line, is named by its own line.
+    auto want = [&](const std::string& what) {
+      const Token* t = peek();
+      return parse_error(filename_, line,
+                         "expected " + what + ", found " + (on_line(0) ? "'" + t->text + "'" : std::string("the end of the line")));
+    };
+    if (peek_label() && on_line(1)) {
+      std::string name = take_label();
+      if (!on_line(0) || !peek_kind(Kind::kName) || !iequals(peek()->text, "scenario")) {
+        return want("'Scenario' after the scenario's name");
+      }
+      ++pos_;
+      d_.scenarios.emplace_back().name = std::move(name);
+    } else {
+      if (!peek_kind(Kind::kName)) return want("'Scenario', 'LB', 'UB', 'Obj' or 'RHS'");
+      const std::string key = to_lower(peek()->text);
+      if (key == "scenario") {
+        ++pos_;
+        d_.scenarios.emplace_back();
+      } else {
+        if (key != "lb" && key != "ub" && key != "obj" && key != "rhs") {
+          return want("'Scenario', 'LB', 'UB', 'Obj' or 'RHS'");
+        }
+        if (d_.scenarios.empty()) return want("a 'Scenario' header before the first change");
+        const std::string word = peek()->text;
+        ++pos_;
+        const bool row = key == "rhs";
+        if (!on_line(0) || !peek_kind(Kind::kName)) {
+          return want(row ? "a constraint name after 'RHS'" : "a variable name after '" + word + "'");
+        }
+        const std::string name = peek()->text;
+        ++pos_;
+        if (!on_line(0) || !peek_op("=")) return want("'=' after '" + name + "'");
+        ++pos_;
+        double v = 0.0;
+        if (!on_line(0) || !parse_number(v)) return want("a number after '" + name + " ='");
+        Scenario& sc = d_.scenarios.back();
+        if (row) {
+          auto it = rows.find(lp_read_name(name));
+          if (it == rows.end()) return parse_error(filename_, line, "no linear constraint named '" + name + "'");
+          if (it->second < 0) {
+            return parse_error(filename_, line, "more than one constraint is named '" + name + "'");
+          }
+          if (!std::isfinite(v) || std::fabs(v) >= kFileInfinity) {
+            return parse_error(filename_, line, "the right-hand side of '" + name + "' is infinite");
+          }
+          sc.rhs[it->second] = v;
+        } else {
+          auto it = var_index_.find(name);
+          if (it == var_index_.end()) return parse_error(filename_, line, "no variable named '" + name + "'");
+          if (key == "obj") {
+            if (!std::isfinite(v) || std::fabs(v) >= kFileInfinity) {
+              return parse_error(filename_, line, "the objective coefficient of '" + name + "' is infinite");
+            }
+            sc.obj[it->second] = v;
+          } else {
+            (key == "lb" ? sc.lb : sc.ub)[it->second] = bound_value(v);
+          }
+        }
+      }
+    }
+    if (on_line(0)) return want("the end of the line");
   }
   return Status::Ok();
 }

@@ -7,7 +7,9 @@
 //   Minimize/Minimise/Minimum/Min (the objective may follow on the same line when the header
 //   starts the line), "Minimize multi-objectives", Subject To/Such That/st/s.t., Bounds/Bound,
 //   Binaries/Binary/Bin, Generals/General/Gen/Integers, Semi-Continuous/Semis/Semi, SOS,
-//   PWLObj, General Constraints, End (nothing after it is read);
+//   PWLObj, General Constraints, Scenarios, End (nothing after it is read); the Scenarios
+//   section (lp_writer.h) comes after the constraints and names variables and linear
+//   constraints read before it, one change per line;
 // - expressions with or without a coefficient per term ("2 x", "2x", "x", "- x"), repeated
 //   variables (summed), constants on either side, quadratic parts in brackets ("[ x ^ 2 +
 //   2 x * y ]", in the objective usually followed by "/ 2");

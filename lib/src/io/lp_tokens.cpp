@@ -159,6 +159,8 @@ std::optional<SectionText> header_of(const std::string& h) {
     s.kind = Section::kPwlObj;
   } else if (is({"general constraints", "general constraint"})) {
     s.kind = Section::kGenConstrs;
+  } else if (is({"scenarios"})) {
+    s.kind = Section::kScenarios;
   } else if (is({"end"})) {
     s.kind = Section::kEnd;
   } else {
@@ -198,6 +200,8 @@ const char* section_name(Section s) {
       return "PWLObj";
     case Section::kGenConstrs:
       return "General Constraints";
+    case Section::kScenarios:
+      return "Scenarios";
     case Section::kEnd:
       return "End";
   }

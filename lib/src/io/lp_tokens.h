@@ -33,6 +33,7 @@ enum class Section {
   kSos,
   kPwlObj,
   kGenConstrs,
+  kScenarios,
   kEnd,
 };
 

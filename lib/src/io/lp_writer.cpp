@@ -6,6 +6,7 @@
 #include <string>
 #include <functional>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "io/file_format.h"
@@ -197,6 +198,14 @@ class LpWriter {
   void write_pwlobj(Text& t);
   void write_genconstrs(Text& t);
   void write_genconstr(Text& t, int i);
+  void write_scenarios(Text& t);
+
+ public:
+  // Scenarios name the constraints whose right-hand side they change, so such a constraint's
+  // label must be its own: fails with VLM_ERROR_FILE_WRITE naming the two constraints.
+  Status check_scenario_rows() const;
+
+ private:
 
   const ModelData& d_;
   bool generic_;
@@ -387,6 +396,43 @@ void LpWriter::write_genconstrs(Text& t) {
   for (int i = 0; i < d_.num_genconstrs(); ++i) write_genconstr(t, i);
 }
 
+Status LpWriter::check_scenario_rows() const {
+  bool any = false;
+  for (const Scenario& sc : d_.scenarios) any = any || !sc.rhs.empty();
+  if (!any) return Status::Ok();
+  std::unordered_map<std::string, int> count;
+  for (int i = 0; i < d_.num_constrs(); ++i) ++count[cname(i)];
+  for (std::size_t k = 0; k < d_.scenarios.size(); ++k) {
+    for (const auto& [i, v] : d_.scenarios[k].rhs) {
+      const std::string name = cname(i);
+      if (count[name] < 2) continue;
+      int other = 0;
+      while (other == i || cname(other) != name) ++other;
+      return Status(VLM_ERROR_FILE_WRITE,
+                    "Unable to write LP: scenario " + std::to_string(k) + " changes the right-hand side of constraint " +
+                        std::to_string(i) + " named '" + d_.constrname[i] + "', a name constraint " +
+                        std::to_string(other) + " has too (LP files refer to constraints by name)");
+    }
+  }
+  return Status::Ok();
+}
+
+// One "name: Scenario" header per scenario (no label when it has no name), then one change per
+// line; lines are never wrapped, so a record cut short is seen as such.
+void LpWriter::write_scenarios(Text& t) {
+  if (d_.scenarios.empty()) return;
+  t.line("Scenarios");
+  for (int k = 0; k < static_cast<int>(d_.scenarios.size()); ++k) {
+    const Scenario& sc = d_.scenarios[k];
+    const std::string name = generic_ ? indexed_name("S", k) : label(sc.name);
+    t.line(name.empty() ? " Scenario" : " " + name + ": Scenario");
+    for (const auto& [j, v] : sc.lb) t.line("  LB " + vname(j) + " = " + num(v));
+    for (const auto& [j, v] : sc.ub) t.line("  UB " + vname(j) + " = " + num(v));
+    for (const auto& [j, v] : sc.obj) t.line("  Obj " + vname(j) + " = " + num(v));
+    for (const auto& [i, v] : sc.rhs) t.line("  RHS " + cname(i) + " = " + num(v));
+  }
+}
+
 std::string LpWriter::write() {
   const int n = d_.num_vars();
   const bool multi = !d_.objn.empty();
@@ -410,6 +456,7 @@ std::string LpWriter::write() {
   write_sos(body);
   write_pwlobj(body);
   write_genconstrs(body);
+  write_scenarios(body);
   body.line("End");
 
   // The objective names variables 0..r-1 (coefficient 0 where need be) so that, with the
@@ -458,6 +505,7 @@ std::string LpWriter::write() {
 
 Status write_lp(const ModelData& data, std::ostream& out, bool generic_names) {
   LpWriter w(data, generic_names);
+  VLM_RETURN_IF_ERROR(w.check_scenario_rows());
   out << w.write();
   if (!out) return Status(VLM_ERROR_FILE_WRITE, "Error while writing LP text");
   return Status::Ok();

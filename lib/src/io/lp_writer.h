@@ -1,6 +1,6 @@
 // LP format writer.
 //
-// The file holds everything in ModelData except scenarios and the extra attribute columns,
+// The file holds everything in ModelData except the extra attribute columns,
 // and reads back (lp_reader.h) to the same ModelData: same names, order, bounds, types and
 // bit-identical numbers. Layout, with sections left out when empty:
 //
@@ -28,7 +28,16 @@
 //    gc6: y = POLY ( x ) : (3, 0, -1)           coefficients, highest degree first
 //    gc7: y = EXP ( x ) FuncPieces=5            LOG, SIN, COS, TAN, LOGISTIC alike
 //    gc8: y = EXPA ( x ) 2 FuncPieces=5         base a; LOGA (base) and POW (exponent) alike
+//   Scenarios
+//    low: Scenario                              a scenario and its name ("Scenario" alone: none)
+//     LB x = 1                                  ScenNLB of x (inf, -inf infinite)
+//     UB x = 4                                  ScenNUB
+//     Obj x = 3                                 ScenNObj
+//     RHS c0 = 5                                ScenNRHS of the linear constraint labelled c0
 //   End
+//
+// Each scenario record is one line of its own (never wrapped). A scenario that changes the
+// right-hand side of a constraint whose label another constraint shares cannot be written.
 //
 // The text after a function constraint on its line is its option text, kept verbatim.
 // A multi-objective model writes "Minimize multi-objectives" with the primary objective (the
@@ -56,7 +65,9 @@
 namespace vlm::io {
 
 // Writes `data` as LP text. With `generic_names`, names are C0.., R0.., QC0.., GC0..,
-// OBJ0.. and the model name is left out. Linear in the model size.
+// OBJ0.., S0.. (scenarios) and the model name is left out. Fails with VLM_ERROR_FILE_WRITE
+// when a scenario changes the right-hand side of a constraint whose label is not unique.
+// Linear in the model size.
 Status write_lp(const ModelData& data, std::ostream& out, bool generic_names);
 
 }  // namespace vlm::io

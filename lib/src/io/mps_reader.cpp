@@ -80,6 +80,7 @@ enum class Sec {
   kPwlobj,
   kObjectives,
   kGencons,
+  kScenarios,
 };
 
 struct RowInfo {
@@ -94,6 +95,13 @@ struct RowInfo {
   bool quadratic = false;
   // Quadratic terms keyed (i <= j), summed as read.
   std::map<std::pair<int, int>, double> q;
+};
+
+// A scenario's right-hand side change, resolved to a linear constraint once the rows' kinds
+// are final (QCMATRIX may come later).
+struct ScenarioRhs {
+  int scenario = 0, row = -1, line = 0;
+  double value = 0.0;
 };
 
 struct ObjRecord {
@@ -178,6 +186,7 @@ class MpsParser {
   Status pwlobj_line(std::string_view line);
   Status objectives_line(std::string_view line);
   Status gencons_line(std::string_view line);
+  Status scenarios_line(std::string_view line);
   Status finish_genconstr();
   Status finish(ReadModel& out);
 
@@ -212,6 +221,8 @@ class MpsParser {
   std::vector<GenConstrData> gens_;
   int gen_line_ = 0;  // line of the open GENCONS header, 0 when none is open
   bool gen_has_sense_ = false;
+  std::vector<Scenario> scenarios_;
+  std::vector<ScenarioRhs> scenario_rhs_;
 };
 
 std::string upper(std::string s) {
@@ -358,6 +369,8 @@ Status MpsParser::header(std::string_view line) {
     sec_ = Sec::kObjectives;
   } else if (key == "gencons") {
     sec_ = Sec::kGencons;
+  } else if (key == "scenarios") {
+    sec_ = Sec::kScenarios;
   } else {
     return error("unknown section '" + std::string(w.w[0]) + "'");
   }
@@ -396,6 +409,8 @@ Status MpsParser::data(std::string_view line) {
       return objectives_line(line);
     case Sec::kGencons:
       return gencons_line(line);
+    case Sec::kScenarios:
+      return scenarios_line(line);
   }
   return Status::Ok();
 }
@@ -842,6 +857,48 @@ Status MpsParser::gencons_line(std::string_view line) {
   return Status::Ok();
 }
 
+Status MpsParser::scenarios_line(std::string_view line) {
+  std::string code;
+  if (fixed_) {
+    code = to_lower(trim(cols(line, 1, 3)));
+  } else {
+    code = to_lower(split(line).w[0]);
+  }
+  const bool header = code == "sc";
+  if (!header && code != "lo" && code != "up" && code != "ob" && code != "rh") {
+    return error("expected a SCENARIOS record SC, LO, UP, OB or RH, found '" + code + "'");
+  }
+  Record r;
+  VLM_RETURN_IF_ERROR(record(line, true, header ? 0 : 1, r));
+  if (header) {
+    Scenario sc;
+    sc.name = r.rest;
+    scenarios_.push_back(std::move(sc));
+    return Status::Ok();
+  }
+  if (scenarios_.empty()) return error("SCENARIOS record before any 'SC name' header");
+  if (r.words.size() != 1) return error("expected one value in the " + upper(code) + " record");
+  double v = 0.0;
+  VLM_RETURN_IF_ERROR(number(r.words[0], v, "the scenario's value"));
+  Scenario& sc = scenarios_.back();
+  if (code == "rh") {
+    int row = -1;
+    VLM_RETURN_IF_ERROR(row_of(r.names[0], row));
+    VLM_RETURN_IF_ERROR(finite("right-hand side", v, "of scenario row '" + r.names[0] + "'"));
+    scenario_rhs_.push_back({static_cast<int>(scenarios_.size()) - 1, row, line_, v});
+    return Status::Ok();
+  }
+  int j = -1;
+  VLM_RETURN_IF_ERROR(col_of(r.names[0], j));
+  if (code == "ob") {
+    VLM_RETURN_IF_ERROR(finite("objective coefficient", v, "of scenario column '" + r.names[0] + "'"));
+    sc.obj[j] = v;
+  } else {
+    (code == "lo" ? sc.lb : sc.ub)[j] = inf_value(v);
+  }
+  return Status::Ok();
+}
+
 // Checks that the general constraint just read names the variables its type needs.
 Status MpsParser::finish_genconstr() {
   if (gens_.empty() || gen_line_ == 0) return Status::Ok();
@@ -948,6 +1005,21 @@ Status MpsParser::finish(ReadModel& out) {
   d.sos = std::move(sos_);
   d.pwlobj = std::move(pwl_);
   d.genconstrs = std::move(gens_);
+
+  // Linear constraints are numbered in row order, leaving out N rows and quadratic ones.
+  std::vector<int> linear_of(rows_.size(), -1);
+  int next = 0;
+  for (std::size_t r = 0; r < rows_.size(); ++r) {
+    if (rows_[r].type != 'N' && !rows_[r].quadratic) linear_of[r] = next++;
+  }
+  for (const ScenarioRhs& c : scenario_rhs_) {
+    if (linear_of[c.row] < 0) {
+      line_ = c.line;
+      return error("scenario right-hand side of '" + rows_[c.row].name + "', which is not a linear constraint");
+    }
+    scenarios_[c.scenario].rhs[linear_of[c.row]] = c.value;
+  }
+  d.scenarios = std::move(scenarios_);
   return Status::Ok();
 }
 

@@ -33,8 +33,11 @@
 //   (semi-integer if it is integer) with the value, if any, as upper bound; SI semi-integer;
 // - QUADOBJ (one triangle of Q) or QMATRIX (all of Q) for the objective c'x + 1/2 x'Qx;
 //   QCMATRIX <row> (all of Q for x'Qx) turns a row of ROWS into a quadratic constraint;
-// - SOS, PWLOBJ, OBJECTIVES, GENCONS as documented in mps_writer.h; ENDATA ends the file.
-// Any value of magnitude 1e30 or more in RHS, RANGES, BOUNDS and GENCONS is infinite.
+// - SOS, PWLOBJ, OBJECTIVES, GENCONS, SCENARIOS as documented in mps_writer.h; ENDATA ends
+//   the file. A scenario refers to columns and rows by name, so SCENARIOS comes after ROWS and
+//   COLUMNS; its RH records must name linear constraints.
+// Any value of magnitude 1e30 or more in RHS, RANGES, BOUNDS and GENCONS, and in the bounds of
+// SCENARIOS, is infinite.
 //
 // Not supported: Fortran exponents ("1.5D+03"), QSECTION, CSECTION and other conic sections;
 // a finite value of 1e30 or more cannot be written or read.

@@ -86,6 +86,7 @@ class MpsWriter {
   void write_quadratic();
   void write_pwlobj();
   void write_genconstrs();
+  void write_scenarios();
 
   const ModelData& d_;
   bool generic_;
@@ -172,6 +173,7 @@ Status MpsWriter::check_names() {
   if (!generic_) {
     holdable(d_.name);
     for (const ObjectiveN& o : d_.objn) holdable(o.name);
+    for (const Scenario& sc : d_.scenarios) holdable(sc.name);
   }
   if (!unfit.empty()) return bad(unfit);
 
@@ -405,6 +407,21 @@ void MpsWriter::write_genconstrs() {
   }
 }
 
+// One SC header per scenario (its name is the rest of the line), then its changes in index
+// order; changes to the same element come in the order LO, UP, OB.
+void MpsWriter::write_scenarios() {
+  if (d_.scenarios.empty()) return;
+  section("SCENARIOS");
+  for (int k = 0; k < static_cast<int>(d_.scenarios.size()); ++k) {
+    const Scenario& sc = d_.scenarios[k];
+    record("SC", {}, generic_ ? indexed_name("S", k) : sc.name);
+    for (const auto& [j, v] : sc.lb) record("LO", {vname(j)}, num(v));
+    for (const auto& [j, v] : sc.ub) record("UP", {vname(j)}, num(v));
+    for (const auto& [j, v] : sc.obj) record("OB", {vname(j)}, num(v));
+    for (const auto& [i, v] : sc.rhs) record("RH", {cname(i)}, num(v));
+  }
+}
+
 Status MpsWriter::write(std::ostream& out, MpsLayout layout) {
   layout_ = layout;
   VLM_RETURN_IF_ERROR(check_names());
@@ -438,6 +455,7 @@ Status MpsWriter::write(std::ostream& out, MpsLayout layout) {
   write_quadratic();
   write_pwlobj();
   write_genconstrs();
+  write_scenarios();
   section("ENDATA");
   out << text_;
   if (!out) return Status(VLM_ERROR_FILE_WRITE, "Error while writing MPS text");

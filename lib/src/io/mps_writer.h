@@ -1,6 +1,6 @@
 // MPS format writer.
 //
-// The file holds everything in ModelData except scenarios and the extra attribute columns,
+// The file holds everything in ModelData except the extra attribute columns,
 // and reads back (mps_reader.h) to the same ModelData. Sections, empty ones left out:
 //
 //   NAME          name
@@ -47,6 +47,12 @@
 //    PT 0 0                                   PWL point x y
 //    PC 3                                     polynomial coefficient, highest degree first
 //    OT FuncPieces=5                          option text: the rest of the line
+//   SCENARIOS                                 one header per scenario, then its changes:
+//    SC low demand                            header: the scenario's name, the rest of the line
+//    LO x         1                           ScenNLB of column x (1e+30 infinite)
+//    UP x         4                           ScenNUB
+//    OB x         3                           ScenNObj
+//    RH c0        5                           ScenNRHS of linear constraint c0
 //   ENDATA
 //
 // Infinite values are written as 1e+30 (read back as infinite). Numbers use the shortest
@@ -56,7 +62,7 @@
 // puts fields in columns 2-3, 5-12, 15-22 and 25-36 (40-47, 50-61 are read but not written:
 // one coefficient per line, and a number longer than 12 characters runs on past column 36),
 // so names may hold blanks but are at most 8 characters. In the sections of our own design
-// (OBJECTIVES, SOS, PWLOBJ, GENCONS) fixed lines carry the code in columns 2-3, the record's
+// (OBJECTIVES, SOS, PWLOBJ, GENCONS, SCENARIOS) fixed lines carry the code in columns 2-3, the record's
 // names in 5-12 and 15-22 and then blank-separated words.
 #pragma once
 
@@ -72,7 +78,7 @@ namespace vlm::io {
 enum class MpsLayout { kAuto, kFree, kFixed };
 
 // Writes `data` as MPS text. With `generic_names`, names are C0.., R0.., QC0.., GC0..,
-// OBJ0.. and the model name is left out. Fails with VLM_ERROR_FILE_WRITE when the names
+// OBJ0.., S0.. (scenarios) and the model name is left out. Fails with VLM_ERROR_FILE_WRITE when the names
 // cannot be represented: two columns or two rows share a name, a name (model and objective
 // names included) holds a control character or starts or ends with a blank, a free-layout
 // name holds a blank, or a fixed-layout name is longer than 8 characters. A model name whose

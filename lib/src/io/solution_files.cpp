@@ -30,6 +30,7 @@ bool var_file_kind(const std::string& suffix, VarFileKind* kind) {
   if (suffix == "sol") *kind = VarFileKind::kSolution;
   else if (suffix == "mst") *kind = VarFileKind::kStart;
   else if (suffix == "hnt") *kind = VarFileKind::kHint;
+  else if (suffix == "ord") *kind = VarFileKind::kOrder;
   else return false;
   return true;
 }
@@ -52,6 +53,9 @@ Status write_var_file(const std::string& filename, VarFileKind kind, Model& m) {
     case VarFileKind::kHint:
       out << "# Variable hints\n";
       break;
+    case VarFileKind::kOrder:
+      out << "# Branching order: variable and BranchPriority\n";
+      break;
   }
   for (int j = 0; j < d.num_vars(); ++j) {
     double v = 0.0, pri = 0.0;
@@ -59,6 +63,8 @@ Status write_var_file(const std::string& filename, VarFileKind kind, Model& m) {
       v = s->x[j];
     } else if (kind == VarFileKind::kStart) {
       if (!extra_value(d, "Start", j, &v)) continue;
+    } else if (kind == VarFileKind::kOrder) {
+      if (!extra_value(d, "BranchPriority", j, &v)) continue;
     } else {
       if (!extra_value(d, "VarHintVal", j, &v)) continue;
       extra_value(d, "VarHintPri", j, &pri);
@@ -72,7 +78,9 @@ Status write_var_file(const std::string& filename, VarFileKind kind, Model& m) {
 
 Status read_var_file(const std::string& filename, VarFileKind kind, Model& m) {
   VLM_ASSIGN_OR_RETURN(std::string content, read_file(filename));
-  const int value_attr = find_attr(kind == VarFileKind::kHint ? "VarHintVal" : "Start");
+  const bool order = kind == VarFileKind::kOrder;
+  const int value_attr =
+      find_attr(kind == VarFileKind::kHint ? "VarHintVal" : order ? "BranchPriority" : "Start");
   const int pri_attr = find_attr("VarHintPri");
   const std::size_t mark = m.change_mark();
   auto fail = [&](int lineno, const std::string& what) {
@@ -90,14 +98,22 @@ Status read_var_file(const std::string& filename, VarFileKind kind, Model& m) {
     if (!split_words(line, words)) return fail(lineno, "unterminated quoted name");
     const std::size_t want = kind == VarFileKind::kHint ? 3 : 2;
     if (words.size() < 2 || words.size() > want) {
-      return fail(lineno, kind == VarFileKind::kHint ? "expected 'name value [priority]'" : "expected 'name value'");
+      return fail(lineno, kind == VarFileKind::kHint ? "expected 'name value [priority]'"
+                          : order                    ? "expected 'name priority'"
+                                                     : "expected 'name value'");
     }
     int j = m.find_by_name(VLM_KIND_VAR, words[0]);
     if (j < 0) return fail(lineno, "no variable named '" + words[0] + "'");
-    auto v = parse_double(words[1]);
-    if (!v) return fail(lineno, "expected a number, found '" + words[1] + "'");
     AttrValue val;
-    val.num = *v;
+    if (order) {
+      auto p = parse_integer(words[1]);
+      if (!p) return fail(lineno, "expected an integer priority, found '" + words[1] + "'");
+      val.num = static_cast<double>(*p);
+    } else {
+      auto v = parse_double(words[1]);
+      if (!v) return fail(lineno, "expected a number, found '" + words[1] + "'");
+      val.num = *v;
+    }
     Status st = set_attr(m, value_attr, j, val);
     if (st.ok() && words.size() == 3) {
       auto p = parse_integer(words[2]);

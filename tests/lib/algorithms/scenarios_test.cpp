@@ -80,16 +80,62 @@ TEST_F(ScenarioTest, ScenarioBoundsReachTheReformulation) {
   EXPECT_NEAR(scen_x(1), 1, 1e-9);
 }
 
-// Multiple objectives together with scenarios are refused, and the model stays as it was.
-TEST_F(ScenarioTest, ScenariosWithMultipleObjectivesAreRefused) {
-  var(1, 0, 1, 'C', "x");
-  ASSERT_EQ(VLMsetintattr(m_, "NumScenarios", 1), VLM_OK);
-  const int ind[] = {0};
-  const double val[] = {1};
-  ASSERT_EQ(VLMsetobjectiven(m_, 0, 0, 1, 0, 0, nullptr, 0, 1, ind, val), VLM_OK);
-  expect_error(VLMoptimize(m_), VLM_ERROR_NOT_SUPPORTED, "multiple objectives and multiple scenarios");
-  EXPECT_EQ(intattr("NumScenarios"), 1);
-  EXPECT_EQ(intattr("NumObj"), 1);
+// Multiple objectives with scenarios: every scenario runs the whole hierarchy.
+// min over x, y in [0, 4] with c0: x + y <= 5 and
+//   objective 0: -x             priority 2, weight 1
+//   objective 2: -y + 3         priority 2, weight 0.25   (level 1: -x - 0.25 y + 0.75)
+//   objective 1: -y             priority 1                (level 2)
+// Base: x = 4, y = 1; ObjN = (-4, -1, 2).
+// 0: rhs(c0) = 7 -> (4, 3): level 1 = -4, ObjN = (-4, -3, 0).
+// 1: ub(x) = 2  -> (2, 3): level 1 = -2, ObjN = (-2, -3, 0).
+// 2: obj(y) = -1 changes objective 0 to -x - y: level 1 = -x - 1.25 y + 0.75 is best at
+//    (1, 4): -5.25, ObjN = (-5, -4, -1); the old objective 0 alone would give (4, 1).
+// 3: lb(x) = lb(y) = 3 -> x + y >= 6 > 5: infeasible, ScenNObjVal +infinity.
+TEST_F(ScenarioTest, MultipleObjectivesRunInEveryScenario) {
+  var(0, 0, 4, 'C', "x");
+  var(0, 0, 4, 'C', "y");
+  row({0, 1}, {1, 1}, '<', 5);
+  const int ix[] = {0}, iy[] = {1};
+  const double minus[] = {-1};
+  ASSERT_EQ(VLMsetobjectiven(m_, 0, 2, 1, 0, 0, "first", 0, 1, ix, minus), VLM_OK);
+  ASSERT_EQ(VLMsetobjectiven(m_, 1, 1, 1, 0, 0, "second", 0, 1, iy, minus), VLM_OK);
+  ASSERT_EQ(VLMsetobjectiven(m_, 2, 2, 0.25, 0, 0, "blend", 3, 1, iy, minus), VLM_OK);
+  ASSERT_EQ(VLMsetintattr(m_, "NumScenarios", 4), VLM_OK);
+  select(0);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNRHS", 0, 7), VLM_OK);
+  select(1);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNUB", 0, 2), VLM_OK);
+  select(2);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNObj", 1, -1), VLM_OK);
+  select(3);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNLB", 0, 3), VLM_OK);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNLB", 1, 3), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), -4, 1e-9);
+  EXPECT_NEAR(x(0), 4, 1e-9);
+  EXPECT_NEAR(x(1), 1, 1e-9);
+  const double first[] = {-4, -2, -5.25};
+  const double objn[][3] = {{-4, -3, 0}, {-2, -3, 0}, {-5, -4, -1}};
+  const double xy[][2] = {{4, 3}, {2, 3}, {1, 4}};
+  for (int k = 0; k < 3; ++k) {
+    select(k);
+    EXPECT_NEAR(scen("ScenNObjVal"), first[k], 1e-9) << k;
+    EXPECT_NEAR(scen("ScenNObjBound"), first[k], 1e-9) << k;
+    EXPECT_NEAR(scen_x(0), xy[k][0], 1e-9) << k;
+    EXPECT_NEAR(scen_x(1), xy[k][1], 1e-9) << k;
+    for (int j = 0; j < 3; ++j) {
+      ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "ObjNumber", j), VLM_OK);
+      EXPECT_NEAR(scen("ObjNVal"), objn[k][j], 1e-9) << k << " " << j;
+    }
+    ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "ObjNumber", 0), VLM_OK);
+  }
+  select(3);
+  EXPECT_EQ(scen("ScenNObjVal"), VLM_INFINITY);
+  double v = 0;
+  EXPECT_EQ(VLMgetdblattr(m_, "ObjNVal", &v), VLM_ERROR_DATA_NOT_AVAILABLE);
+  // The scenarios changed nothing in the model itself.
+  EXPECT_EQ(dblelem("UB", 0), 4);
+  EXPECT_EQ(intattr("NumObj"), 3);
 }
 
 }  // namespace

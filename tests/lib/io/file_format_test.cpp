@@ -494,8 +494,8 @@ TEST_F(ModelFileCApiTest, WriteDispatchesOtherSuffixes) {
   ASSERT_EQ(VLMnewmodel(env_, &model_, "m", 0, nullptr, nullptr, nullptr, nullptr, nullptr), VLM_OK);
   EXPECT_EQ(VLMwrite(model_, "x.foo"), VLM_ERROR_INVALID_ARGUMENT);
   EXPECT_STREQ(VLMgetmerrormsg(model_), "Unknown file type for file 'x.foo'");
-  EXPECT_EQ(VLMwrite(model_, "x.ord"), VLM_ERROR_NOT_SUPPORTED);
-  EXPECT_NE(std::string(VLMgetmerrormsg(model_)).find("x.ord"), std::string::npos);
+  EXPECT_EQ(VLMwrite(model_, "x.prm.gz"), VLM_ERROR_NOT_SUPPORTED);
+  EXPECT_NE(std::string(VLMgetmerrormsg(model_)).find("x.prm.gz"), std::string::npos);
   EXPECT_EQ(VLMwrite(model_, nullptr), VLM_ERROR_NULL_ARGUMENT);
   EXPECT_EQ(VLMwrite(nullptr, "x.lp"), VLM_ERROR_NULL_ARGUMENT);
 
