@@ -19,7 +19,8 @@
                     sum_f z_jf = 1, y in [0, 1]^2, z binary
            peer: PySCIPOpt.
 Each row reports wall time (model building included), the solver's own time, nodes,
-objective and gap. Ours runs with Threads 1 and the given TimeLimit; PySCIPOpt with
+objective, bound and gap, the gap taken alike for both sides as |objective - bound| /
+|objective| (PySCIPOpt's own getGap divides by the smaller of the two, which reads much larger). Ours runs with Threads 1 and the given TimeLimit; PySCIPOpt with
 limits/time. A peer that is not installed is skipped.
 
 Usage: python3 benchmarks/peer_quadratic.py socp 500 2000
@@ -61,11 +62,16 @@ def ours_model(time_limit):
 
 def ours_result(m, t0):
     has = m.SolCount > 0
-    gap = 0.0
-    if m.IsMIP:
-        gap = m.MIPGap if has else math.inf
+    obj = m.ObjVal if has else math.nan
+    bound = m.ObjBound if has else math.nan
     return dict(time=time.perf_counter() - t0, solve=m.Runtime, nodes=m.NodeCount if m.IsMIP else 0,
-                obj=m.ObjVal if has else math.nan, gap=gap, status=str(m.Status))
+                obj=obj, bound=bound, gap=gap_of(obj, bound), status=str(m.Status))
+
+
+def gap_of(obj, bound):
+    if math.isnan(obj) or math.isnan(bound):
+        return math.inf
+    return abs(obj - bound) / max(abs(obj), 1e-10)
 
 
 def ours_socp(d, time_limit):
@@ -159,7 +165,7 @@ def cvxpy_socp(d, time_limit):
     prob.solve()
     st = prob.solver_stats
     return dict(time=time.perf_counter() - t0, solve=st.solve_time or math.nan, nodes=0,
-                obj=prob.value, gap=0.0, status=f"{prob.status} ({st.solver_name})")
+                obj=prob.value, bound=prob.value, gap=0.0, status=f"{prob.status} ({st.solver_name})")
 
 
 def scip_model(time_limit):
@@ -172,9 +178,10 @@ def scip_model(time_limit):
 
 def scip_result(m, t0):
     has = m.getNSols() > 0
+    obj = m.getObjVal() if has else math.nan
+    bound = m.getDualbound()
     return dict(time=time.perf_counter() - t0, solve=m.getSolvingTime(), nodes=m.getNNodes(),
-                obj=m.getObjVal() if has else math.nan, gap=m.getGap() if has else math.inf,
-                status=m.getStatus())
+                obj=obj, bound=bound, gap=gap_of(obj, bound), status=m.getStatus())
 
 
 def scip_miqp(d, time_limit):
@@ -241,7 +248,8 @@ def main():
         print(f"{peer_name} is not installed: its rows are skipped")
         peer = None
     print(f"{a.kind}, time limit {a.time_limit:g} s")
-    print(f"{'row':28s} {'wall s':>8s} {'solve s':>8s} {'nodes':>8s} {'objective':>14s} {'gap':>8s}  status")
+    print(f"{'row':28s} {'wall s':>8s} {'solve s':>8s} {'nodes':>8s} {'objective':>14s} {'bound':>14s} "
+          f"{'gap':>8s}  status")
     for n in a.sizes:
         d = data(n)
         runs = []
@@ -252,7 +260,7 @@ def main():
         for name, fn in runs:
             r = fn(d, a.time_limit)
             print(f"{name:28s} {r['time']:8.2f} {r['solve']:8.2f} {r['nodes']:8.0f} {r['obj']:14.8f} "
-                  f"{r['gap']:8.2e}  {r['status']}", flush=True)
+                  f"{r['bound']:14.8f} {r['gap']:8.2e}  {r['status']}", flush=True)
 
 
 if __name__ == "__main__":

@@ -128,6 +128,8 @@ struct SearchSettings {
   // stall) are added before branching instead of dropped: for separators that hand each row
   // over only once.
   bool keep_pending_cuts = false;
+  // The user's BranchPriority per working column for the most-fractional rule (empty: none).
+  std::vector<int> branch_priority;
 };
 
 struct SearchResult {

@@ -719,7 +719,7 @@ StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& bas
   };
   BranchAndBound search(h, base, s);
   sp = &search;
-  search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol));
+  search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol, s.branch_priority));
   auto sep = std::make_unique<LazySeparator>(core, base, hooks, cs.node_events, s.int_tol);
   sep->set_search(&search);
   lazy_sep = sep.get();
@@ -833,6 +833,7 @@ Status solve_with_lazy_rows(void* h, Env& env, const ModelData& d, const reform:
   cs.search.mip_gap = ps.dbl_param("MIPGap");
   cs.search.mip_gap_abs = ps.dbl_param("MIPGapAbs");
   cs.search.int_tol = ps.dbl_param("IntFeasTol");
+  cs.search.branch_priority = branch_priorities(d, p.ncol);
   cs.search.stop = stop;
   cs.search.env = &env;
   cs.feas_tol = ps.dbl_param("FeasibilityTol");

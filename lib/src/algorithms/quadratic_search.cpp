@@ -6,7 +6,6 @@
 
 #include "algorithms/branch_and_bound.h"
 #include "algorithms/search_solution.h"
-#include "attrs/attr_engine.h"
 #include "reform/convexity.h"
 #include "algorithms/quadratic_cuts.h"
 #include "env/env.h"
@@ -55,17 +54,6 @@ Status check_model(const ModelData& d, const reform::WorkingProblem& p, int nonc
   return Status::Ok();
 }
 
-// The user's BranchPriority per working column (0 for helper columns); empty when no variable
-// has one, which leaves the plain most-fractional choice.
-std::vector<int> branch_priorities(const ModelData& d, int ncol) {
-  const auto& cols = d.extra[VLM_KIND_VAR].num;
-  auto it = cols.find(find_attr("BranchPriority"));
-  if (it == cols.end()) return {};
-  std::vector<int> pri(static_cast<std::size_t>(ncol), 0);
-  for (int j = 0; j < d.num_vars() && j < ncol; ++j) pri[j] = static_cast<int>(it->second.v[j]);
-  return pri;
-}
-
 }  // namespace
 
 bool needs_quadratic_search(const ModelData& d, const reform::WorkingProblem& p) {
@@ -100,6 +88,7 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   s.mip_gap = ps.dbl_param("MIPGap");
   s.mip_gap_abs = ps.dbl_param("MIPGapAbs");
   s.int_tol = ps.dbl_param("IntFeasTol");
+  s.branch_priority = branch_priorities(d, p.ncol);
   // Without integers the root is iterated until the point is feasible.
   if (!p.mip) s.max_rounds = 100000;
   s.stop = stop;
@@ -117,8 +106,7 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   }
   const int nq = d.num_qconstrs();
   BranchAndBound search(h, p, s);
-  search.add_branching_rule(
-      std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol, branch_priorities(d, p.ncol)));
+  search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol, s.branch_priority));
   if (!cons.empty()) {
     auto sep = std::make_unique<QuadraticSeparator>(std::move(cons), tol, cone_tol,
                                                     ps.dbl_param("FeasibilityTol"));

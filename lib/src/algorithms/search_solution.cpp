@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "attrs/attr_engine.h"
+
 namespace vlm::algorithms {
 
 void fill_from_search(const SearchResult& r, const ModelData& d, const reform::WorkingProblem& p, int pool_limit,
@@ -35,6 +37,15 @@ void fill_from_search(const SearchResult& r, const ModelData& d, const reform::W
     sol.pool_x.push_back(sol.x);
   }
   sol.sol_count = static_cast<int>(sol.pool_x.size());
+}
+
+std::vector<int> branch_priorities(const ModelData& d, int ncol) {
+  const auto& cols = d.extra[VLM_KIND_VAR].num;
+  auto it = cols.find(find_attr("BranchPriority"));
+  if (it == cols.end()) return {};
+  std::vector<int> pri(static_cast<std::size_t>(ncol), 0);
+  for (int j = 0; j < d.num_vars() && j < ncol; ++j) pri[j] = static_cast<int>(it->second.v[j]);
+  return pri;
 }
 
 }  // namespace vlm::algorithms

@@ -1,6 +1,8 @@
 // The Solution of a search over the working problem, on the user's elements.
 #pragma once
 
+#include <vector>
+
 #include "algorithms/branch_and_bound.h"
 #include "engine/solution.h"
 #include "model/model_data.h"
@@ -14,5 +16,9 @@ namespace vlm::algorithms {
 // `pool_limit`, or the point alone. Cost: O(nonzeros + pool size x variables).
 void fill_from_search(const SearchResult& r, const ModelData& d, const reform::WorkingProblem& p, int pool_limit,
                       Solution& sol);
+
+// The user's BranchPriority per working column of `p` (0 for helper columns), for
+// SearchSettings::branch_priority; empty when no variable has a priority set. O(columns).
+std::vector<int> branch_priorities(const ModelData& d, int ncol);
 
 }  // namespace vlm::algorithms

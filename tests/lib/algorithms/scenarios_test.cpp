@@ -138,4 +138,40 @@ TEST_F(ScenarioTest, MultipleObjectivesRunInEveryScenario) {
   EXPECT_EQ(intattr("NumObj"), 3);
 }
 
+// A MIP with two objectives and scenarios: ScenNObjBound is the first level's bound, its
+// constant included. Binaries a, b, c, c0: a + b + c >= 2;
+//   objective 0: 3a + 2b + 4c + 1, priority 2;  objective 1: -c, priority 1.
+// Base: a = b = 1: 6; level 2 cannot take c (3a + 2b + 4c <= 5): ObjN = (6, 0).
+// 0: obj(c) = 1 -> b = c = 1: 4, ObjN = (4, -1).   1: ub(b) = 0 -> a = c = 1: 8, (8, -1).
+// 2: rhs(c0) = 3 -> all three: 10, (10, -1).
+TEST_F(ScenarioTest, MipObjectiveBoundsIncludeTheConstant) {
+  var(0, 0, 1, 'B', "a");
+  var(0, 0, 1, 'B', "b");
+  var(0, 0, 1, 'B', "c");
+  row({0, 1, 2}, {1, 1, 1}, '>', 2);
+  const int all[] = {0, 1, 2}, ic[] = {2};
+  const double costs[] = {3, 2, 4}, minus[] = {-1};
+  ASSERT_EQ(VLMsetobjectiven(m_, 0, 2, 1, 0, 0, nullptr, 1, 3, all, costs), VLM_OK);
+  ASSERT_EQ(VLMsetobjectiven(m_, 1, 1, 1, 0, 0, nullptr, 0, 1, ic, minus), VLM_OK);
+  ASSERT_EQ(VLMsetintattr(m_, "NumScenarios", 3), VLM_OK);
+  select(0);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNObj", 2, 1), VLM_OK);
+  select(1);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNUB", 1, 0), VLM_OK);
+  select(2);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNRHS", 0, 3), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), 6, 1e-9);
+  const double first[] = {4, 8, 10};
+  for (int k = 0; k < 3; ++k) {
+    select(k);
+    EXPECT_NEAR(scen("ScenNObjVal"), first[k], 1e-9) << k;
+    EXPECT_NEAR(scen("ScenNObjBound"), first[k], 1e-6) << k;
+    ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "ObjNumber", 1), VLM_OK);
+    EXPECT_NEAR(scen("ObjNVal"), -1, 1e-9) << k;
+    ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "ObjNumber", 0), VLM_OK);
+    EXPECT_NEAR(scen("ObjNVal"), first[k], 1e-9) << k;
+  }
+}
+
 }  // namespace
