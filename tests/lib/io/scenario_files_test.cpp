@@ -1,5 +1,6 @@
 // Multiple objectives and scenarios through LP and MPS files: a written-then-read model solves
-// to the same values; malformed or cut-short scenario sections are refused with file and line.
+// to the same values; malformed or cut-short objective and scenario sections are refused with
+// file and line.
 // Also the parameter (.prm) and branching order (.ord) files.
 #include <gtest/gtest.h>
 
@@ -273,6 +274,38 @@ TEST(ScenarioMpsReaderTest, MalformedSectionsAreRefusedWithTheirLine) {
      "File 's.mps', line 17: objective coefficient 1e+30 of scenario column 'x' is infinite (1e30 or more)"},
     {h + "SCENARIOS\n SC a\n UP x 2\n",
      "File 's.mps', line 17: expected 'ENDATA' after this line, found the end of the file (is the file cut short?)"},
+  });
+}
+
+const char* const kLpMultiHead = "Minimize multi-objectives\n obj: x\n";
+const char* const kLpMultiTail = "Subject To\n c0: x + y >= 1\nEnd\n";
+
+TEST(ObjectiveSectionTest, MalformedLpEntriesAreRefusedWithTheirLine) {
+  const std::string h = kLpMultiHead, t = kLpMultiTail;
+  expect_read_errors(read_lp_text, {
+    {h + " o1: Priority=x Weight=1\n  y\n" + t, "File 's.lp', line 3: expected a number after 'priority=', found 'x'"},
+    {h + " o1: Priority=1.5\n  y\n" + t, "File 's.lp', line 4: expected an integer priority, found 'y'"},
+    {h + " y\n" + t, "File 's.lp', line 3: expected 'Priority=' in an objective after the first, found the end of the objective section"},
+    {h + " o1: Priority=1\n  y\n", "File 's.lp', line 4: expected 'End' after this line, found the end of the file "
+                                     "(is the file cut short?)"},
+  });
+}
+
+const char* const kMpsMultiHead = "NAME m\nROWS\n N obj\n N o1\n G c0\nOBJECTIVES\n";
+const char* const kMpsMultiTail = "COLUMNS\n x obj 1 c0 1\n y o1 1 c0 1\nRHS\n RHS c0 1\nENDATA\n";
+
+TEST(ObjectiveSectionTest, MalformedMpsEntriesAreRefusedWithTheirLine) {
+  const std::string h = kMpsMultiHead, t = kMpsMultiTail;
+  expect_read_errors(read_mps_text, {
+    {h + " c0 Priority=1\n" + t, "File 's.mps', line 7: objective 'c0' must be an N row other than the objective"},
+    {h + " obj Priority=1\n" + t, "File 's.mps', line 7: objective 'obj' must be an N row other than the objective"},
+    {h + " o1 Priority=1.5\n" + t, "File 's.mps', line 7: expected an integer priority"},
+    {h + " o1 Priority=1\n o1 Weight=2\n" + t, "File 's.mps', line 8: objective row 'o1' is listed twice"},
+    {h + " o1 Colour=1\n" + t,
+     "File 's.mps', line 7: expected Priority, Weight, AbsTol, RelTol or Name, found 'Colour=1'"},
+    {h + " o1 Weight\n" + t, "File 's.mps', line 7: expected Name=value, found 'Weight'"},
+    {h + " o1 Weight=heavy\n" + t, "File 's.mps', line 7: expected a number for weight, found 'heavy'"},
+    {h + " nowhere Priority=1\n" + t, "File 's.mps', line 7: unknown row 'nowhere'"},
   });
 }
 
