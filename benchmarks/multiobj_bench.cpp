@@ -3,7 +3,8 @@
 //  1. the LP with one objective (VLMoptimize as usual);
 //  2. the same costs as objective 0 of three priority levels (objective 1 and 2 other cost
 //     patterns): three solves, the later ones with one degradation row each;
-//  3. the LP with 10 scenarios, each changing 60 right-hand sides: 11 solves.
+//  3. the LP with 10 scenarios, each changing 60 right-hand sides: 11 solves;
+//  4. both: the three levels for the base model and each of the 10 scenarios: 33 solves.
 // Best of 5 repetitions each. Not a test: it prints.
 //
 // Build and run: cmake --build build/t --target multiobj_bench && build/t/benchmarks/multiobj_bench
@@ -100,6 +101,10 @@ int main() {
   run("one objective", env, [](VLMmodel*, VLMenv*) {});
   run("three objectives in three levels", env, [](VLMmodel* m, VLMenv*) { add_objectives(m); });
   run("ten scenarios (and the base model)", env, add_scenarios);
+  run("three levels in ten scenarios (and base)", env, [](VLMmodel* m, VLMenv* e) {
+    add_objectives(m);
+    add_scenarios(m, e);
+  });
   VLMfreeenv(env);
   return 0;
 }
