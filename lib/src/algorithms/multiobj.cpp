@@ -81,7 +81,7 @@ Status optimize_multiobj(Model& m) {
 }
 
 StatusOr<MultiobjResult> solve_multiobj(Model& m, const ModelData& d, const std::string& title_prefix,
-                                        double time_limit, bool log_summary) {
+                                        double time_limit, bool log_summary, const MultiobjResult* start) {
   MultiobjResult result;
   reform::WorkingProblem p;
   VLM_RETURN_IF_ERROR(engine::build_problem(m, d, p));
@@ -116,10 +116,12 @@ StatusOr<MultiobjResult> solve_multiobj(Model& m, const ModelData& d, const std:
     // MultiObjMethod 2 discards the previous basis (Method decides); 0 / 1 re-solve a later
     // level by primal / dual simplex from it; -1 leaves the choice to the engine.
     phase.start_basis = k > 0 && method != 2 ? &basis[(k + 1) % 2] : nullptr;
+    if (k == 0 && start != nullptr && !start->first_basis.cols.empty()) phase.start_basis = &start->first_basis;
     phase.simplex = k > 0 ? method : -1;
     phase.final_basis = &basis[k % 2];
     full_x[k % 2].clear();
     phase.start_x = k > 0 ? &full_x[(k + 1) % 2] : nullptr;
+    if (k == 0 && start != nullptr && !start->first_x.empty()) phase.start_x = &start->first_x;
     phase.final_x = &full_x[k % 2];
     // A level's multi-objective environment, when the user made one, sets its parameters.
     std::optional<ParamOverride> level_settings;
@@ -153,6 +155,8 @@ StatusOr<MultiobjResult> solve_multiobj(Model& m, const ModelData& d, const std:
     }
     const bool optimal = sol->status == VLM_OPTIMAL || stopped_one;
     if (k == 0) {
+      result.first_basis = basis[0];
+      result.first_x = full_x[0];
       result.first_obj = value_of(L.cost, sol->x) + L.constant;
       // A continuous optimum is its own bound; a MIP level's bound is the engine's, for the
       // level's costs and constant as the working problem carries them.

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "core/status.h"
+#include "engine/engine.h"
 #include "model/model.h"
 
 namespace vlm::algorithms {
@@ -66,13 +67,20 @@ Status optimize_multiobj(Model& m);
 struct MultiobjResult {
   std::unique_ptr<Solution> sol;
   double first_obj = 0.0, first_bound = 0.0;
+  // The first level's final basis (continuous) or point over all working columns (MIP), for
+  // starting the first level of a similar sequence (a scenario's); empty when there is none.
+  engine::EngineBasis first_basis;
+  std::vector<double> first_x;
 };
 
 // The level sequence of optimize_multiobj on `d` (the model's data or a scenario of it),
 // without storing anything in `m`; log titles start with `title_prefix`; `time_limit` is
-// what the sequence may spend. `log_summary` writes the closing summary line. Fails as
-// optimize_multiobj does. Cost: one solve per level.
+// what the sequence may spend. `log_summary` writes the closing summary line. With `start`
+// (the result of the base model's sequence) the first level starts from its first level's
+// basis or point, which the engine takes when it fits. Fails as optimize_multiobj does.
+// Cost: one solve per level.
 StatusOr<MultiobjResult> solve_multiobj(Model& m, const ModelData& d, const std::string& title_prefix,
-                                        double time_limit, bool log_summary);
+                                        double time_limit, bool log_summary,
+                                        const MultiobjResult* start = nullptr);
 
 }  // namespace vlm::algorithms

@@ -47,7 +47,8 @@ Status optimize_multiobj_scenarios(Model& m) {
     const ModelData sd = scenario_model(d, k);
     char title[96];
     std::snprintf(title, sizeof title, "Scenarios: scenario %d of %d: ", k + 1, count);
-    auto r = solve_multiobj(m, sd, title, limit - sol->runtime, false);
+    // The base model's first level is a start of the right shape for the scenario's first.
+    auto r = solve_multiobj(m, sd, title, limit - sol->runtime, false, &base);
     if (!r.ok()) return in_scenario(r.status(), k, d.scenarios[k].name);
     const Solution& s = *r->sol;
     ScenarioResult& out = sol->scenarios[k];
