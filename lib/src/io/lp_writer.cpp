@@ -418,7 +418,8 @@ Status LpWriter::check_scenario_rows() const {
 }
 
 // One "name: Scenario" header per scenario (no label when it has no name), then one change per
-// line; lines are never wrapped, so a record cut short is seen as such.
+// line; lines are never wrapped, so a record cut short is seen as such. The reader creates no
+// variable here, so these mentions do not count in the order of first mention (raw_vname).
 void LpWriter::write_scenarios(Text& t) {
   if (d_.scenarios.empty()) return;
   t.line("Scenarios");
@@ -426,9 +427,9 @@ void LpWriter::write_scenarios(Text& t) {
     const Scenario& sc = d_.scenarios[k];
     const std::string name = generic_ ? indexed_name("S", k) : label(sc.name);
     t.line(name.empty() ? " Scenario" : " " + name + ": Scenario");
-    for (const auto& [j, v] : sc.lb) t.line("  LB " + vname(j) + " = " + num(v));
-    for (const auto& [j, v] : sc.ub) t.line("  UB " + vname(j) + " = " + num(v));
-    for (const auto& [j, v] : sc.obj) t.line("  Obj " + vname(j) + " = " + num(v));
+    for (const auto& [j, v] : sc.lb) t.line("  LB " + raw_vname(j) + " = " + num(v));
+    for (const auto& [j, v] : sc.ub) t.line("  UB " + raw_vname(j) + " = " + num(v));
+    for (const auto& [j, v] : sc.obj) t.line("  Obj " + raw_vname(j) + " = " + num(v));
     for (const auto& [i, v] : sc.rhs) t.line("  RHS " + cname(i) + " = " + num(v));
   }
 }
