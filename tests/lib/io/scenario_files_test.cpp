@@ -169,6 +169,41 @@ TEST_F(ScenarioFileTest, WrittenThenReadModelsSolveAlike) {
   }
 }
 
+// The files in tests/data (also fuzzing seeds), as our writers wrote them: x, y in [0, 4],
+// c0: x + y <= 5; one level -x - 0.25 y + 0.75 (objectives "first" -x and "blend" -y + 3 at
+// weight 0.25). Base (4, 1): ObjVal -4. "high cap" rhs(c0) = 7: (4, 3), -4, ObjN (-4, 0).
+// Unnamed: lb(x) = -inf, obj(y) = -1 makes objective 0 -x - y: (1, 4), -5.25, ObjN (-5, -1).
+TEST(ScenarioDataFileTest, SampleFilesSolveToHandValues) {
+  VLMenv* env = nullptr;
+  ASSERT_EQ(VLMemptyenv(&env), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(env, "OutputFlag", 0), VLM_OK);
+  ASSERT_EQ(VLMstartenv(env), VLM_OK);
+  for (const char* file : {"multiobj_scenarios.lp", "multiobj_scenarios.mps"}) {
+    SCOPED_TRACE(file);
+    VLMmodel* m = nullptr;
+    const std::string path = std::string(VELMOR_TEST_DATA_DIR) + "/" + file;
+    ASSERT_EQ(VLMreadmodel(env, path.c_str(), &m), VLM_OK) << VLMgeterrormsg(env);
+    ASSERT_EQ(VLMoptimize(m), VLM_OK) << VLMgetmerrormsg(m);
+    VLMenv* e = VLMgetenv(m);
+    double v = 0;
+    ASSERT_EQ(VLMgetdblattr(m, "ObjVal", &v), VLM_OK);
+    EXPECT_NEAR(v, -4, 1e-9);
+    const double level[] = {-4, -5.25}, objn[][2] = {{-4, 0}, {-5, -1}};
+    for (int k = 0; k < 2; ++k) {
+      ASSERT_EQ(VLMsetintparam(e, "ScenarioNumber", k), VLM_OK);
+      ASSERT_EQ(VLMgetdblattr(m, "ScenNObjVal", &v), VLM_OK);
+      EXPECT_NEAR(v, level[k], 1e-9) << k;
+      for (int j = 0; j < 2; ++j) {
+        ASSERT_EQ(VLMsetintparam(e, "ObjNumber", j), VLM_OK);
+        ASSERT_EQ(VLMgetdblattr(m, "ObjNVal", &v), VLM_OK);
+        EXPECT_NEAR(v, objn[k][j], 1e-9) << k << " " << j;
+      }
+    }
+    VLMfreemodel(m);
+  }
+  VLMfreeenv(env);
+}
+
 // Scenarios refer to constraints by label in LP files: a change to a constraint whose label is
 // shared cannot be written there, and nothing is written.
 TEST_F(ScenarioFileTest, SharedLabelOfAChangedConstraintIsRefusedInLp) {
