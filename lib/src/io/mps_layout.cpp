@@ -1,14 +1,51 @@
 #include "io/mps_layout.h"
 
+#include <algorithm>
 #include <string>
 
 #include "core/text.h"
 
 namespace vlm::io {
 
-namespace {
+namespace mps {
+
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-}  // namespace
+
+Words split(std::string_view s) {
+  Words out;
+  std::size_t i = 0;
+  while (i < s.size()) {
+    while (i < s.size() && is_blank(s[i])) ++i;
+    if (i >= s.size()) break;
+    std::size_t b = i;
+    while (i < s.size() && !is_blank(s[i])) ++i;
+    out.w.push_back(s.substr(b, i - b));
+    out.end.push_back(i);
+  }
+  return out;
+}
+
+std::string_view cols(std::string_view line, std::size_t b, std::size_t e) {
+  if (b >= line.size()) return {};
+  return line.substr(b, std::min(e, line.size()) - b);
+}
+
+std::string_view fixed_number(std::string_view line, std::size_t b, std::size_t e, std::size_t& end) {
+  std::size_t p = b;
+  while (p < line.size() && p < e && is_blank(line[p])) ++p;
+  if (p >= line.size() || p >= e) {
+    end = b;
+    return {};
+  }
+  std::size_t q = p;
+  while (q < line.size() && !is_blank(line[q])) ++q;
+  end = q;
+  return line.substr(p, q - p);
+}
+
+}  // namespace mps
+
+using mps::is_blank;
 
 bool fixed_name_field_has_blank(std::string_view text) {
   std::size_t at = 0;

@@ -17,52 +17,17 @@ namespace {
 
 constexpr double kMpsInfinity = 1e30;
 
-bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
 double inf_value(double v) {
   if (v >= kMpsInfinity) return VLM_INFINITY;
   if (v <= -kMpsInfinity) return -VLM_INFINITY;
   return v;
 }
 
-// Blank-separated words with their end positions (to take "the rest of the line").
-struct Words {
-  std::vector<std::string_view> w;
-  std::vector<std::size_t> end;
-};
-
-Words split(std::string_view s) {
-  Words out;
-  std::size_t i = 0;
-  while (i < s.size()) {
-    while (i < s.size() && is_blank(s[i])) ++i;
-    if (i >= s.size()) break;
-    std::size_t b = i;
-    while (i < s.size() && !is_blank(s[i])) ++i;
-    out.w.push_back(s.substr(b, i - b));
-    out.end.push_back(i);
-  }
-  return out;
-}
-
-std::string_view cols(std::string_view line, std::size_t b, std::size_t e) {
-  if (b >= line.size()) return {};
-  return line.substr(b, std::min(e, line.size()) - b);
-}
-
-// A number field of fixed MPS: the word starting within [b, e) (0-based), which may run on.
-std::string_view fixed_number(std::string_view line, std::size_t b, std::size_t e, std::size_t& end) {
-  std::size_t p = b;
-  while (p < line.size() && p < e && is_blank(line[p])) ++p;
-  if (p >= line.size() || p >= e) {
-    end = b;
-    return {};
-  }
-  std::size_t q = p;
-  while (q < line.size() && !is_blank(line[q])) ++q;
-  end = q;
-  return line.substr(p, q - p);
-}
+using mps::cols;
+using mps::fixed_number;
+using mps::is_blank;
+using mps::split;
+using mps::Words;
 
 enum class Sec {
   kNone,
