@@ -1,0 +1,94 @@
+// y = ||x||_2 as a second-order cone where only y >= ||x|| can bind, and otherwise as an
+// equality that needs NonConvex 2.
+#include "reform/reform_fixture.h"
+
+namespace {
+
+class TwoNormTest : public ReformTest {
+ protected:
+  void norm2(int y, std::vector<int> xs, const char* name = "n2") {
+    ASSERT_EQ(VLMaddgenconstrNorm(m_, name, y, static_cast<int>(xs.size()), xs.data(), 2.0), VLM_OK);
+  }
+  double length(std::vector<int> xs) {
+    double s = 0.0;
+    for (int j : xs) s += x(j) * x(j);
+    return std::sqrt(s);
+  }
+};
+
+// The point of the line x1 + 2 x2 = 5 nearest the origin: min y, y = ||(x1, x2)||, x free.
+// The nearest point is (1, 2) at distance 5 / sqrt(5) = sqrt(5).
+TEST_F(TwoNormTest, NearestPointOnALine) {
+  int x1 = var(0, -1e100, 1e100, 'C', "x1");
+  int x2 = var(0, -1e100, 1e100, 'C', "x2");
+  int y = var(1, -1e100, 1e100, 'C', "y");
+  row({x1, x2}, {1, 2}, '=', 5);
+  norm2(y, {x1, x2});
+  solve();
+  EXPECT_NEAR(objval(), std::sqrt(5.0), 1e-5);
+  EXPECT_NEAR(x(x1), 1.0, 1e-3);
+  EXPECT_NEAR(x(x2), 2.0, 1e-3);
+  EXPECT_NEAR(x(y), length({x1, x2}), 1e-5);
+  expect_user_feasible(3, 1);
+}
+
+// y may sit in rows where a smaller y is never worse: max 3 x1 + 4 x2 - 2y, y + s <= 10 (s
+// free of cost, s >= 0), y = ||x||, x1, x2 >= 0. The objective per unit of length in direction
+// (3, 4)/5 is 5 - 2 = 3 > 0, so the length grows to the cap y = 10: x = (6, 8), value
+// = 50 - 20 = 30.
+TEST_F(TwoNormTest, ConeWithRowCap) {
+  int x1 = var(3, 0, 1e100, 'C', "x1");
+  int x2 = var(4, 0, 1e100, 'C', "x2");
+  int y = var(-2, 0, 1e100, 'C', "y");
+  int s = var(0, 0, 1e100, 'C', "s");
+  maximize();
+  row({y, s}, {1, 1}, '<', 10);
+  norm2(y, {x1, x2});
+  solve();
+  EXPECT_NEAR(objval(), 30.0, 1e-4);
+  EXPECT_NEAR(x(y), 10.0, 1e-4);
+  EXPECT_NEAR(x(x1), 6.0, 1e-3);
+  EXPECT_NEAR(x(x2), 8.0, 1e-3);
+  EXPECT_NEAR(x(y), length({x1, x2}), 1e-5);
+  expect_user_feasible(4, 1);
+}
+
+// Where a larger y may pay, the cone alone is not exact and the equality is not convex: the
+// solve is refused naming the constraint and NonConvex 2, and the model is unchanged.
+//  - max y, y = ||x||, x in [-1, 1]^2: the cone alone would let y grow without bound;
+//  - min y with the row y >= 3: the cone alone would give y = 3 at x = 0, where ||x|| = 0.
+TEST_F(TwoNormTest, EqualityNeedsNonConvex) {
+  for (bool maximise : {true, false}) {
+    SCOPED_TRACE(maximise);
+    TearDown();
+    SetUp();
+    nvars_ = 0;
+    int x1 = var(0, -1, 1, 'C', "x1");
+    int x2 = var(0, -1, 1, 'C', "x2");
+    int y = var(1, 0, 1e100, 'C', "y");
+    if (maximise) {
+      maximize();
+    } else {
+      row({y}, {1}, '>', 3);
+    }
+    norm2(y, {x1, x2}, "dist");
+    expect_error(VLMoptimize(m_), VLM_ERROR_QCP_EQUALITY_CONSTRAINT,
+                 "NORM constraint 'dist' ties its result to the 2-norm from both sides");
+    const std::string msg = VLMgetmerrormsg(m_);
+    EXPECT_NE(msg.find("set NonConvex to 2"), std::string::npos) << msg;
+    EXPECT_EQ(intattr("NumGenConstrs"), 1);
+    EXPECT_EQ(intattr("NumQConstrs"), 0);
+    EXPECT_EQ(intattr("NumVars"), 3);
+  }
+}
+
+// A lower bound above 0 on y makes y = max(lb, ||x||) under the cone: not exact either.
+// min y, y >= 0.5 (bound), y = ||x||, x in [-1, 1]: refused in the same way.
+TEST_F(TwoNormTest, PositiveLowerBoundIsNotConeExact) {
+  int x1 = var(0, -1, 1, 'C', "x1");
+  int y = var(1, 0.5, 1e100, 'C', "y");
+  norm2(y, {x1});
+  expect_error(VLMoptimize(m_), VLM_ERROR_QCP_EQUALITY_CONSTRAINT, "NORM constraint 'n2'");
+}
+
+}  // namespace
