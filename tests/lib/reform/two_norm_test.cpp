@@ -53,6 +53,27 @@ TEST_F(TwoNormTest, ConeWithRowCap) {
   expect_user_feasible(4, 1);
 }
 
+// A cone and a held SOS1 in one search: the point nearest (3, 4) with x1, x2 >= 0 unbounded
+// and at most one of them non-zero. x1 = 0: distance 3 at (0, 4); x2 = 0: 4 at (3, 0).
+// The relaxation's (3, 4) at distance 0 has both non-zero. Optimum 3.
+TEST_F(TwoNormTest, ConeWithBranchedSet) {
+  int x1 = var(0, 0, 1e100, 'C', "x1");
+  int x2 = var(0, 0, 1e100, 'C', "x2");
+  int d1 = var(0, -1e100, 1e100, 'C', "d1");
+  int d2 = var(0, -1e100, 1e100, 'C', "d2");
+  int y = var(1, 0, 1e100, 'C', "y");
+  row({d1, x1}, {1, -1}, '=', -3);
+  row({d2, x2}, {1, -1}, '=', -4);
+  sos(1, {x1, x2}, {1, 2});
+  norm2(y, {d1, d2});
+  solve();
+  EXPECT_NEAR(objval(), 3.0, 1e-5);
+  EXPECT_NEAR(x(x1), 0.0, 1e-6);
+  EXPECT_NEAR(x(x2), 4.0, 1e-3);
+  EXPECT_NEAR(x(y), length({d1, d2}), 1e-5);
+  expect_user_feasible(5, 2);
+}
+
 // Where a larger y may pay, the cone alone is not exact and the equality is not convex: the
 // solve is refused naming the constraint and NonConvex 2, and the model is unchanged.
 //  - max y, y = ||x||, x in [-1, 1]^2: the cone alone would let y grow without bound;
