@@ -254,6 +254,30 @@ TEST_F(HeldTest, IndicatorsAndSetsTogether) {
   expect_user_feasible(5, 2);
 }
 
+// Hierarchical objectives over a held SOS1: each level is a search of its own.
+// x1, x2 >= 0 unbounded, x1 + 2 x2 >= 4, 2 x1 + x2 >= 4, SOS1{x1, x2}. Level 1: min 3 x1 + 3 x2;
+// the LP's (4/3, 4/3) = 8 has both, x1 = 4 or x2 = 4 give 12. Level 2: min x2 among those: 0
+// at (4, 0).
+TEST_F(HeldTest, HierarchicalObjectivesKeepTheSet) {
+  int x1 = var(0, 0, kInf, 'C', "x1");
+  int x2 = var(0, 0, kInf, 'C', "x2");
+  row({x1, x2}, {1, 2}, '>', 4);
+  row({x1, x2}, {2, 1}, '>', 4);
+  sos(1, {x1, x2}, {1, 2});
+  std::vector<int> both{x1, x2}, second{x2};
+  std::vector<double> three{3, 3}, one{1};
+  ASSERT_EQ(VLMsetobjectiven(m_, 0, 2, 1.0, 0.0, 0.0, nullptr, 0.0, 2, both.data(), three.data()), VLM_OK);
+  ASSERT_EQ(VLMsetobjectiven(m_, 1, 1, 1.0, 0.0, 0.0, nullptr, 0.0, 1, second.data(), one.data()), VLM_OK);
+  solve();
+  EXPECT_NEAR(x(x1), 4.0, 1e-6);
+  EXPECT_NEAR(x(x2), 0.0, 1e-6);
+  for (int k : {0, 1}) {
+    ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "ObjNumber", k), VLM_OK);
+    EXPECT_NEAR(dbl("ObjNVal"), k == 0 ? 12.0 : 0.0, 1e-6);
+  }
+  expect_sos(1, {x1, x2}, {1, 2});
+}
+
 // A node limit stops the search with its status and a valid bound: the SOS2 model above
 // (optimum 4) with NodeLimit 1 ends after the root, whose bound 3 is below the optimum.
 TEST_F(HeldTest, NodeLimitIsAStatus) {
