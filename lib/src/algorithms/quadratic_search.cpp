@@ -130,6 +130,17 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   auto result = search.run();
   if (!result.ok()) return result.status();
   SearchResult& r = *result;
+  // A 2-norm solved as its cone alone, whose result nothing else depends on, takes its value.
+  for (const reform::WorkingProblem::NormValue& v : p.set_to_norm) {
+    auto set = [&v](std::vector<double>& x) {
+      if (x.empty()) return;
+      double sum = 0.0;
+      for (int j : v.of) sum += x[j] * x[j];
+      x[v.col] = std::sqrt(sum);
+    };
+    set(r.x);
+    for (auto& inc : r.incumbents) set(inc.second);
+  }
 
   const int n = d.num_vars(), m = d.num_constrs();
   sol.is_mip = p.mip || p.reported_as_mip;

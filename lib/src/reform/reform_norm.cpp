@@ -84,7 +84,9 @@ Status add_two_norm(const ModelData& d, int index, Builder& b) {
   q.qrow.push_back(t);
   q.qcol.push_back(t);
   q.qval.push_back(-1.0);
-  q.sense = cone_is_exact(d, index) ? '<' : '=';
+  const NormForm form = two_norm_form(d, index);
+  q.sense = form == NormForm::kEquality ? '=' : '<';
+  if (form == NormForm::kConeThenSetY) b.set_to_norm(g.res, g.vars);
   q.rhs = 0.0;
   q.name = describe_genconstr(d, index);
   b.add_qrow(std::move(q));
@@ -159,36 +161,37 @@ class NormReformulation final : public Reformulation {
 
 }  // namespace
 
-bool cone_is_exact(const ModelData& d, int index) {
+NormForm two_norm_form(const ModelData& d, int index) {
+  const NormForm no = NormForm::kEquality;
   const int y = d.genconstrs[index].res;
-  if (d.vtype[y] != 'C' || d.lb[y] > 0.0 || d.sense * d.obj[y] <= 0.0) return false;
+  if (d.vtype[y] != 'C' || d.lb[y] > 0.0 || d.sense * d.obj[y] < 0.0) return no;
   for (std::size_t k = 0; k < d.qval.size(); ++k) {
-    if (d.qrow[k] == y || d.qcol[k] == y) return false;
+    if (d.qrow[k] == y || d.qcol[k] == y) return no;
   }
   for (const ObjectiveN& o : d.objn) {
-    if (y < static_cast<int>(o.coef.size()) && o.coef[y] != 0.0) return false;
+    if (y < static_cast<int>(o.coef.size()) && o.coef[y] != 0.0) return no;
   }
-  if (d.pwlobj.count(y) != 0) return false;
+  if (d.pwlobj.count(y) != 0) return no;
   for (int i = 0; i < d.num_constrs(); ++i) {
     const Row& r = d.rows[i];
     for (std::size_t k = 0; k < r.ind.size(); ++k) {
       if (r.ind[k] != y || r.val[k] == 0.0) continue;
       const bool smaller_is_fine = (d.csense[i] == '<' && r.val[k] > 0.0) || (d.csense[i] == '>' && r.val[k] < 0.0);
-      if (!smaller_is_fine) return false;
+      if (!smaller_is_fine) return no;
     }
   }
   auto uses = [y](const std::vector<int>& v) { return std::find(v.begin(), v.end(), y) != v.end(); };
   for (const QConstrData& q : d.qconstrs) {
-    if (uses(q.lind) || uses(q.qrow) || uses(q.qcol)) return false;
+    if (uses(q.lind) || uses(q.qrow) || uses(q.qcol)) return no;
   }
   for (const SosData& s : d.sos) {
-    if (uses(s.ind)) return false;
+    if (uses(s.ind)) return no;
   }
   for (int k = 0; k < d.num_genconstrs(); ++k) {
     const GenConstrData& g = d.genconstrs[k];
-    if (uses(g.vars) || g.arg == y || (k != index && g.res == y)) return false;
+    if (uses(g.vars) || g.arg == y || (k != index && g.res == y)) return no;
   }
-  return true;
+  return d.obj[y] == 0.0 ? NormForm::kConeThenSetY : NormForm::kCone;
 }
 
 const Reformulation& norm_reformulation() {

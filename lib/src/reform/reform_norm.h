@@ -10,7 +10,7 @@
 // Equality with a norm is not convex, so p = 1 and p = inf need a binary for each x_i that may
 // take both signs; x_i with a fixed sign make them pure LP.
 // p = 2: a column t >= 0 with r = t and the quadratic row sum_i x_i^2 - t^2 <= 0, a
-// second-order cone (convex), when cone_is_exact says that only r >= ||x|| can bind; otherwise
+// second-order cone (convex), when two_norm_form says that only r >= ||x|| can bind; otherwise
 // sum_i x_i^2 - t^2 = 0, which is not convex: the quadratic search solves it only with
 // NonConvex 2 and otherwise refuses it naming the NORM constraint. No bound is needed.
 //
@@ -25,13 +25,18 @@
 
 namespace vlm::reform {
 
-// Whether y = ||x||_2 (general constraint `index`) may be relaxed to y >= ||x||_2: y is
-// continuous with a lower bound of at most 0, the objective pushes it down (a positive cost
-// when minimising, negative when maximising; no quadratic or other objective term), and
-// otherwise y appears only in linear inequalities where a smaller y is never worse ('<' rows
-// with a positive coefficient, '>' rows with a negative one). Every solution with
-// y > ||x|| is then beaten by lowering y, so the optimum has equality. O(model size).
-bool cone_is_exact(const ModelData& d, int index);
+// How y = ||x||_2 (general constraint `index`) is written:
+//   kCone: y >= ||x||_2 alone is exact. y is continuous with a lower bound of at most 0, the
+//     objective pushes it down (a positive cost when minimising, negative when maximising; no
+//     quadratic, multi-objective or PWL term), and otherwise y appears only in linear
+//     inequalities where a smaller y is never worse ('<' rows with a positive coefficient, '>'
+//     rows with a negative one). Every point with y > ||x|| is beaten by lowering y.
+//   kConeThenSetY: the same with no cost on y: lowering y changes nothing, so the cone is
+//     solved and y is then set to ||x|| in every solution (WorkingProblem::set_to_norm).
+//   kEquality: anything else.
+// O(model size).
+enum class NormForm { kCone, kConeThenSetY, kEquality };
+NormForm two_norm_form(const ModelData& d, int index);
 
 // The registered unit (general constraints of type NORM).
 const Reformulation& norm_reformulation();

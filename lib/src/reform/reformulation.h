@@ -81,6 +81,8 @@ class Builder {
     created_ |= kCreatesRows;
     p_.qrows.push_back(std::move(q));
   }
+  // Has every solution set column `col` to ||x[of]||_2 after the solve. O(size).
+  void set_to_norm(int col, std::vector<int> of) { p_.set_to_norm.push_back({col, std::move(of)}); }
   // Leaves a construct without finite big-Ms to the search, which branches on it. O(size).
   void hold(HeldConstruct c) { p_.held.push_back(std::move(c)); }
   // Replaces the objective coefficient of a column in the working problem. O(1).

@@ -62,6 +62,13 @@ struct WorkingProblem {
   // the user's they stand for, "NORM constraint 'n'"). Solved by the quadratic search together
   // with the user's quadratic constraints, which stay in the ModelData.
   std::vector<QConstrData> qrows;
+  // Columns that a solution sets to the 2-norm of other columns after the solve: y of a
+  // y = ||x|| whose cone was solved alone because nothing depends on how large y is.
+  struct NormValue {
+    int col = -1;
+    std::vector<int> of;
+  };
+  std::vector<NormValue> set_to_norm;
   // Constructs the search must branch on (empty unless some construct lacks a finite bound).
   std::vector<HeldConstruct> held;
 

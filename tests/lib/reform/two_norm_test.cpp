@@ -74,6 +74,30 @@ TEST_F(TwoNormTest, ConeWithBranchedSet) {
   expect_user_feasible(5, 2);
 }
 
+// A norm nothing depends on (no cost, no other use) is solved as its cone and then reported
+// exactly: min -x1 - x2, x in [-1, 1]^2, y = ||x|| gives x = (1, 1), y = sqrt(2). With y <= 1
+// the cone bounds x: x = (1, 1) / sqrt(2), objective -sqrt(2), y = 1.
+TEST_F(TwoNormTest, NormWithoutCostIsReportedExactly) {
+  for (double ub : {1e100, 1.0}) {
+    SCOPED_TRACE(ub);
+    TearDown();
+    SetUp();
+    nvars_ = 0;
+    int x1 = var(-1, -1, 1, 'C', "x1");
+    int x2 = var(-1, -1, 1, 'C', "x2");
+    int y = var(0, 0, ub, 'C', "y");
+    norm2(y, {x1, x2});
+    solve();
+    const double r = ub == 1.0 ? 1.0 / std::sqrt(2.0) : 1.0;
+    EXPECT_NEAR(objval(), -2.0 * r, 1e-5);
+    EXPECT_NEAR(x(x1), r, 1e-3);
+    EXPECT_NEAR(x(x2), r, 1e-3);
+    EXPECT_NEAR(x(y), length({x1, x2}), 1e-9);
+    EXPECT_NEAR(x(y), std::sqrt(2.0) * r, 1e-4);
+    expect_user_feasible(3, 0);
+  }
+}
+
 // Where a larger y may pay, the cone alone is not exact and the equality is not convex: the
 // solve is refused naming the constraint and NonConvex 2, and the model is unchanged.
 //  - max y, y = ||x||, x in [-1, 1]^2: the cone alone would let y grow without bound;
