@@ -278,9 +278,9 @@ TEST_F(HeldTest, HierarchicalObjectivesKeepTheSet) {
   expect_sos(1, {x1, x2}, {1, 2});
 }
 
-// A node limit stops the search with its status and a valid bound: the SOS2 model above
-// (optimum 4) with NodeLimit 1 ends after the root, whose bound 3 is below the optimum.
-TEST_F(HeldTest, NodeLimitIsAStatus) {
+// Limits are statuses: the SOS2 model above (optimum 4) with NodeLimit 1 ends after the root,
+// whose bound 3 is below the optimum; TimeLimit 0 before the root.
+TEST_F(HeldTest, LimitsAreStatuses) {
   int x1 = var(0.5, 0, kInf, 'C', "x1");
   int x2 = var(5, 0, kInf, 'C', "x2");
   int x3 = var(1, 0, kInf, 'C', "x3");
@@ -293,6 +293,17 @@ TEST_F(HeldTest, NodeLimitIsAStatus) {
   EXPECT_EQ(status(), VLM_NODE_LIMIT);
   EXPECT_NEAR(dbl("ObjBound"), 3.0, 1e-6);
   EXPECT_EQ(intattr("SolCount"), 0);
+  // TimeLimit 0 stops before the first node; without limits the gap closes at the optimum 4.
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "NodeLimit", 1e100), VLM_OK);
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "TimeLimit", 0), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_TIME_LIMIT);
+  EXPECT_EQ(intattr("SolCount"), 0);
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), "TimeLimit", 1e100), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), 4.0, 1e-6);
+  EXPECT_NEAR(dbl("MIPGap"), 0.0, 1e-9);
+  EXPECT_GE(dbl("NodeCount"), 3.0);  // the root and its two children at least
 }
 
 // Lazy constraints cannot be combined with a held construct yet: a clear refusal naming it,
