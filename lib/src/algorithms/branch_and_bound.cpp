@@ -231,16 +231,17 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       // point along it and try again.
       std::vector<double> ray(p_.ncol, 0.0);
       HighsInt has = 0;
-      if (Highs_getPrimalRay(h_, &has, ray.data()) != kHighsStatusOk || !has || ++unbounded_rays_ > 200) {
-        return Outcome::kUnbounded;
-      }
+      if (Highs_getPrimalRay(h_, &has, ray.data()) != kHighsStatusOk || !has) return Outcome::kUnbounded;
       double norm = 0.0;
       for (double v : ray) norm = std::max(norm, std::fabs(v));
       if (norm == 0.0) return Outcome::kUnbounded;
       for (double& v : ray) v *= 1e6 / norm;
       cuts.clear();
       for (auto& sep : seps_) sep->separate(ray, cuts);
-      if (!add_cuts(cuts)) return Outcome::kUnbounded;
+      if (!add_cuts(cuts)) {
+        return branch_along_ray(ray, node, children, dive_child) ? Outcome::kBranched : Outcome::kUnbounded;
+      }
+      if (++unbounded_rays_ > 200) return Outcome::kUnbounded;
       continue;
     }
     if (ms != kHighsModelStatusOptimal) {
@@ -314,6 +315,37 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
     dive_child = br.first;
     return Outcome::kBranched;
   }
+}
+
+bool BranchAndBound::branch_along_ray(const std::vector<double>& ray, const Node& node, std::vector<Node>& children,
+                                      int& dive_child) {
+  HighsInt sol_status = 0;
+  if (Highs_getIntInfoValue(h_, "primal_solution_status", &sol_status) != kHighsStatusOk ||
+      sol_status != kHighsSolutionStatusFeasible) {
+    return false;
+  }
+  const HighsInt nr = Highs_getNumRow(h_);
+  std::vector<double> x(p_.ncol), cd(p_.ncol), rv(nr), rd(nr);
+  Highs_getSolution(h_, x.data(), cd.data(), rv.data(), rd.data());
+  for (int j = 0; j < p_.ncol; ++j) x[j] += ray[j];
+  std::vector<double> lo = p_.lower, up = p_.upper;
+  for (const BoundChange& b : node.changes) {
+    lo[b.col] = b.lower;
+    up[b.col] = b.upper;
+  }
+  Branching br;
+  for (auto& rule : rules_) {
+    if (!rule->branch_unbounded(x, lo, up, br)) continue;
+    children.clear();
+    for (auto& ch : br.children) {
+      Node child{node.bound, node.depth + 1, node.changes};
+      child.changes.insert(child.changes.end(), ch.begin(), ch.end());
+      children.push_back(std::move(child));
+    }
+    dive_child = br.first;
+    return true;
+  }
+  return false;
 }
 
 SearchProgress BranchAndBound::progress() const {

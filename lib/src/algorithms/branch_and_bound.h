@@ -82,6 +82,14 @@ class BranchingRule {
   // nothing to branch on (the next rule is asked). `lower`/`upper` are the node's bounds.
   virtual bool branch(const std::vector<double>& x, const std::vector<double>& lower,
                       const std::vector<double>& upper, Branching& out) = 0;
+  // The same for a node whose relaxation is unbounded and that no separator could cut: `x` is
+  // a point far along the unbounded ray. For rules whose constraints may bound the problem
+  // where the relaxation does not (held SOS, indicators). Default: never.
+  virtual bool branch_unbounded(const std::vector<double>& x, const std::vector<double>& lower,
+                                const std::vector<double>& upper, Branching& out) {
+    (void)x, (void)lower, (void)upper, (void)out;
+    return false;
+  }
 };
 
 // Branches on the integer column whose value is most fractional (ties: lowest index):
@@ -193,6 +201,10 @@ class BranchAndBound {
   // Runs HiGHS on the current relaxation; returns its model status, or -1 on failure.
   int solve_relaxation();
   bool add_cuts(std::vector<Cut>& cuts);
+  // Asks the rules' branch_unbounded at the relaxation's feasible point moved along `ray`;
+  // false when there is no such point or no rule branches.
+  bool branch_along_ray(const std::vector<double>& ray, const Node& node, std::vector<Node>& children,
+                        int& dive_child);
   void fix_by_reduced_cost(Node& node, double obj);
   bool limit_reached(int& status) const;
   double elapsed() const;

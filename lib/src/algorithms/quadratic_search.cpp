@@ -5,6 +5,7 @@
 #include <string>
 
 #include "algorithms/branch_and_bound.h"
+#include "algorithms/construct_branching.h"
 #include "algorithms/search_solution.h"
 #include "reform/convexity.h"
 #include "algorithms/quadratic_cuts.h"
@@ -51,13 +52,23 @@ Status check_model(const ModelData& d, const reform::WorkingProblem& p, int nonc
     }
     cons.push_back(std::move(c));
   }
+  // Rows the reformulation emitted for general constraints (2-norms) come after the user's.
+  for (std::size_t k = 0; k < p.qrows.size(); ++k) {
+    QuadConstraint c = classify_qconstr(p.qrows[k], d.num_qconstrs() + static_cast<int>(k), p.lower);
+    if (c.shape == QuadShape::kNonconvex) {
+      return Status(nonconvex == 2 ? VLM_ERROR_NOT_SUPPORTED : VLM_ERROR_QCP_EQUALITY_CONSTRAINT,
+                    p.qrows[k].name + " ties its result to the 2-norm from both sides (y = ||x||), which is not "
+                                      "convex here: the objective or other constraints may favour a larger y" + how);
+    }
+    cons.push_back(std::move(c));
+  }
   return Status::Ok();
 }
 
 }  // namespace
 
 bool needs_quadratic_search(const ModelData& d, const reform::WorkingProblem& p) {
-  return d.num_qconstrs() > 0 || (p.mip && !p.qval.empty());
+  return d.num_qconstrs() > 0 || !p.qrows.empty() || (p.mip && !p.qval.empty());
 }
 
 Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& given,
@@ -107,6 +118,8 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   const int nq = d.num_qconstrs();
   BranchAndBound search(h, p, s);
   search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol, s.branch_priority));
+  // SOS and indicators without finite big-Ms are branched on here too.
+  add_construct_branching(search, p, ps.dbl_param("FeasibilityTol"), s.int_tol);
   if (!cons.empty()) {
     auto sep = std::make_unique<QuadraticSeparator>(std::move(cons), tol, cone_tol,
                                                     ps.dbl_param("FeasibilityTol"));
@@ -118,6 +131,17 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   auto result = search.run();
   if (!result.ok()) return result.status();
   SearchResult& r = *result;
+  // A 2-norm solved as its cone alone, whose result nothing else depends on, takes its value.
+  for (const reform::WorkingProblem::NormValue& v : p.set_to_norm) {
+    auto set = [&v](std::vector<double>& x) {
+      if (x.empty()) return;
+      double sum = 0.0;
+      for (int j : v.of) sum += x[j] * x[j];
+      x[v.col] = std::sqrt(sum);
+    };
+    set(r.x);
+    for (auto& inc : r.incumbents) set(inc.second);
+  }
 
   const int n = d.num_vars(), m = d.num_constrs();
   sol.is_mip = p.mip || p.reported_as_mip;

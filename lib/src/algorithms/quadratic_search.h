@@ -25,14 +25,15 @@ class Env;
 namespace vlm::algorithms {
 
 // True when the model needs this driver rather than one HiGHS run: it has quadratic
-// constraints, or a quadratic objective together with integer columns. O(1).
+// constraints (the user's, or rows the reformulation emitted, p.qrows), or a quadratic objective together with integer columns. O(1).
 bool needs_quadratic_search(const ModelData& d, const reform::WorkingProblem& p);
 
 // Solves `p` (built from `d`) and fills `sol` with the result on the user's elements.
 // `h` is a fresh HiGHS instance with the solve's options and callbacks set; `stop` is the
 // model's terminate flag. Fails, before any solve, with VLM_ERROR_Q_NOT_PSD for a nonconvex
 // objective or quadratic inequality, VLM_ERROR_QCP_EQUALITY_CONSTRAINT for an equality with
-// quadratic terms (the message names the constraint), VLM_ERROR_NOT_SUPPORTED for what the
+// quadratic terms (the message names the constraint; for an emitted row, the general
+// constraint it stands for), VLM_ERROR_NOT_SUPPORTED for what the
 // header lists. Limits, and relaxations HiGHS fails on (NUMERIC, SUBOPTIMAL), are statuses.
 // Cost: one HiGHS solve per node and cut round.
 Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& p,

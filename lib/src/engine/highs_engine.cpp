@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "algorithms/callback_search.h"
+#include "algorithms/construct_branching.h"
 #include "algorithms/quadratic_search.h"
 #include "attrs/attr_table.h"
 #include "callbacks/highs_points.h"
@@ -769,7 +770,8 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
   // with its hooks.
   callbacks::Session* session = callbacks::active(m);
   const bool hooked = session != nullptr && p.mip && !quadratic && session->wants_search();
-  const bool search = quadratic || !lazy.empty() || hooked;
+  // SOS and indicators without finite big-Ms are branched on by a search of our own.
+  const bool search = quadratic || !lazy.empty() || hooked || !p.held.empty();
   if (kept && search && !unchanged) {
     *kept = KeptProblem{{}, {}, {}, {}, 0, {}, kept->counts};
   }
@@ -831,6 +833,9 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
       choose_threads(h, m.env());
       if (quadratic) {
         VLM_RETURN_IF_ERROR(algorithms::solve_quadratic(h, m.env(), d, p, &stop.flag, *sol));
+      } else if (!p.held.empty()) {
+        VLM_RETURN_IF_ERROR(algorithms::solve_with_held_constructs(h, m.env(), d, p, !lazy.empty() || hooked,
+                                                                   &stop.flag, *sol));
       } else {
         std::optional<callbacks::SearchCallbacks> hooks;
         if (session != nullptr) hooks.emplace(*session);

@@ -65,6 +65,31 @@ ModelData linearized_model(const ModelData& user, const WorkingProblem& p) {
     if (std::isfinite(lo)) add_row(d, p, i, '>', lo, "_rf" + std::to_string(aux++));
     if (std::isfinite(up)) add_row(d, p, i, '<', up, "_rf" + std::to_string(aux++));
   }
+  // Constructs without finite big-Ms stay constructs: the SOS as it was, the indicator as
+  // (b == v) => s = 0 on the slack of its row.
+  for (std::size_t k = 0; k < p.held.size(); ++k) {
+    const HeldConstruct& h = p.held[k];
+    if (h.kind != HeldConstruct::Kind::kIndicator) {
+      d.sos.push_back({h.kind == HeldConstruct::Kind::kSos1 ? 1 : 2, h.cols, h.weights});
+      continue;
+    }
+    GenConstrData g;
+    g.type = GenType::kIndicator;
+    g.name = "_held" + std::to_string(k);
+    g.res = h.bin;
+    g.binval = static_cast<int>(h.binval);
+    g.vars = {h.slack};
+    g.vals = {1.0};
+    g.sense = '=';
+    g.rhs = 0.0;
+    d.genconstrs.push_back(std::move(g));
+  }
+  // Quadratic rows emitted for 2-norms join the user's quadratic constraints.
+  d.qconstrs = user.qconstrs;
+  for (std::size_t k = 0; k < p.qrows.size(); ++k) {
+    d.qconstrs.push_back(p.qrows[k]);
+    d.qconstrs.back().name = "_qrf" + std::to_string(k);
+  }
   d.qrow = user.qrow;
   d.qcol = user.qcol;
   d.qval = user.qval;

@@ -11,7 +11,35 @@ namespace {
 class IndicatorReformulation final : public Reformulation {
  public:
   const char* name() const override { return "INDICATOR"; }
-  unsigned creates() const override { return kCreatesRows; }
+  unsigned creates() const override { return kCreatesRows | kCreatesContinuous; }
+
+  // No finite big-M: the row goes in with a slack s, a'x - s (sense) rhs, s free in the
+  // direction that loosens it; the search fixes s to 0 where b == v (column bounds travel with
+  // the nodes, so the row is toggled without rebuilding the relaxation).
+  static Status hold(const ModelData& d, int index, Builder& b) {
+    const GenConstrData& g = d.genconstrs[index];
+    const double slo = g.sense == '<' ? 0.0 : -INFINITY;
+    const double sup = g.sense == '>' ? 0.0 : INFINITY;
+    HeldConstruct h;
+    h.kind = HeldConstruct::Kind::kIndicator;
+    h.bin = g.res;
+    h.binval = g.binval;
+    h.slack = b.add_continuous(slo, sup);
+    h.ind = g.vars;
+    h.val = g.vals;
+    h.sense = g.sense;
+    h.rhs = g.rhs;
+    h.who = describe_genconstr(d, index);
+    std::vector<int> ind(g.vars);
+    std::vector<double> val(g.vals);
+    ind.push_back(h.slack);
+    val.push_back(-1.0);
+    double lo = 0.0, up = 0.0;
+    base_row(g.sense, g.rhs, lo, up);
+    b.add_row(ind, val, lo, up);
+    b.hold(std::move(h));
+    return Status::Ok();
+  }
 
   Status apply(const ModelData& d, int index, Builder& b) const override {
     const GenConstrData& g = d.genconstrs[index];
@@ -30,12 +58,14 @@ class IndicatorReformulation final : public Reformulation {
                   "the triggered row is switched off by a big-M constant taken from the bounds of its variables"};
     double upper_m = 0.0, lower_m = 0.0;
     if (le) {
-      VLM_ASSIGN_OR_RETURN(const double u, max_activity(b, g.vars, g.vals, c));
-      upper_m = u - g.rhs;
+      StatusOr<double> u = max_activity(b, g.vars, g.vals, c);
+      if (!u.ok()) return hold(d, index, b);
+      upper_m = *u - g.rhs;
     }
     if (ge) {
-      VLM_ASSIGN_OR_RETURN(const double l, min_activity(b, g.vars, g.vals, c));
-      lower_m = g.rhs - l;
+      StatusOr<double> l = min_activity(b, g.vars, g.vals, c);
+      if (!l.ok()) return hold(d, index, b);
+      lower_m = g.rhs - *l;
     }
     std::vector<int> ind(g.vars);
     ind.push_back(bin);

@@ -9,9 +9,10 @@
 // is added as it is (no constant needed); when b is fixed at 1 - v nothing is added. For a
 // single variable, x <= rhs + (u - rhs) off is the tightest linear form.
 //
-// Requires: U finite for '<' and '=', L finite for '>' and '=' (so finite bounds on the
-// variables that bound them), unless b is fixed.
-// Creates: at most two rows; no column.
+// Without U (or L) where it is needed there is no big-M: the row becomes a'x - s (sense) rhs
+// with a slack s >= 0 ('<'), s <= 0 ('>') or free ('='), and the construct is held for the
+// search, which fixes s to 0 in nodes where b == v (algorithms/construct_branching.h).
+// Creates: at most two rows and no column; a held indicator, one row and the slack column.
 #pragma once
 
 #include "reform/reformulation.h"

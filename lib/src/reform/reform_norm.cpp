@@ -65,6 +65,34 @@ Status add_zero_norm(Builder& b, int r, const std::vector<int>& xs, const BigMCo
   return Status::Ok();
 }
 
+Status add_two_norm(const ModelData& d, int index, Builder& b) {
+  const GenConstrData& g = d.genconstrs[index];
+  if (g.vars.empty()) {
+    b.add_eq({g.res}, {1.0}, 0.0);
+    return Status::Ok();
+  }
+  // A column of its own for the cone's right-hand side: it is >= 0 and in no other term, which
+  // is what makes the row a cone whatever the bounds of r or its other uses.
+  const int t = b.add_continuous(0.0, INFINITY);
+  b.add_eq({g.res, t}, {1.0, -1.0}, 0.0);
+  QConstrData q;
+  for (int j : g.vars) {
+    q.qrow.push_back(j);
+    q.qcol.push_back(j);
+    q.qval.push_back(1.0);
+  }
+  q.qrow.push_back(t);
+  q.qcol.push_back(t);
+  q.qval.push_back(-1.0);
+  const NormForm form = two_norm_form(d, index);
+  q.sense = form == NormForm::kEquality ? '=' : '<';
+  if (form == NormForm::kConeThenSetY) b.set_to_norm(g.res, g.vars);
+  q.rhs = 0.0;
+  q.name = describe_genconstr(d, index);
+  b.add_qrow(std::move(q));
+  return Status::Ok();
+}
+
 class NormReformulation final : public Reformulation {
  public:
   const char* name() const override { return "NORM"; }
@@ -73,10 +101,7 @@ class NormReformulation final : public Reformulation {
   Status apply(const ModelData& d, int index, Builder& b) const override {
     const GenConstrData& g = d.genconstrs[index];
     const std::string who = describe_genconstr(d, index);
-    if (g.a == 2.0) {
-      return Status(VLM_ERROR_NOT_SUPPORTED, who + " uses the 2-norm, which needs a quadratic (second-order cone) "
-                                                   "constraint; this version of Velmor cannot solve those yet");
-    }
+    if (g.a == 2.0) return add_two_norm(d, index, b);
     if (g.a == 0.0) {
       return add_zero_norm(b, g.res, g.vars,
                            BigMContext{who, "a binary says whether it is non-zero, with constants taken from "
@@ -135,6 +160,39 @@ class NormReformulation final : public Reformulation {
 };
 
 }  // namespace
+
+NormForm two_norm_form(const ModelData& d, int index) {
+  const NormForm no = NormForm::kEquality;
+  const int y = d.genconstrs[index].res;
+  if (d.vtype[y] != 'C' || d.lb[y] > 0.0 || d.sense * d.obj[y] < 0.0) return no;
+  for (std::size_t k = 0; k < d.qval.size(); ++k) {
+    if (d.qrow[k] == y || d.qcol[k] == y) return no;
+  }
+  for (const ObjectiveN& o : d.objn) {
+    if (y < static_cast<int>(o.coef.size()) && o.coef[y] != 0.0) return no;
+  }
+  if (d.pwlobj.count(y) != 0) return no;
+  for (int i = 0; i < d.num_constrs(); ++i) {
+    const Row& r = d.rows[i];
+    for (std::size_t k = 0; k < r.ind.size(); ++k) {
+      if (r.ind[k] != y || r.val[k] == 0.0) continue;
+      const bool smaller_is_fine = (d.csense[i] == '<' && r.val[k] > 0.0) || (d.csense[i] == '>' && r.val[k] < 0.0);
+      if (!smaller_is_fine) return no;
+    }
+  }
+  auto uses = [y](const std::vector<int>& v) { return std::find(v.begin(), v.end(), y) != v.end(); };
+  for (const QConstrData& q : d.qconstrs) {
+    if (uses(q.lind) || uses(q.qrow) || uses(q.qcol)) return no;
+  }
+  for (const SosData& s : d.sos) {
+    if (uses(s.ind)) return no;
+  }
+  for (int k = 0; k < d.num_genconstrs(); ++k) {
+    const GenConstrData& g = d.genconstrs[k];
+    if (uses(g.vars) || g.arg == y || (k != index && g.res == y)) return no;
+  }
+  return d.obj[y] == 0.0 ? NormForm::kConeThenSetY : NormForm::kCone;
+}
 
 const Reformulation& norm_reformulation() {
   static const NormReformulation unit;

@@ -1,5 +1,7 @@
 #include "reform/reform_sos1.h"
 
+#include <algorithm>
+#include <numeric>
 #include <string>
 
 namespace vlm::reform {
@@ -47,6 +49,22 @@ Status add_sos1(Builder& b, const std::vector<int>& members, const BigMContext& 
   return Status::Ok();
 }
 
+Status hold_sos(const ModelData& d, int index, Builder& b) {
+  const SosData& s = d.sos[index];
+  std::vector<int> order(s.ind.size());
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(), [&](int a, int c) { return s.weight[a] < s.weight[c]; });
+  HeldConstruct h;
+  h.kind = s.type == 1 ? HeldConstruct::Kind::kSos1 : HeldConstruct::Kind::kSos2;
+  for (int k : order) {
+    h.cols.push_back(s.ind[k]);
+    h.weights.push_back(s.weight[k]);
+  }
+  h.who = describe_sos(d, index);
+  b.hold(std::move(h));
+  return Status::Ok();
+}
+
 namespace {
 
 class Sos1Reformulation final : public Reformulation {
@@ -56,7 +74,10 @@ class Sos1Reformulation final : public Reformulation {
   Status apply(const ModelData& d, int index, Builder& b) const override {
     BigMContext c{describe_sos(d, index), "a member may be non-zero only when its binary is 1, and the bound "
                                           "is the coefficient of that binary"};
-    return add_sos1(b, d.sos[index].ind, c);
+    Status st = add_sos1(b, d.sos[index].ind, c);
+    // No finite big-M (add_sos1 added nothing then): the search branches on the set instead.
+    if (st.code() == VLM_ERROR_NOT_SUPPORTED) return hold_sos(d, index, b);
+    return st;
   }
 };
 

@@ -70,7 +70,10 @@ class Sos2Reformulation final : public Reformulation {
     for (int k : order) ordered.push_back(s.ind[k]);
     BigMContext c{describe_sos(d, index), "a member may be non-zero only when a binary of one of its two "
                                           "neighbour pairs is 1, and the bound is that binary's coefficient"};
-    return add_sos2(b, ordered, nullptr, c);
+    Status st = add_sos2(b, ordered, nullptr, c);
+    // No finite big-M (add_sos2 added nothing then): the search branches on the set instead.
+    if (st.code() == VLM_ERROR_NOT_SUPPORTED) return hold_sos(d, index, b);
+    return st;
   }
 };
 

@@ -75,6 +75,16 @@ class Builder {
     b_.tighten_lower(col, lo);
     b_.tighten_upper(col, hi);
   }
+  // New quadratic row sum qval x[qrow] x[qcol] + sum lval x[lind] (sense) rhs, solved by the
+  // quadratic search; `q.name` names the user's construct for messages. O(terms).
+  void add_qrow(QConstrData q) {
+    created_ |= kCreatesRows;
+    p_.qrows.push_back(std::move(q));
+  }
+  // Has every solution set column `col` to ||x[of]||_2 after the solve. O(size).
+  void set_to_norm(int col, std::vector<int> of) { p_.set_to_norm.push_back({col, std::move(of)}); }
+  // Leaves a construct without finite big-Ms to the search, which branches on it. O(size).
+  void hold(HeldConstruct c) { p_.held.push_back(std::move(c)); }
   // Replaces the objective coefficient of a column in the working problem. O(1).
   void set_cost(int col, double c) { p_.cost[col] = c; }
 

@@ -11,12 +11,34 @@
 // the user's columns only, and empty when there is no quadratic objective.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "core/status.h"
 #include "model/model_data.h"
 
 namespace vlm::reform {
+
+// A construct with no finite big-M: the relaxation leaves it out and the search enforces it by
+// branching (algorithms/construct_branching.h).
+//   SOS1: at most one of `cols` non-zero; SOS2: the non-zeros of `cols` (weight order) are at
+//   most two consecutive ones.
+//   Indicator (bin == binval) => ind'x sense rhs: the row ind'x - s (sense) rhs is in the
+//   problem with the slack column `slack` free in the row's loose direction; fixing s to 0
+//   puts the row in force, so a node toggles it with a column bound.
+struct HeldConstruct {
+  enum class Kind { kSos1, kSos2, kIndicator };
+  Kind kind = Kind::kSos1;
+  std::vector<int> cols;
+  std::vector<double> weights;  // SOS only, ascending, one per member
+  int bin = -1, slack = -1;
+  double binval = 1.0;
+  std::vector<int> ind;
+  std::vector<double> val;
+  char sense = '<';
+  double rhs = 0.0;
+  std::string who;  // how messages name the user's element ("SOS constraint 0 (type 1)")
+};
 
 struct WorkingProblem {
   int user_cols = 0, user_rows = 0;
@@ -36,6 +58,19 @@ struct WorkingProblem {
   bool reported_as_mip = false;
   // How many SOS and general constraints (and PWL objective terms) were reformulated.
   int reformulated = 0;
+  // Quadratic rows that units emitted (over working columns; `name` says which construct of
+  // the user's they stand for, "NORM constraint 'n'"). Solved by the quadratic search together
+  // with the user's quadratic constraints, which stay in the ModelData.
+  std::vector<QConstrData> qrows;
+  // Columns that a solution sets to the 2-norm of other columns after the solve: y of a
+  // y = ||x|| whose cone was solved alone because nothing depends on how large y is.
+  struct NormValue {
+    int col = -1;
+    std::vector<int> of;
+  };
+  std::vector<NormValue> set_to_norm;
+  // Constructs the search must branch on (empty unless some construct lacks a finite bound).
+  std::vector<HeldConstruct> held;
 
   // Appends a column; returns its index. O(1) amortised.
   int add_col(double lb, double ub, int integrality_code, double c = 0.0);

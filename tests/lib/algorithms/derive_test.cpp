@@ -54,17 +54,34 @@ TEST_F(DeriveTest, LinearizedModelSolvesToTheSameOptimum) {
   EXPECT_EQ(intattr("NumVars"), 5);
 }
 
-// A construct that cannot be linearized fails the same way optimize does, on the source model:
-// (b = 0) => x <= 5 needs a finite upper bound on x for its big-M.
+// A construct that needs a bound it lacks fails as optimize would, naming the variable; an
+// indicator without a finite big-M is kept as an indicator on the slack of its row, and the
+// linearized model solves to the same optimum: min x + y - 2b, x + y >= -1, x, y free,
+// (b == 1) => x >= 3: both b give x + y = -1, so b = 1: -3.
 TEST_F(DeriveTest, LinearizeReportsWhatOptimizeWould) {
-  var(0, 0, 1, 'B', "b");
-  var(1, 0, 1e100, 'C', "x");
-  const int ind[] = {1};
-  const double val[] = {1};
-  ASSERT_EQ(VLMaddgenconstrIndicator(m_, "on", 0, 0, 1, ind, val, '<', 5), VLM_OK);
+  var(-2, 0, 1, 'B', "b");
+  var(1, -1e100, 1e100, 'C', "x");
+  var(1, -1e100, 1e100, 'C', "y");
+  var(0, -1e100, 1e100, 'C', "r");
+  row({1, 2}, {1, 1}, '>', -1);
+  const int ops[] = {1, 2};
+  ASSERT_EQ(VLMaddgenconstrMin(m_, "mn", 3, 2, ops, 1e100), VLM_OK);
   ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
   EXPECT_EQ(VLMlinearizemodel(m_), nullptr);
   EXPECT_NE(std::string(VLMgetmerrormsg(m_)).find("'x'"), std::string::npos) << VLMgetmerrormsg(m_);
+  const int first = 0;
+  ASSERT_EQ(VLMdelgenconstrs(m_, 1, &first), VLM_OK);
+  const int ind[] = {1};
+  const double val[] = {1};
+  ASSERT_EQ(VLMaddgenconstrIndicator(m_, "on", 0, 1, 1, ind, val, '>', 3), VLM_OK);
+  ASSERT_EQ(VLMupdatemodel(m_), VLM_OK);
+  derived_ = VLMlinearizemodel(m_);
+  ASSERT_NE(derived_, nullptr) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(dattr("NumGenConstrs"), 1);
+  EXPECT_NEAR(dobj(), -3.0, 1e-9);
+  solve();
+  EXPECT_NEAR(objval(), -3.0, 1e-9);
+  EXPECT_GE(x(1), 3.0 - 1e-6);
 }
 
 // min -3x - 2y, x + y <= 4, x in [0, 3]: scenario 1 raises the rhs to 6: (3, 3), -15. The

@@ -1,5 +1,5 @@
 // AND, OR and NORM constraints: the logical rows in both directions, the 1-, infinity- and
-// 0-norms, and the refusal of the 2-norm.
+// 0-norms (the 2-norm is in two_norm_test.cpp).
 #include "reform/reform_fixture.h"
 
 namespace {
@@ -105,14 +105,6 @@ TEST_F(ReformTest, ZeroNormCountsNonZeros) {
   int nonzero = 0;
   for (int j : {xv, yv, zv}) nonzero += std::fabs(x(j)) > 1e-9 ? 1 : 0;
   EXPECT_EQ(nonzero, 2);
-}
-
-// The 2-norm needs a cone: refused as not supported, naming the constraint.
-TEST_F(ReformTest, TwoNormIsRefusedClearly) {
-  int xv = var(0, -1, 1, 'C', "x");
-  int r = var(1, 0, 1e100, 'C', "r");
-  ASSERT_EQ(VLMaddgenconstrNorm(m_, "n2", r, 1, &xv, 2.0), VLM_OK);
-  expect_error(VLMoptimize(m_), VLM_ERROR_NOT_SUPPORTED, "NORM constraint 'n2' uses the 2-norm");
 }
 
 }  // namespace

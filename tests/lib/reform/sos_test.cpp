@@ -1,6 +1,6 @@
 // SOS1 and SOS2 constraints solved through their reformulation: optima, the SOS condition in
-// the returned solution, weights deciding adjacency, bounds found by propagation, and the
-// refusal of a member without a finite bound.
+// the returned solution, weights deciding adjacency and bounds found by propagation (members
+// without a finite bound are branched on: held_constructs_test.cpp).
 #include <algorithm>
 
 #include "reform/reform_fixture.h"
@@ -84,30 +84,6 @@ TEST_F(ReformTest, Sos2WeightsDecideWhichMembersAreAdjacent) {
   EXPECT_NEAR(x(x1), 1.0, 1e-6);
   EXPECT_NEAR(x(x4), 1.0, 1e-6);
   expect_user_feasible(4, 0);
-}
-
-// A member without an upper bound cannot be switched off by its binary: the solve is refused
-// naming it, the model keeps its elements, and with a bound it solves:
-// max x1 + x2 + x3, x1 in [0, 2], x2 in [0, 1], x3 in [0, 2]; SOS2{x1, x2, x3}: pair (x2, x3)
-// or (x1, x2), objective 3.
-TEST_F(ReformTest, Sos2MemberWithoutBoundIsNamed) {
-  int x1 = var(1, 0, 2, 'C', "x1");
-  int x2 = var(1, 0, 1e100, 'C', "x2");
-  int x3 = var(1, 0, 2, 'C', "x3");
-  maximize();
-  sos(2, {x1, x2, x3}, {1, 2, 3});
-  expect_error(VLMoptimize(m_), VLM_ERROR_NOT_SUPPORTED,
-               "SOS constraint 0 (type 2) needs a finite upper bound on variable 'x2'");
-  EXPECT_EQ(intattr("NumVars"), 3);
-  EXPECT_EQ(intattr("NumConstrs"), 0);
-  EXPECT_EQ(intattr("NumSOS"), 1);
-  double ub = 0;
-  ASSERT_EQ(VLMgetdblattrelement(m_, "UB", x2, &ub), VLM_OK);
-  EXPECT_GE(ub, 1e100);
-  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", x2, 1.0), VLM_OK);
-  solve();
-  EXPECT_NEAR(objval(), 3.0, 1e-6);
-  expect_user_feasible(3, 0);
 }
 
 }  // namespace
