@@ -1,0 +1,352 @@
+"""Build + hand-off time of matrix-form models in velmorpy beside two open-source modelling
+layers (linopy, PyOptInterface) and beside handing the same CSR arrays straight to HiGHS.
+
+Rows:
+  transport NS x ND   10^6 variables at 1000 x 1000; velmorpy addMVar + addMConstr (CSR) and
+                      the axis-sum form; linopy's array form; PyOptInterface's fastest form (one
+                      vectorised add_variables, then rows from ScalarAffineFunction arrays);
+                      highspy addVars + addRows with the CSR (the array limit).
+  lqcp N              the control problem of matrix_lqcp.py: velmorpy matrix form; linopy with
+                      shifted variables and masks; PyOptInterface with loops.
+  facility G          matrix_facility.py; linopy holds no quadratic constraints and HiGHS none
+                      either, so the peers build its linear rows only and the velmorpy figure
+                      of that same linear part is printed beside them.
+
+Hand-off: velmorpy's update plus an optimize stopped before the first iteration (the model
+goes to HiGHS); linopy's to_highspy(); PyOptInterface and highspy write into HiGHS directly.
+A peer that is not installed is skipped. Not a timed test: run by hand,
+`python3 benchmarks/matrix_peers.py [transport lqcp facility]`.
+"""
+import gc
+import sys
+import time
+from pathlib import Path
+
+import numpy as np
+import scipy.sparse as sp
+
+import velmorpy as vp
+from velmorpy import VLM
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+import matrix_facility  # noqa: E402
+import matrix_lqcp  # noqa: E402
+from matrix_build import transport_csr  # noqa: E402
+
+try:
+    import linopy
+except ImportError:
+    linopy = None
+try:
+    import pyoptinterface as poi
+    from pyoptinterface import highs as poi_highs
+    if not poi_highs.autoload_library():
+        poi = None
+except ImportError:
+    poi = None
+try:
+    import highspy
+except ImportError:
+    highspy = None
+
+
+def report(model, size, who, seconds, note=""):
+    print(f"{model:>9} {size:>10} {who:>22}: {seconds:7.2f}s {note}", flush=True)
+
+
+def ids(arr):
+    """PyOptInterface's variable handles as their integer indices (its fastest constructors take
+    those); the handles of one add_m_variables call are numbered consecutively."""
+    flat = arr.ravel()
+    return flat[0].index + np.arange(flat.size).reshape(arr.shape) if flat.size else np.zeros(arr.shape, int)
+
+
+def timed(fn):
+    gc.collect()
+    t0 = time.perf_counter()
+    out = fn()
+    return time.perf_counter() - t0, out
+
+
+def velmor_handoff(m):
+    """The model reaches HiGHS: an optimize that stops before the first iteration."""
+    m.update()
+    m.Params.IterationLimit = 0
+    m.optimize()
+
+
+# ---- transport -----------------------------------------------------------------------------------
+
+def transport_data(ns, nd):
+    rng = np.random.default_rng(1)
+    return rng.uniform(1, 10, (ns, nd)), np.full(ns, nd * 1.0), np.full(nd, ns * 0.5)
+
+
+def transport_velmor(ns, nd, form):
+    cost, supply, demand = transport_data(ns, nd)
+    A = transport_csr(ns, nd)
+    sense = np.array(["<"] * ns + [">"] * nd)
+    env = vp.Env(params={"OutputFlag": 0})
+    m = vp.Model(env=env)
+
+    def build():
+        x = m.addMVar((ns, nd), obj=cost)
+        if form == "CSR":
+            m.addMConstr(A, x.reshape(-1), sense, np.concatenate([supply, demand]))
+        else:
+            m.addConstr(x.sum(axis=1) <= supply)
+            m.addConstr(x.sum(axis=0) >= demand)
+        velmor_handoff(m)
+
+    t, _ = timed(build)
+    report("transport", f"{ns}x{nd}", f"velmorpy {form}", t)
+    m.dispose()
+    env.dispose()
+
+
+def transport_linopy(ns, nd):
+    cost, supply, demand = transport_data(ns, nd)
+
+    def build():
+        m = linopy.Model()
+        x = m.add_variables(lower=0, coords=[np.arange(ns), np.arange(nd)], dims=["i", "j"], name="x")
+        m.add_constraints(x.sum("j") <= supply, name="supply")
+        m.add_constraints(x.sum("i") >= demand, name="demand")
+        m.add_objective((cost * x).sum())
+        return m.to_highspy()
+
+    t, _ = timed(build)
+    report("transport", f"{ns}x{nd}", "linopy", t)
+
+
+def transport_poi(ns, nd):
+    cost, supply, demand = transport_data(ns, nd)
+
+    def build():
+        m = poi_highs.Model()
+        m.set_model_attribute(poi.ModelAttribute.Silent, True)
+        x = ids(m.add_m_variables((ns, nd), lb=0.0))
+        ones = [1.0] * nd
+        for i in range(ns):
+            m.add_linear_constraint(poi.ScalarAffineFunction(ones, x[i, :].tolist()), poi.Leq, supply[i])
+        ones = [1.0] * ns
+        for j in range(nd):
+            m.add_linear_constraint(poi.ScalarAffineFunction(ones, x[:, j].tolist()), poi.Geq, demand[j])
+        m.set_objective(poi.ScalarAffineFunction(cost.ravel().tolist(), x.ravel().tolist()))
+        return m
+
+    t, _ = timed(build)
+    report("transport", f"{ns}x{nd}", "PyOptInterface", t)
+
+
+def transport_highs(ns, nd):
+    cost, supply, demand = transport_data(ns, nd)
+    A = transport_csr(ns, nd)
+    n = ns * nd
+
+    def build():
+        h = highspy.Highs()
+        h.setOptionValue("output_flag", False)
+        h.addVars(n, np.zeros(n), np.full(n, highspy.kHighsInf))
+        h.changeColsCost(n, np.arange(n, dtype=np.int32), cost.ravel())
+        lower = np.concatenate([np.full(ns, -highspy.kHighsInf), demand])
+        upper = np.concatenate([supply, np.full(nd, highspy.kHighsInf)])
+        h.addRows(ns + nd, lower, upper, A.nnz, A.indptr[:-1].astype(np.int32), A.indices.astype(np.int32), A.data)
+        return h
+
+    t, _ = timed(build)
+    report("transport", f"{ns}x{nd}", "HiGHS arrays", t)
+
+
+# ---- lqcp ----------------------------------------------------------------------------------------
+
+def lqcp_velmor(n):
+    env = vp.Env(params={"OutputFlag": 0})
+    m = vp.Model(env=env)
+    t, _ = timed(lambda: (matrix_lqcp.matrix_form(m, n), velmor_handoff(m)))
+    report("lqcp", n, "velmorpy matrix", t)
+    m.dispose()
+    env.dispose()
+
+
+def lqcp_linopy(n):
+    dx, dt, h2, yt, w, v = matrix_lqcp.data(n)
+
+    def build():
+        m = linopy.Model()
+        idx = np.arange(n + 1)
+        y = m.add_variables(lower=0, upper=1, coords=[idx, idx], dims=["i", "j"], name="y")
+        u = m.add_variables(lower=-1, upper=1, coords=[idx], dims=["i"], name="u")
+        import xarray as xr
+        yn = y.shift(i=-1)
+        lap = y.shift(j=1) - 2 * y + y.shift(j=-1) + yn.shift(j=1) - 2 * yn + yn.shift(j=-1)
+        mask = xr.DataArray((idx[:, None] < n) & (idx[None, :] > 0) & (idx[None, :] < n),
+                            coords=[idx, idx], dims=["i", "j"])
+        m.add_constraints((yn - y) / dt - lap / (2 * h2) == 0, mask=mask, name="pde")
+        m.add_constraints(y.sel(i=0) == 0, name="init")
+        rows = y.isel(i=slice(1, None))
+        m.add_constraints(rows.sel(j=2) - 4 * rows.sel(j=1) + 3 * rows.sel(j=0) == 0, name="left")
+        ui = u.isel(i=slice(1, None))
+        m.add_constraints((rows.sel(j=n - 2) - 4 * rows.sel(j=n - 1) + 3 * rows.sel(j=n)) / (2 * dx)
+                          - ui + rows.sel(j=n) == 0, name="right")
+        err = y.sel(i=n) - xr.DataArray(yt, coords=[idx], dims=["j"])
+        wj = xr.DataArray(w, coords=[idx], dims=["j"])
+        vi = xr.DataArray(v, coords=[idx[1:]], dims=["i"])
+        m.add_objective(0.25 * dx * (wj * err * err).sum() + 0.25 * matrix_lqcp.A * dt * (vi * ui * ui).sum())
+        return m.to_highspy()
+
+    t, _ = timed(build)
+    report("lqcp", n, "linopy", t)
+
+
+def lqcp_poi(n):
+    dx, dt, h2, yt, w, v = matrix_lqcp.data(n)
+
+    def build():
+        m = poi_highs.Model()
+        m.set_model_attribute(poi.ModelAttribute.Silent, True)
+        yv = m.add_m_variables((n + 1, n + 1), lb=0.0, ub=1.0)
+        uv = m.add_m_variables(n + 1, lb=-1.0, ub=1.0)
+        y, u = ids(yv).tolist(), ids(uv).tolist()
+        c = 1.0 / (2 * h2)
+        for i in range(n):
+            for j in range(1, n):
+                e = poi.ScalarAffineFunction(
+                    [1 / dt + 2 * c, -1 / dt + 2 * c, -c, -c, -c, -c],
+                    [y[i + 1][j], y[i][j], y[i][j - 1], y[i][j + 1], y[i + 1][j - 1], y[i + 1][j + 1]])
+                m.add_linear_constraint(e, poi.Eq, 0.0)
+        for j in range(n + 1):
+            m.add_linear_constraint(poi.ScalarAffineFunction([1.0], [y[0][j]]), poi.Eq, 0.0)
+        for i in range(1, n + 1):
+            m.add_linear_constraint(poi.ScalarAffineFunction([1.0, -4.0, 3.0], [y[i][2], y[i][1], y[i][0]]), poi.Eq, 0.0)
+            k = 1 / (2 * dx)
+            m.add_linear_constraint(poi.ScalarAffineFunction([k, -4 * k, 3 * k + 1, -1.0],
+                                                             [y[i][n - 2], y[i][n - 1], y[i][n], u[i]]), poi.Eq, 0.0)
+        obj = poi.ExprBuilder()
+        for j in range(n + 1):
+            cj = 0.25 * dx * w[j]
+            obj.add_quadratic_term(yv[n, j], yv[n, j], cj)
+            obj.add_affine_term(yv[n, j], -2 * cj * yt[j])
+            obj.add_constant(cj * yt[j] ** 2)
+        for i in range(1, n + 1):
+            obj.add_quadratic_term(uv[i], uv[i], 0.25 * matrix_lqcp.A * dt * v[i - 1])
+        m.set_objective(obj)
+        return m
+
+    t, _ = timed(build)
+    report("lqcp", n, "PyOptInterface", t)
+
+
+# ---- facility ------------------------------------------------------------------------------------
+
+def facility_velmor(G, linear_only):
+    env = vp.Env(params={"OutputFlag": 0})
+    m = vp.Model(env=env)
+    if linear_only:
+        t, _ = timed(lambda: (facility_linear_velmor(m, G, G), velmor_handoff(m)))
+    else:
+        # Quadratic rows: the hand-off is the update (the LP/MIP engine is not started).
+        t, _ = timed(lambda: (matrix_facility.matrix_form(m, G, G), m.update()))
+    report("facility", G, "velmorpy " + ("linear part" if linear_only else "matrix"), t)
+    m.dispose()
+    env.dispose()
+
+
+def facility_linear_velmor(m, G, F):
+    n = G + 1
+    M = 2 * np.sqrt(2)
+    grid = np.arange(n) / G
+    y = m.addMVar((F, 2), ub=1.0)
+    s = m.addMVar((n, n, F))
+    z = m.addMVar((n, n, F), vtype=VLM.BINARY)
+    r = m.addMVar((n, n, F, 2), lb=-np.inf)
+    d = m.addMVar(1)
+    m.setObjective(d.sum())
+    m.addConstr(z.sum(axis=2) == 1)
+    m.addConstr(s == d + M * (1 - z))
+    m.addConstr(r[:, :, :, 0] == grid[:, None, None] - y[:, 0])
+    m.addConstr(r[:, :, :, 1] == grid[None, :, None] - y[:, 1])
+
+
+def facility_linopy(G):
+    import xarray as xr
+    n, F = G + 1, G
+    M = 2 * np.sqrt(2)
+
+    def build():
+        m = linopy.Model()
+        I, J, Fs, K = np.arange(n), np.arange(n), np.arange(F), np.arange(2)
+        y = m.add_variables(lower=0, upper=1, coords=[Fs, K], dims=["f", "k"], name="y")
+        s = m.add_variables(lower=0, coords=[I, J, Fs], dims=["i", "j", "f"], name="s")
+        z = m.add_variables(binary=True, coords=[I, J, Fs], dims=["i", "j", "f"], name="z")
+        r = m.add_variables(coords=[I, J, Fs, K], dims=["i", "j", "f", "k"], name="r")
+        d = m.add_variables(lower=0, name="d")
+        m.add_objective(1 * d)
+        m.add_constraints(z.sum("f") == 1, name="assign")
+        m.add_constraints(s - d + M * z == M, name="dist")
+        gi = xr.DataArray(I / G, coords=[I], dims=["i"])
+        gj = xr.DataArray(J / G, coords=[J], dims=["j"])
+        m.add_constraints(r.sel(k=0) + y.sel(k=0) == gi, name="rx")
+        m.add_constraints(r.sel(k=1) + y.sel(k=1) == gj, name="ry")
+        return m.to_highspy()
+
+    t, _ = timed(build)
+    report("facility", G, "linopy (linear part)", t)
+
+
+def facility_poi(G):
+    n, F = G + 1, G
+    M = 2 * np.sqrt(2)
+
+    def build():
+        m = poi_highs.Model()
+        m.set_model_attribute(poi.ModelAttribute.Silent, True)
+        y = ids(m.add_m_variables((F, 2), lb=0.0, ub=1.0)).tolist()
+        s = ids(m.add_m_variables((n, n, F), lb=0.0)).tolist()
+        z = ids(m.add_m_variables((n, n, F), domain=poi.VariableDomain.Binary)).tolist()
+        r = ids(m.add_m_variables((n, n, F, 2))).tolist()
+        d = m.add_variable(lb=0.0).index
+        m.set_objective(poi.ScalarAffineFunction([1.0], [d]))
+        ones = [1.0] * F
+        for i in range(n):
+            for j in range(n):
+                m.add_linear_constraint(poi.ScalarAffineFunction(ones, z[i][j]), poi.Eq, 1.0)
+                for f in range(F):
+                    m.add_linear_constraint(poi.ScalarAffineFunction([1.0, -1.0, M], [s[i][j][f], d, z[i][j][f]]),
+                                            poi.Eq, M)
+                    m.add_linear_constraint(poi.ScalarAffineFunction([1.0, 1.0], [r[i][j][f][0], y[f][0]]),
+                                            poi.Eq, i / G)
+                    m.add_linear_constraint(poi.ScalarAffineFunction([1.0, 1.0], [r[i][j][f][1], y[f][1]]),
+                                            poi.Eq, j / G)
+        return m
+
+    t, _ = timed(build)
+    report("facility", G, "PyOptInterface (lin.)", t)
+
+
+if __name__ == "__main__":
+    which = sys.argv[1:] or ["transport", "lqcp", "facility"]
+    if "transport" in which:
+        for form in ("CSR", "axis sums"):
+            transport_velmor(1000, 1000, form)
+        if linopy:
+            transport_linopy(1000, 1000)
+        if poi:
+            transport_poi(1000, 1000)
+        if highspy:
+            transport_highs(1000, 1000)
+    if "lqcp" in which:
+        for n in (500, 1000):
+            lqcp_velmor(n)
+            if linopy:
+                lqcp_linopy(n)
+            if poi:
+                lqcp_poi(n)
+    if "facility" in which:
+        for G in (25, 50, 75):
+            facility_velmor(G, False)
+            facility_velmor(G, True)
+            if linopy:
+                facility_linopy(G)
+            if poi:
+                facility_poi(G)
