@@ -18,36 +18,68 @@ A peer that is not installed is skipped. Not a timed test: run by hand,
 `python3 benchmarks/matrix_peers.py [transport lqcp facility]`.
 """
 import gc
+import importlib
+import subprocess
 import sys
 import time
 from pathlib import Path
 
 import numpy as np
-import scipy.sparse as sp
-
-import velmorpy as vp
-from velmorpy import VLM
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-import matrix_facility  # noqa: E402
-import matrix_lqcp  # noqa: E402
-from matrix_build import transport_csr  # noqa: E402
 
-try:
-    import linopy
-except ImportError:
-    linopy = None
-try:
-    import pyoptinterface as poi
-    from pyoptinterface import highs as poi_highs
-    if not poi_highs.autoload_library():
-        poi = None
-except ImportError:
-    poi = None
-try:
-    import highspy
-except ImportError:
-    highspy = None
+
+def optional(name):
+    try:
+        return importlib.import_module(name)
+    except ImportError:
+        return None
+
+
+# Each row runs in a process of its own: highspy's HiGHS and the one velmorpy loads do not
+# share a process safely (highspy crashes), and a fresh process gives every row the same start.
+vp = VLM = matrix_facility = matrix_lqcp = None
+linopy = poi = poi_highs = highspy = None
+T_LQCP, A_LQCP = 1.58, 0.001  # as in matrix_lqcp.py
+
+
+def load(who):
+    """Imports what the row of `who` needs; False when that peer is not installed."""
+    global vp, VLM, matrix_facility, matrix_lqcp, linopy, poi, poi_highs, highspy
+    if who == "velmorpy":
+        vp = importlib.import_module("velmorpy")
+        VLM = vp.VLM
+        matrix_facility = importlib.import_module("matrix_facility")
+        matrix_lqcp = importlib.import_module("matrix_lqcp")
+        return True
+    if who == "linopy":
+        linopy = optional("linopy")
+        return linopy is not None
+    if who == "poi":
+        poi = optional("pyoptinterface")
+        poi_highs = optional("pyoptinterface.highs") if poi else None
+        return poi_highs is not None and bool(poi_highs.autoload_library())
+    highspy = optional("highspy")
+    return highspy is not None
+
+
+def transport_csr(ns, nd):
+    """Rows: supply i sums x[i, :], then demand j sums x[:, j]; x flattened in C order."""
+    import scipy.sparse as sp
+    n = ns * nd
+    rows = np.concatenate([np.repeat(np.arange(ns), nd), ns + np.tile(np.arange(nd), ns)])
+    cols = np.concatenate([np.arange(n), np.arange(n)])
+    return sp.csr_matrix((np.ones(2 * n), (rows, cols)), shape=(ns + nd, n))
+
+
+def lqcp_data(n):
+    dx, dt = 1.0 / n, T_LQCP / n
+    yt = 0.5 * (1 - (np.arange(n + 1) * dx) ** 2)
+    w = np.full(n + 1, 2.0)
+    w[0] = w[-1] = 1.0
+    v = np.full(n, 2.0)
+    v[-1] = 1.0
+    return dx, dt, dx * dx, yt, w, v
 
 
 def report(model, size, who, seconds, note=""):
@@ -170,7 +202,7 @@ def lqcp_velmor(n):
 
 
 def lqcp_linopy(n):
-    dx, dt, h2, yt, w, v = matrix_lqcp.data(n)
+    dx, dt, h2, yt, w, v = lqcp_data(n)
 
     def build():
         m = linopy.Model()
@@ -183,16 +215,18 @@ def lqcp_linopy(n):
         mask = xr.DataArray((idx[:, None] < n) & (idx[None, :] > 0) & (idx[None, :] < n),
                             coords=[idx, idx], dims=["i", "j"])
         m.add_constraints((yn - y) / dt - lap / (2 * h2) == 0, mask=mask, name="pde")
-        m.add_constraints(y.sel(i=0) == 0, name="init")
+        m.add_constraints(y.sel(i=0, drop=True) == 0, name="init")
         rows = y.isel(i=slice(1, None))
-        m.add_constraints(rows.sel(j=2) - 4 * rows.sel(j=1) + 3 * rows.sel(j=0) == 0, name="left")
+        m.add_constraints(rows.sel(j=2, drop=True) - 4 * rows.sel(j=1, drop=True) + 3 * rows.sel(j=0, drop=True) == 0, name="left")
         ui = u.isel(i=slice(1, None))
-        m.add_constraints((rows.sel(j=n - 2) - 4 * rows.sel(j=n - 1) + 3 * rows.sel(j=n)) / (2 * dx)
-                          - ui + rows.sel(j=n) == 0, name="right")
-        err = y.sel(i=n) - xr.DataArray(yt, coords=[idx], dims=["j"])
-        wj = xr.DataArray(w, coords=[idx], dims=["j"])
-        vi = xr.DataArray(v, coords=[idx[1:]], dims=["i"])
-        m.add_objective(0.25 * dx * (wj * err * err).sum() + 0.25 * matrix_lqcp.A * dt * (vi * ui * ui).sum())
+        m.add_constraints((rows.sel(j=n - 2, drop=True) - 4 * rows.sel(j=n - 1, drop=True) + 3 * rows.sel(j=n, drop=True)) / (2 * dx)
+                          - ui + rows.sel(j=n, drop=True) == 0, name="right")
+        # linopy takes no objective constant; sum w (y - yt)^2 is written without it.
+        yn_ = y.sel(i=n, drop=True)
+        wj = xr.DataArray(0.25 * dx * w, coords=[idx], dims=["j"])
+        lin = xr.DataArray(-0.5 * dx * w * yt, coords=[idx], dims=["j"])
+        vi = xr.DataArray(0.25 * A_LQCP * dt * v, coords=[idx[1:]], dims=["i"])
+        m.add_objective((wj * yn_ * yn_).sum() + (lin * yn_).sum() + (vi * ui * ui).sum())
         return m.to_highspy()
 
     t, _ = timed(build)
@@ -200,7 +234,7 @@ def lqcp_linopy(n):
 
 
 def lqcp_poi(n):
-    dx, dt, h2, yt, w, v = matrix_lqcp.data(n)
+    dx, dt, h2, yt, w, v = lqcp_data(n)
 
     def build():
         m = poi_highs.Model()
@@ -227,9 +261,8 @@ def lqcp_poi(n):
             cj = 0.25 * dx * w[j]
             obj.add_quadratic_term(yv[n, j], yv[n, j], cj)
             obj.add_affine_term(yv[n, j], -2 * cj * yt[j])
-            obj.add_constant(cj * yt[j] ** 2)
         for i in range(1, n + 1):
-            obj.add_quadratic_term(uv[i], uv[i], 0.25 * matrix_lqcp.A * dt * v[i - 1])
+            obj.add_quadratic_term(uv[i], uv[i], 0.25 * A_LQCP * dt * v[i - 1])
         m.set_objective(obj)
         return m
 
@@ -324,29 +357,38 @@ def facility_poi(G):
     report("facility", G, "PyOptInterface (lin.)", t)
 
 
+ROWS = {
+    ("transport", "velmorpy"): lambda size: (transport_velmor(size, size, "CSR"),
+                                             transport_velmor(size, size, "axis sums")),
+    ("transport", "linopy"): lambda size: transport_linopy(size, size),
+    ("transport", "poi"): lambda size: transport_poi(size, size),
+    ("transport", "highs"): lambda size: transport_highs(size, size),
+    ("lqcp", "velmorpy"): lqcp_velmor,
+    ("lqcp", "linopy"): lqcp_linopy,
+    ("lqcp", "poi"): lqcp_poi,
+    ("facility", "velmorpy"): lambda G: (facility_velmor(G, False), facility_velmor(G, True)),
+    ("facility", "linopy"): facility_linopy,
+    ("facility", "poi"): facility_poi,
+}
+SIZES = {"transport": [1000], "lqcp": [500, 1000], "facility": [25, 50, 75]}
+WHO = ["velmorpy", "linopy", "poi", "highs"]
+
+
 if __name__ == "__main__":
-    which = sys.argv[1:] or ["transport", "lqcp", "facility"]
-    if "transport" in which:
-        for form in ("CSR", "axis sums"):
-            transport_velmor(1000, 1000, form)
-        if linopy:
-            transport_linopy(1000, 1000)
-        if poi:
-            transport_poi(1000, 1000)
-        if highspy:
-            transport_highs(1000, 1000)
-    if "lqcp" in which:
-        for n in (500, 1000):
-            lqcp_velmor(n)
-            if linopy:
-                lqcp_linopy(n)
-            if poi:
-                lqcp_poi(n)
-    if "facility" in which:
-        for G in (25, 50, 75):
-            facility_velmor(G, False)
-            facility_velmor(G, True)
-            if linopy:
-                facility_linopy(G)
-            if poi:
-                facility_poi(G)
+    if len(sys.argv) == 5 and sys.argv[1] == "--row":
+        model, who, size = sys.argv[2], sys.argv[3], int(sys.argv[4])
+        if load(who):
+            # A small build first, untimed: imports and first-call set-up are not the row's.
+            import contextlib
+            import io
+            with contextlib.redirect_stdout(io.StringIO()):
+                ROWS[model, who](30 if model == "transport" else 4)
+            ROWS[model, who](size)
+        else:
+            print(f"{model:>9} {size:>10} {who:>22}: skipped (not installed)")
+        sys.exit(0)
+    for model in sys.argv[1:] or ["transport", "lqcp", "facility"]:
+        for size in SIZES[model]:
+            for who in WHO:
+                if (model, who) in ROWS:
+                    subprocess.run([sys.executable, __file__, "--row", model, who, str(size)], check=False)
