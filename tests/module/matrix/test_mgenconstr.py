@@ -164,3 +164,24 @@ def test_refused_block_is_all_or_none(env):
     # A shape-(1,) operand broadcasts over the block.
     g = m.addGenConstrOr(b, [c[:1], b])
     assert g.shape == (3,) and ngen(m) == 4
+
+
+# r[i] = ||X[i, :]||_1 with X fixed at [[1, -2, 2], [3, 0, -4]]: r = [5, 7], min sum r = 12.
+# Then b[i] = AND(c[i, :]) with min sum b - sum c: c all ones forces b = 1 (-2), one c per row
+# leaves b = 0 (-2 as well): objective -2.
+def test_norm_and_and_blocks(env):
+    m = vp.Model(env=env)
+    V = np.array([[1.0, -2.0, 2.0], [3.0, 0.0, -4.0]])
+    X = m.addMVar((2, 3), lb=V, ub=V)
+    r = m.addMVar(2, obj=1.0, ub=100)
+    g = m.addGenConstrNorm(r, X, 1.0)
+    assert g.shape == (2,)
+    assert solved(m) == pytest.approx(12.0)
+    assert np.allclose(r.X, [5.0, 7.0])
+    b = m.addMVar(2, vtype=VLM.BINARY)
+    c = m.addMVar((2, 2), vtype=VLM.BINARY)
+    h = m.addGenConstrAnd(b, c)
+    assert repr(h).startswith("<MGenConstr (2,)")
+    m.setObjective(b.sum() - c.sum())
+    assert solved(m) == pytest.approx(-2.0)
+    assert np.array_equal(b.X, c.X.min(axis=1))
