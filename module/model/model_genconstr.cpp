@@ -817,6 +817,11 @@ const char model_addgenconstrmax_doc[] =
     "vars is a list of Var (nested lists are spliced), the values of a tupledict, or an MVar;\n"
     "without constant only the variables count. Also reached through\n"
     "addConstr(z == max_(x, y, constant=1)).\n\n"
+    "With an MVar resvar of several variables one constraint is added per element and an\n"
+    "MGenConstr of its shape returned: vars is then a list of Vars and MVars, each broadcast to\n"
+    "resvar's shape, or an MVar of resvar's shape plus one axis holding the operands; constant\n"
+    "may be an array broadcast likewise. The other addGenConstr... methods take matrix\n"
+    "arguments the same way (elementwise, NumPy broadcasting, all constraints or none).\n\n"
     "Example: m.addGenConstrMax(z, [x, y], 3.0, name=\"zmax\")";
 const char model_addgenconstrmin_doc[] =
     "addGenConstrMin($self, resvar, vars, constant=None, name=\"\")\n--\n\n"
@@ -850,7 +855,9 @@ const char model_addgenconstrindicator_doc[] =
     "Adds the indicator constraint: binvar == binval implies lhs sense rhs, and returns its\n"
     "GenConstr. binvar is a binary variable, binval true or false. Either lhs is a TempConstr\n"
     "(x + y <= 1; sense and rhs are then ignored) or lhs is a number, Var or LinExpr with sense\n"
-    "'<', '>' or '=' and a number rhs. Also reached through addConstr((b == 1) >> (x + y <= 1)).\n\n"
+    "'<', '>' or '=' and a number rhs. Also reached through addConstr((b == 1) >> (x + y <= 1)).\n"
+    "An MVar binvar or a matrix expression lhs adds one indicator per element (binvar, binval,\n"
+    "lhs and rhs broadcast together) and returns an MGenConstr.\n\n"
     "Examples:\n"
     "    m.addGenConstrIndicator(b, True, x + y <= 1)\n"
     "    m.addGenConstrIndicator(b, True, x + y, VLM.LESS_EQUAL, 1)";

@@ -278,7 +278,8 @@ PyObject* add_funcs(PyObject* self, int type, PyObject* xvar, const char* xname,
   if (!ya) return nullptr;
   py::Ref shape = common_shape(xa.get(), xname, ya.get(), yname);
   std::vector<int> xs, ys;
-  if (!shape || !columns(self, xa.get(), shape.get(), xname, &xs) || !columns(self, ya.get(), shape.get(), yname, &ys)) {
+  if (!shape || !columns(self, xa.get(), shape.get(), xname, &xs) ||
+      !columns(self, ya.get(), shape.get(), yname, &ys)) {
     return nullptr;
   }
   std::vector<double> av, xp, yp;
@@ -288,7 +289,8 @@ PyObject* add_funcs(PyObject* self, int type, PyObject* xvar, const char* xname,
   if (type == kPwl) {
     if (f.xpts == Py_None) return invalid("xpts is None");
     if (f.ypts == Py_None) return invalid("ypts is None");
-    if (!point_list(f.xpts, "Invalid data in xpts array", &xp) || !point_list(f.ypts, "Invalid data in ypts array", &yp)) {
+    if (!point_list(f.xpts, "Invalid data in xpts array", &xp) ||
+        !point_list(f.ypts, "Invalid data in ypts array", &yp)) {
       return nullptr;
     }
     if (xp.size() < 2 || yp.size() < 2) return invalid("Less than 2 points for PWL constraint");
@@ -375,7 +377,7 @@ PyObject* add_indicators(PyObject* self, PyObject* binvar, PyObject* binval, PyO
   if (!columns(self, me->vars, np::shape_of(me->vars).get(), "lhs", &vcols)) return nullptr;
   // binval: true/false for all, or an array of 0/1 values.
   std::vector<double> bv;
-  if (!numbers(binval, shape.get(), "binval", "Invalid binval argument for general constraint of indicator type", &bv)) {
+  if (!numbers(binval, shape.get(), "binval", arg_message("binval", kIndicator), &bv)) {
     return nullptr;
   }
   std::vector<int> binv(bv.size());
