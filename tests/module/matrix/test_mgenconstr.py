@@ -66,6 +66,8 @@ def test_min_over_last_axis_and_abs_over_two_dimensions(env):
     assert str(e.value) == "GenConstr has not yet been added to the model"
     m.update()
     assert list(a.GenConstrName.ravel()) == ["abs[0,0]", "abs[0,1]", "abs[1,0]", "abs[1,1]"]
+    assert m.getAttr("GenConstrName", a[1]).tolist() == ["abs[1,0]", "abs[1,1]"]
+    assert a.GenConstrType.tolist() == [[VLM.GENCONSTR_ABS] * 2] * 2
     assert solved(m) == pytest.approx(18.0)
 
 
