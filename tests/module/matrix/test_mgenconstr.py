@@ -147,6 +147,12 @@ def test_shape_mismatches_name_both_shapes_and_change_nothing(env):
         with pytest.raises(vp.VelmorError) as e:
             call()
         assert str(e.value) == message
+    other = vp.Model(env=env).addMVar(3)
+    with pytest.raises(vp.VelmorError) as e:
+        m.addGenConstrMax(r, [other])
+    assert str(e.value) == "Variable not in model" and e.value.errno == VLM.ERROR_NOT_IN_MODEL
+    with pytest.raises(ValueError, match="^name argument has incompatible shape$"):
+        m.addGenConstrMax(r, [r], name=np.array(["a", "b"]))
     # The indicator's lhs against binvar of another shape is refused as well.
     with pytest.raises(vp.VelmorError) as e:
         m.addGenConstrIndicator(b, True, x <= 1)
