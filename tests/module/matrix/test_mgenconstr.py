@@ -94,11 +94,15 @@ def test_indicator_block_solves_like_its_loop_twin(env, form):
 
 # binval per element: b[0] = 0 -> x[0] >= 5, b[1] = 1 -> x[1] >= 5; b is free of cost, so each
 # indicator is dodged: b = [1, 0] and x = 0; objective 0. Fixing b = [0, 1] forces 10.
-def test_indicator_binval_array_and_its_read_back(env):
+@pytest.mark.parametrize("form", ["method", "shift"])
+def test_indicator_binval_array_and_its_read_back(env, form):
     m = vp.Model(env=env)
     x = m.addMVar(2, ub=10, obj=1.0)
     b = m.addMVar(2, vtype=VLM.BINARY)
-    gc = m.addGenConstrIndicator(b, np.array([0, 1]), x >= 5)
+    if form == "method":
+        gc = m.addGenConstrIndicator(b, np.array([0, 1]), x >= 5)
+    else:
+        gc = m.addConstr((b == np.array([0, 1])) >> (x >= 5))
     assert solved(m) == pytest.approx(0.0)
     b.LB = np.array([0.0, 1.0])
     b.UB = np.array([0.0, 1.0])
