@@ -424,6 +424,29 @@ VLM_API int VLMaddgenconstrCos(VLMmodel *model, const char *name, int xvar, int 
 VLM_API int VLMaddgenconstrTan(VLMmodel *model, const char *name, int xvar, int yvar,
                                const char *options);
 
+/* Blocks of general constraints, one library call each, all or none: a refused constraint
+ * leaves the model as it was. `names` is NULL or `count` texts (a NULL text gets the default
+ * name). Cost: O(count + total operands). */
+/* Operand-list types (MAX, MIN, AND, OR, NORM): constraint k is resvar[k] = f(vars[beg[k]] ..
+ * vars[beg[k+1]-1]) with beg holding count + 1 offsets; a[k] is the constant of MAX/MIN and the
+ * norm of NORM (a NULL `a`: no constant, resp. the 2-norm). */
+VLM_API int VLMaddgenconstrlists(VLMmodel *model, int type, int count, const char *const *names,
+                                 const int *resvar, const int *beg, const int *vars,
+                                 const double *a);
+/* Function types (ABS, PWL, POLY and EXP .. LOGISTIC): constraint k is yvar[k] = f(xvar[k]),
+ * for ABS yvar the result and xvar the argument; a[k] is the base or exponent of EXPA, LOGA,
+ * POW (NULL: none, refused for those three). The PWL points (npts, xpts, ypts) and the POLY
+ * coefficients (npts, xpts) are shared by the whole block. */
+VLM_API int VLMaddgenconstrfuncs(VLMmodel *model, int type, int count, const char *const *names,
+                                 const int *xvar, const int *yvar, const double *a, int npts,
+                                 const double *xpts, const double *ypts, const char *options);
+/* Indicators: binvar[k] = binval[k] implies the sum of val[j] x[ind[j]] over j in beg[k] ..
+ * beg[k+1]-1, sense[k] rhs[k]. */
+VLM_API int VLMaddgenconstrIndicators(VLMmodel *model, int count, const char *const *names,
+                                      const int *binvar, const int *binval, const int *beg,
+                                      const int *ind, const double *val, const char *sense,
+                                      const double *rhs);
+
 /* The variables general constraint `id` is defined by, whatever its type: the result (or,
  * for an indicator, the binary; for function and PWL constraints, y) in *resvarP and the
  * argument (ABS, and x of function and PWL constraints; -1 otherwise) in *argvarP. Deleting

@@ -22,6 +22,7 @@ int register_mlinexpr(PyObject* m);   // mlinexpr.cpp: MLinExpr
 int register_mquadexpr(PyObject* m);  // mquadexpr.cpp: MQuadExpr
 int register_mconstr(PyObject* m);    // mconstr.cpp: MConstr
 int register_mqconstr(PyObject* m);   // mqconstr.cpp: MQConstr
+int register_mgenconstr(PyObject* m); // mgenconstr.cpp: MGenConstr
 int register_var(PyObject* m);        // var.cpp: Var
 int register_constr(PyObject* m);     // constr.cpp: Constr
 int register_qconstr(PyObject* m);    // qconstr.cpp: QConstr

@@ -35,7 +35,7 @@ PyMODINIT_FUNC PyInit__velmorpy(void) {
                    register_linexpr, register_quadexpr, register_tempconstr, register_genexpr, register_var_ops,
                    register_tuplelist, register_tupledict, register_multidict,
                    register_var, register_constr, register_qconstr, register_sos, register_genconstr,
-                   register_column, register_mvar, register_mlinexpr, register_mquadexpr, register_mconstr, register_mqconstr, register_model, register_batch, register_velmor}) {
+                   register_column, register_mvar, register_mlinexpr, register_mquadexpr, register_mconstr, register_mqconstr, register_mgenconstr, register_model, register_batch, register_velmor}) {
     if (reg(m.get()) < 0) return nullptr;
   }
   // The package version is the library's: one number for both products.

@@ -45,6 +45,10 @@ py::Ref make(PyTypeObject* type, PyObject* lhs, PyObject* sense, PyObject* rhs) 
 // stands for its single variable; any other matrix side moves everything to the left.
 py::Ref build(PyTypeObject* type, PyObject* lhs, PyObject* sense, PyObject* rhs) {
   if (expr_is_mvar(lhs) && genexpr_check(rhs)) {
+    // An MVar of several variables stays whole: the general constraint takes its matrix form.
+    py::Ref size = py::Ref::steal(PyObject_GetAttrString(lhs, "size"));
+    if (!size) PyErr_Clear();  // an array-like without a size: taken as one variable
+    if (size && PyLong_AsSsize_t(size.get()) != 1) return make(type, lhs, sense, rhs);
     py::Ref item = py::Ref::steal(PyObject_CallMethod(lhs, "item", nullptr));
     if (!item) return item;
     py::Ref lin = linexpr_new();

@@ -37,6 +37,23 @@ bool lookup(PyObject* self, VLMmodel* model, PyObject* name, const char** cname,
   return true;
 }
 
+// Whether every position exists in the library: in immediate update mode a new element has
+// its position before the update applies it, and reading it then gets the single element's text.
+bool applied(PyObject* self, VLMmodel* model, const std::vector<int>& ind) {
+  static const char* const counts[] = {"NumVars", "NumConstrs", "NumSOS", "NumQConstrs", "NumGenConstrs"};
+  const int kind = as_melem(self)->kind;
+  int have = 0;
+  if (ind.empty() || kind < 1 || kind > 5 || VLMgetintattr(model, counts[kind - 1], &have) != 0) return true;
+  for (int p : ind) {
+    if (p >= have) {
+      std::string text = std::string(handle_type_name(kind)) + " has not yet been added to the model";
+      raise_velmor_msg(VLM_ERROR_NOT_IN_MODEL, text.c_str());
+      return false;
+    }
+  }
+  return true;
+}
+
 py::Ref get_attr_array(PyObject* self, PyObject* name) {
   MElemObject* m = as_melem(self);
   VLMmodel* model = melem_cmodel(self);
@@ -46,6 +63,7 @@ py::Ref get_attr_array(PyObject* self, PyObject* name) {
   if (!lookup(self, model, name, &cname, &info)) return py::Ref();
   std::vector<int> ind;
   if (!melem_positions(self, &ind)) return py::Ref();
+  if (!applied(self, model, ind)) return py::Ref();
   const int n = static_cast<int>(ind.size());
   py::Ref shape = np::shape_of(m->arr);
   py::Ref flat;

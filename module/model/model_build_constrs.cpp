@@ -301,7 +301,7 @@ PyObject* add_constr_any(PyObject* self, PyObject* lhs, PyObject* sense, PyObjec
     return add_sides(self, lhs, s, is_none(rhs) ? Py_None : rhs, name, "constraint argument", false);
   }
   TempConstrObject* tc = as_tempconstr(lhs);
-  if (expr_is_matrix(tc->lhs)) return add_matrix(self, lhs, name);
+  if (expr_is_matrix(tc->lhs) && !genexpr_check(tc->rhs)) return add_matrix(self, lhs, name);
   if (genexpr_check(tc->lhs)) {
     return invalid("General expressions can only appear on the right hand side of a constraint");
   }

@@ -19,6 +19,7 @@
 #include "elements/handle.h"
 #include "expr/linexpr.h"
 #include "model/model.h"
+#include "model/model_mgenconstr.h"
 #include "core/py_convert.h"
 #include "core/py_error.h"
 #include "expr/tempconstr.h"
@@ -253,6 +254,7 @@ char sense_char(PyObject* o) {
 // ---- the adders ------------------------------------------------------------------------------
 
 PyObject* add_maxmin(PyObject* self, PyObject* args, PyObject* kwds, bool is_max) {
+  if (PyObject* r = nullptr; model_mgenconstr_route(self, is_max ? 0 : 1, args, kwds, &r)) return r;
   static const char* kwlist[] = {"resvar", "vars", "constant", "name", nullptr};
   PyObject *resvar = nullptr, *vars = nullptr, *constant = Py_None, *name = nullptr;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, is_max ? "OO|OO:addGenConstrMax" : "OO|OO:addGenConstrMin",
@@ -274,6 +276,7 @@ PyObject* add_maxmin(PyObject* self, PyObject* args, PyObject* kwds, bool is_max
 }
 
 PyObject* add_andor(PyObject* self, PyObject* args, PyObject* kwds, bool is_and) {
+  if (PyObject* r = nullptr; model_mgenconstr_route(self, is_and ? 3 : 4, args, kwds, &r)) return r;
   static const char* kwlist[] = {"resvar", "vars", "name", nullptr};
   PyObject *resvar = nullptr, *vars = nullptr, *name = nullptr;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, is_and ? "OO|O:addGenConstrAnd" : "OO|O:addGenConstrOr",
@@ -351,6 +354,7 @@ using FuncAddA = int (*)(VLMmodel*, const char*, int, int, double, const char*);
 
 // y = f(x) without a parameter: Exp, Log, Logistic, Sin, Cos, Tan.
 PyObject* add_func(PyObject* self, PyObject* args, PyObject* kwds, const char* format, const char* type, FuncAdd add) {
+  if (PyObject* r = nullptr; model_mgenconstr_route(self, model_mgenconstr_type(type), args, kwds, &r)) return r;
   static const char* kwlist[] = {"xvar", "yvar", "name", "options", nullptr};
   PyObject *xvar = nullptr, *yvar = nullptr, *name = nullptr, *options = nullptr;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, format, const_cast<char**>(kwlist), &xvar, &yvar, &name, &options)) {
@@ -368,6 +372,7 @@ PyObject* add_func(PyObject* self, PyObject* args, PyObject* kwds, const char* f
 // y = f(x; a): ExpA, LogA, Pow.
 PyObject* add_func_a(PyObject* self, PyObject* args, PyObject* kwds, const char* format, const char* type,
                      FuncAddA add) {
+  if (PyObject* r = nullptr; model_mgenconstr_route(self, model_mgenconstr_type(type), args, kwds, &r)) return r;
   static const char* kwlist[] = {"xvar", "yvar", "a", "name", "options", nullptr};
   PyObject *xvar = nullptr, *yvar = nullptr, *a = nullptr, *name = nullptr, *options = nullptr;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, format, const_cast<char**>(kwlist), &xvar, &yvar, &a, &name,
@@ -537,7 +542,8 @@ PyObject* model_addgenconstr_from_tempconstr(PyObject* model, PyObject* tc, PyOb
     return invalid("General expressions can only appear on the right hand side of a constraint");
   }
   if (genexpr_check(t->rhs)) {
-    PyObject* resvar = sense == '=' ? lone_var(t->lhs) : nullptr;
+    // An MVar on the left takes the matrix form of the expression's adder.
+    PyObject* resvar = sense != '=' ? nullptr : model_mgenconstr_is_matrix(t->lhs) ? t->lhs : lone_var(t->lhs);
     if (resvar == nullptr) return invalid("General expressions can only be equal to a single var");
     py::Ref empty;
     if (name == nullptr || name == Py_None) {
@@ -550,6 +556,7 @@ PyObject* model_addgenconstr_from_tempconstr(PyObject* model, PyObject* tc, PyOb
   if (sense != 'I') {
     return py::raise(PyExc_TypeError, "expected a general-expression or indicator TempConstr");
   }
+  if (PyObject* r = nullptr; model_mgenconstr_route_indicator(model, tc, name, &r)) return r;
   // The condition: one variable == 0 or 1.
   PyObject* cond = t->lhs;
   PyObject* binvar = nullptr;
@@ -575,6 +582,7 @@ PyObject* model_addgenconstrmin(PyObject* self, PyObject* args, PyObject* kwds) 
 }
 
 PyObject* model_addgenconstrabs(PyObject* self, PyObject* args, PyObject* kwds) {
+  if (PyObject* r = nullptr; model_mgenconstr_route(self, 2, args, kwds, &r)) return r;
   static const char* kwlist[] = {"resvar", "argvar", "name", nullptr};
   PyObject *resvar = nullptr, *argvar = nullptr, *name = nullptr;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, "OO|O:addGenConstrAbs", const_cast<char**>(kwlist), &resvar, &argvar,
@@ -598,6 +606,7 @@ PyObject* model_addgenconstror(PyObject* self, PyObject* args, PyObject* kwds) {
 }
 
 PyObject* model_addgenconstrnorm(PyObject* self, PyObject* args, PyObject* kwds) {
+  if (PyObject* r = nullptr; model_mgenconstr_route(self, 5, args, kwds, &r)) return r;
   static const char* kwlist[] = {"resvar", "vars", "which", "name", nullptr};
   PyObject *resvar = nullptr, *vars = nullptr, *which = nullptr, *name = nullptr;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, "OOO|O:addGenConstrNorm", const_cast<char**>(kwlist), &resvar, &vars,
@@ -618,6 +627,7 @@ PyObject* model_addgenconstrnorm(PyObject* self, PyObject* args, PyObject* kwds)
 }
 
 PyObject* model_addgenconstrindicator(PyObject* self, PyObject* args, PyObject* kwds) {
+  if (PyObject* r = nullptr; model_mgenconstr_route(self, 6, args, kwds, &r)) return r;
   static const char* kwlist[] = {"binvar", "binval", "lhs", "sense", "rhs", "name", nullptr};
   PyObject *binvar = nullptr, *binval = nullptr, *lhs = nullptr, *sense = Py_None, *rhs = Py_None, *name = nullptr;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, "OOO|OOO:addGenConstrIndicator", const_cast<char**>(kwlist), &binvar,
@@ -630,6 +640,7 @@ PyObject* model_addgenconstrindicator(PyObject* self, PyObject* args, PyObject* 
 }
 
 PyObject* model_addgenconstrpwl(PyObject* self, PyObject* args, PyObject* kwds) {
+  if (PyObject* r = nullptr; model_mgenconstr_route(self, 7, args, kwds, &r)) return r;
   static const char* kwlist[] = {"xvar", "yvar", "xpts", "ypts", "name", nullptr};
   PyObject *xvar = nullptr, *yvar = nullptr, *xpts = nullptr, *ypts = nullptr, *name = nullptr;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, "OOOO|O:addGenConstrPWL", const_cast<char**>(kwlist), &xvar, &yvar,
@@ -652,6 +663,7 @@ PyObject* model_addgenconstrpwl(PyObject* self, PyObject* args, PyObject* kwds) 
 }
 
 PyObject* model_addgenconstrpoly(PyObject* self, PyObject* args, PyObject* kwds) {
+  if (PyObject* r = nullptr; model_mgenconstr_route(self, 8, args, kwds, &r)) return r;
   static const char* kwlist[] = {"xvar", "yvar", "p", "name", "options", nullptr};
   PyObject *xvar = nullptr, *yvar = nullptr, *p = nullptr, *name = nullptr, *options = nullptr;
   if (!PyArg_ParseTupleAndKeywords(args, kwds, "OOO|OO:addGenConstrPoly", const_cast<char**>(kwlist), &xvar, &yvar,
@@ -805,6 +817,11 @@ const char model_addgenconstrmax_doc[] =
     "vars is a list of Var (nested lists are spliced), the values of a tupledict, or an MVar;\n"
     "without constant only the variables count. Also reached through\n"
     "addConstr(z == max_(x, y, constant=1)).\n\n"
+    "With an MVar resvar of several variables one constraint is added per element and an\n"
+    "MGenConstr of its shape returned: vars is then a list of Vars and MVars, each broadcast to\n"
+    "resvar's shape, or an MVar of resvar's shape plus one axis holding the operands; constant\n"
+    "may be an array broadcast likewise. The other addGenConstr... methods take matrix\n"
+    "arguments the same way (elementwise, NumPy broadcasting, all constraints or none).\n\n"
     "Example: m.addGenConstrMax(z, [x, y], 3.0, name=\"zmax\")";
 const char model_addgenconstrmin_doc[] =
     "addGenConstrMin($self, resvar, vars, constant=None, name=\"\")\n--\n\n"
@@ -838,7 +855,9 @@ const char model_addgenconstrindicator_doc[] =
     "Adds the indicator constraint: binvar == binval implies lhs sense rhs, and returns its\n"
     "GenConstr. binvar is a binary variable, binval true or false. Either lhs is a TempConstr\n"
     "(x + y <= 1; sense and rhs are then ignored) or lhs is a number, Var or LinExpr with sense\n"
-    "'<', '>' or '=' and a number rhs. Also reached through addConstr((b == 1) >> (x + y <= 1)).\n\n"
+    "'<', '>' or '=' and a number rhs. Also reached through addConstr((b == 1) >> (x + y <= 1)).\n"
+    "An MVar binvar or a matrix expression lhs adds one indicator per element (binvar, binval,\n"
+    "lhs and rhs broadcast together) and returns an MGenConstr.\n\n"
     "Examples:\n"
     "    m.addGenConstrIndicator(b, True, x + y <= 1)\n"
     "    m.addGenConstrIndicator(b, True, x + y, VLM.LESS_EQUAL, 1)";

@@ -615,3 +615,12 @@ PyMethodDef model_matrix_methods[] = {
     {"_nd_indexed_names", py::guarded<&model_ndindexednames>, METH_VARARGS,
      "_nd_indexed_names($self, prefix, shape)\n--\n\nThe names prefix[i,j,...] for every index of shape, in C order."},
     {nullptr, nullptr, 0, nullptr}};
+
+bool matrix_names_arg(PyObject* name, PyObject* shape, std::vector<std::string>* store,
+                      std::vector<const char*>* ptrs, py::Ref* keep) {
+  return names_arg(name, shape, store, ptrs, keep);
+}
+
+py::Ref matrix_tail_array(PyObject* self, int kind, Py_ssize_t n, PyObject* shape) {
+  return tail_array(self, kind, n, shape);
+}

@@ -86,6 +86,35 @@ int get_func(VLMmodel* model, int id, GenType t, int* xvarP, int* yvarP, double*
   });
 }
 
+// The block entries share their frame: argument checks, then one add_genconstrs.
+Status block_frame(int count, const int* beg) {
+  if (count < 0) return Status(VLM_ERROR_INVALID_ARGUMENT, "Number of general constraints is negative");
+  if (count > 0 && beg != nullptr && beg[0] != 0) {
+    return Status(VLM_ERROR_INVALID_ARGUMENT, "Operand offsets must start at 0");
+  }
+  return Status::Ok();
+}
+
+GenConstrData block_record(GenType t, const char* const* names, int k) {
+  return make(t, names != nullptr ? names[k] : nullptr);
+}
+
+// The operands of record k of a block: beg[k] .. beg[k+1]-1, offsets non-decreasing.
+Status block_span(const int* beg, int k, int* from, int* to) {
+  *from = beg[k];
+  *to = beg[k + 1];
+  if (*to < *from) {
+    return Status(VLM_ERROR_INVALID_ARGUMENT, "Operand offsets decrease at general constraint " + std::to_string(k));
+  }
+  return Status::Ok();
+}
+
+bool is_list_type(int t) {
+  return t == static_cast<int>(GenType::kMax) || t == static_cast<int>(GenType::kMin) ||
+         t == static_cast<int>(GenType::kAnd) || t == static_cast<int>(GenType::kOr) ||
+         t == static_cast<int>(GenType::kNorm);
+}
+
 }  // namespace
 
 extern "C" {
@@ -185,6 +214,102 @@ VLM_API int VLMaddgenconstrCos(VLMmodel* model, const char* name, int xvar, int 
 }
 VLM_API int VLMaddgenconstrTan(VLMmodel* model, const char* name, int xvar, int yvar, const char* options) {
   return add_func(model, GenType::kTan, name, xvar, yvar, 0.0, options);
+}
+
+VLM_API int VLMaddgenconstrlists(VLMmodel* model, int type, int count, const char* const* names,
+                                 const int* resvar, const int* beg, const int* vars, const double* a) {
+  return model_call(model, [&](Model& m) {
+    if (!is_list_type(type)) {
+      return Status(VLM_ERROR_INVALID_ARGUMENT,
+                    "General constraint type " + std::to_string(type) + " does not take an operand list");
+    }
+    VLM_RETURN_IF_ERROR(block_frame(count, beg));
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(count, "general constraints", {{resvar, "resvar"}, {beg, "beg"}}));
+    const GenType t = static_cast<GenType>(type);
+    // No constant: the neutral element of the maximum (minimum); a norm defaults to 2.
+    const double dflt = t == GenType::kMax ? -VLM_INFINITY : t == GenType::kMin ? VLM_INFINITY
+                        : t == GenType::kNorm ? 2.0 : 0.0;
+    std::vector<GenConstrData> gs;
+    gs.reserve(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k) {
+      int from = 0, to = 0;
+      VLM_RETURN_IF_ERROR(block_span(beg, k, &from, &to));
+      if (to > from) VLM_RETURN_IF_ERROR(require(vars, "vars"));
+      GenConstrData g = block_record(t, names, k);
+      g.res = resvar[k];
+      if (to > from) g.vars.assign(vars + from, vars + to);
+      g.a = a != nullptr ? a[k] : dflt;
+      gs.push_back(std::move(g));
+    }
+    return m.add_genconstrs(std::move(gs));
+  });
+}
+
+VLM_API int VLMaddgenconstrfuncs(VLMmodel* model, int type, int count, const char* const* names,
+                                 const int* xvar, const int* yvar, const double* a, int npts,
+                                 const double* xpts, const double* ypts, const char* options) {
+  return model_call(model, [&](Model& m) {
+    if (type < static_cast<int>(GenType::kAbs) || type >= vlm::kNumGenTypes || is_list_type(type) ||
+        type == static_cast<int>(GenType::kIndicator)) {
+      return Status(VLM_ERROR_INVALID_ARGUMENT,
+                    "General constraint type " + std::to_string(type) + " is not a function of one variable");
+    }
+    const GenType t = static_cast<GenType>(type);
+    VLM_RETURN_IF_ERROR(block_frame(count, nullptr));
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(count, "general constraints", {{xvar, "xvar"}, {yvar, "yvar"}}));
+    const bool needs_a = t == GenType::kExpA || t == GenType::kLogA || t == GenType::kPow;
+    if (needs_a && count > 0) VLM_RETURN_IF_ERROR(require(a, "a"));
+    if (t == GenType::kPwl || t == GenType::kPoly) {
+      VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(npts, "points", {{xpts, "xpts"}}));
+      if (t == GenType::kPwl) VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(npts, "points", {{ypts, "ypts"}}));
+    }
+    std::vector<GenConstrData> gs;
+    gs.reserve(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k) {
+      GenConstrData g = block_record(t, names, k);
+      g.arg = xvar[k];
+      g.res = yvar[k];
+      if (needs_a) g.a = a[k];
+      if (t == GenType::kPwl || t == GenType::kPoly) g.vals.assign(xpts, xpts + npts);
+      if (t == GenType::kPwl) g.ypts.assign(ypts, ypts + npts);
+      if (options) g.options = options;
+      gs.push_back(std::move(g));
+    }
+    return m.add_genconstrs(std::move(gs));
+  });
+}
+
+VLM_API int VLMaddgenconstrIndicators(VLMmodel* model, int count, const char* const* names,
+                                      const int* binvar, const int* binval, const int* beg,
+                                      const int* ind, const double* val, const char* sense,
+                                      const double* rhs) {
+  return model_call(model, [&](Model& m) {
+    VLM_RETURN_IF_ERROR(block_frame(count, beg));
+    VLM_RETURN_IF_ERROR(vlm::capi::require_arrays(
+        count, "general constraints",
+        {{binvar, "binvar"}, {binval, "binval"}, {beg, "beg"}, {sense, "sense"}, {rhs, "rhs"}}));
+    std::vector<GenConstrData> gs;
+    gs.reserve(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k) {
+      int from = 0, to = 0;
+      VLM_RETURN_IF_ERROR(block_span(beg, k, &from, &to));
+      if (to > from) {
+        VLM_RETURN_IF_ERROR(require(ind, "ind"));
+        VLM_RETURN_IF_ERROR(require(val, "val"));
+      }
+      GenConstrData g = block_record(GenType::kIndicator, names, k);
+      g.res = binvar[k];
+      g.binval = binval[k];
+      if (to > from) {
+        g.vars.assign(ind + from, ind + to);
+        g.vals.assign(val + from, val + to);
+      }
+      g.sense = sense[k];
+      g.rhs = rhs[k];
+      gs.push_back(std::move(g));
+    }
+    return m.add_genconstrs(std::move(gs));
+  });
 }
 
 VLM_API int VLMgetgenconstrvars(VLMmodel* model, int id, int* resvarP, int* argvarP) {

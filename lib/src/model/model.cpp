@@ -626,6 +626,20 @@ Status Model::add_genconstr(GenConstrData g) {
   return Status::Ok();
 }
 
+Status Model::add_genconstrs(std::vector<GenConstrData> gs) {
+  // add_genconstr checks everything before it queues, so cutting the queue back to its old
+  // length undoes the records already taken.
+  const std::size_t mark = pending_.add.genconstrs.size();
+  for (GenConstrData& g : gs) {
+    Status s = add_genconstr(std::move(g));
+    if (!s.ok()) {
+      pending_.add.genconstrs.resize(mark);
+      return s;
+    }
+  }
+  return Status::Ok();
+}
+
 // ---- objective and coefficient changes --------------------------------------------------------
 
 Status Model::add_qpterms(int n, const int* qrow, const int* qcol, const double* qval) {

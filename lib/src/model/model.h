@@ -88,6 +88,9 @@ class Model {
   Status add_sos(int numsos, int nummembers, const int* types, const int* beg, const int* ind,
                  const double* weight);
   Status add_genconstr(GenConstrData g);
+  // A block of general constraints, all or none: one refused record leaves the queue as it
+  // was. Each record is checked as add_genconstr checks it. O(total operands).
+  Status add_genconstrs(std::vector<GenConstrData> gs);
   Status add_qpterms(int n, const int* qrow, const int* qcol, const double* qval);
   Status del_q();
   Status chg_coeffs(int n, const int* cind, const int* vind, const double* val);
