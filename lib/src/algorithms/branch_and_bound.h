@@ -125,6 +125,10 @@ struct SearchSettings {
   // stall) are added before branching instead of dropped: for separators that hand each row
   // over only once.
   bool keep_pending_cuts = false;
+  // Called with a node's bounds before its first relaxation: may tighten them (the tightened
+  // bounds hold in the node's subtree) and update rows whose coefficients depend on the box.
+  // Returns false when the node holds no feasible point. May be empty.
+  std::function<bool(std::vector<double>& lower, std::vector<double>& upper)> node_bounds;
 };
 
 struct SearchResult {
@@ -203,6 +207,8 @@ class BranchAndBound {
   std::vector<double> x_, col_dual_, row_value_, row_dual_, last_x_;
   SearchResult r_;
   double incumbent_ = INFINITY;  // minimised sense
+  // Least bound of the nodes pruned because they were within the gap of the incumbent.
+  double gap_pruned_ = INFINITY;
   int unbounded_rays_ = 0;
   bool trouble_ = false;  // a point neither accepted nor cut: optimality is not proven
   double start_ = 0.0;

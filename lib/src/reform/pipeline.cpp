@@ -23,7 +23,7 @@ Status check_supported(const ModelData& d) {
       return unsupported(std::string("general constraints of type ") + gen_type_name(g.type));
     }
   }
-  return check_objective_curvature(d);
+  return Status::Ok();
 }
 
 Status apply(const Reformulation* unit, const ModelData& d, int index, Builder& b) {
@@ -35,7 +35,11 @@ Status apply(const Reformulation* unit, const ModelData& d, int index, Builder& 
 
 Status build_working_problem(const ModelData& d, WorkingProblem& p, const ReformOptions& opt) {
   VLM_RETURN_IF_ERROR(check_supported(d));
+  // A nonconvex objective is kept for the spatial search when NonConvex is 2.
+  const Status curvature = check_objective_curvature(d);
+  if (!curvature.ok() && !(opt.params && opt.params->int_param("NonConvex") == 2)) return curvature;
   VLM_RETURN_IF_ERROR(build_base(d, p));
+  p.nonconvex_objective = !curvature.ok();
   if (d.num_sos() == 0 && d.num_genconstrs() == 0 && d.pwlobj.empty()) return Status::Ok();
 
   Bounds bounds = initial_bounds(p);
