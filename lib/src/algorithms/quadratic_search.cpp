@@ -11,6 +11,7 @@
 #include "algorithms/spatial_search.h"
 #include "core/platform.h"
 #include "env/env.h"
+#include "reform/binary_products.h"
 
 namespace vlm::algorithms {
 
@@ -97,9 +98,32 @@ bool needs_quadratic_search(const ModelData& d, const reform::WorkingProblem& p)
   return d.num_qconstrs() > 0 || (p.mip && !p.qval.empty()) || p.nonconvex_objective;
 }
 
-Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& given,
+Status solve_quadratic(void* h, Env& env, const ModelData& user, const reform::WorkingProblem& base,
                        const std::atomic<bool>* stop, Solution& sol) {
   const ParamSet& ps = env.params();
+  // Products with a binary factor become four rows each first: exact, and often all that
+  // stands between a model and convexity.
+  bool binary_products = false;
+  if (ps.int_param("PreQLinearize") != 0) {
+    for (std::size_t k = 0; k < user.qval.size() && !binary_products; ++k) {
+      binary_products = reform::is_binary_product(base, user.qrow[k], user.qcol[k]);
+    }
+    for (const QConstrData& q : user.qconstrs) {
+      for (std::size_t k = 0; k < q.qval.size() && !binary_products; ++k) {
+        binary_products = reform::is_binary_product(base, q.qrow[k], q.qcol[k]);
+      }
+    }
+  }
+  ModelData linear_data;
+  reform::WorkingProblem linear_problem;
+  if (binary_products) {
+    linear_data = user;
+    linear_problem = base;
+    const int n = reform::linearize_binary_products(linear_data, linear_problem);
+    env.message("Linearised " + std::to_string(n) + " products with a binary factor");
+  }
+  const ModelData& d = binary_products ? linear_data : user;
+  const reform::WorkingProblem& given = binary_products ? linear_problem : base;
   std::vector<QuadConstraint> cons;
   bool spatial = false, spatial_objective = false;
   VLM_RETURN_IF_ERROR(check_model(d, given, ps.int_param("NonConvex"), cons, spatial, spatial_objective));

@@ -196,12 +196,25 @@ class BinaryProductTest : public SpatialSolveTest {
   }
 };
 
+// Solved three ways: by the spatial search (products relaxed, exact once b is integral), by
+// the presolve linearisation without NonConvex, and written linear by hand.
 TEST_F(BinaryProductTest, QuadraticFormMatchesTheLinearOne) {
   build_quadratic();
+  param("PreQLinearize", 0);
   solve_optimal();
   expect_objective(13);
   EXPECT_NEAR(elem("X", 2), 1.0, 1e-6);
   EXPECT_NEAR(elem("X", 0), 8.0, 1e-5);
+
+  // Kept as products and without NonConvex=2 the model is refused.
+  param("NonConvex", 0);
+  EXPECT_EQ(VLMoptimize(m_), VLM_ERROR_Q_NOT_PSD);
+  // Linearised in presolve (the default) it is convex.
+  param("PreQLinearize", -1);
+  solve_optimal();
+  EXPECT_NEAR(dbl("ObjVal"), 13, 1e-6);
+  EXPECT_NEAR(elem("X", 0), 8.0, 1e-5);
+  EXPECT_NEAR(elem("QCSlack", 0), 0.0, 1e-6);
 
   // The same model written linear: w = x b through w <= 10 b, w <= x, w >= x - 10 (1 - b).
   VLMfreemodel(m_);
