@@ -145,6 +145,18 @@ TEST_F(SpatialSolveTest, BoundsImpliedByRowsSuffice) {
   expect_objective(-2.25);
 }
 
+// x^2 + y^2 = 1 with x and y free: propagation through the circle bounds both by [-1, 1] (the
+// squares' columns are >= 0 and sum to 1). min x + 2y is -sqrt(5) at -(1, 2) / sqrt(5).
+TEST_F(SpatialSolveTest, CircleEqualityWithFreeVariables) {
+  var(1, -kInf, kInf);
+  var(2, -kInf, kInf);
+  qc({{}, {}, {0, 1}, {0, 1}, {1, 1}, '=', 1}, "circle");
+  param("MIPGap", 1e-7);
+  solve_optimal();
+  EXPECT_NEAR(dbl("ObjVal"), -std::sqrt(5.0), 1e-6);
+  EXPECT_NEAR(elem("X", 1), -2 / std::sqrt(5.0), 1e-3);
+}
+
 // Limits: a node limit of 1 stops the pooling search before its tree is done, with a bound
 // that is still valid (at least the optimum 750 for this maximisation).
 TEST_F(SpatialSolveTest, NodeLimitKeepsAValidBound) {
@@ -177,6 +189,51 @@ TEST_F(SpatialSolveTest, NodeLimitKeepsAValidBound) {
       expect_feasible();
     }
   }
+}
+
+// max x y with x integer in [0, 5], y in [0, 3], x + 2y <= 7: y = (7 - x) / 2 gives x (7 - x) / 2,
+// 6 at x = 3 and at x = 4 (x = 1 has y = 3 only: 3).
+TEST_F(SpatialSolveTest, IntegerTimesContinuous) {
+  var(0, 0, 5, 'I');
+  var(0, 0, 3);
+  objective_terms({0}, {1}, {1});
+  row({0, 1}, {1, 2}, '<', 7);
+  maximise();
+  solve_optimal();
+  expect_objective(6);
+  EXPECT_NEAR(elem("X", 0), std::round(elem("X", 0)), 1e-9);
+}
+
+// A dense indefinite box QP of 25 variables is not closed in a quarter of a second: the search
+// stops on the limit with a feasible incumbent and a bound below it.
+TEST_F(SpatialSolveTest, TimeLimitKeepsIncumbentAndBound) {
+  const int n = 25;
+  unsigned long long seed = 7;
+  auto uniform = [&seed] {
+    seed = seed * 6364136223846793005ULL + 1442695040888963407ULL;
+    return 2.0 * static_cast<double>((seed >> 11) & ((1ULL << 53) - 1)) / static_cast<double>(1ULL << 53) - 1.0;
+  };
+  for (int j = 0; j < n; ++j) var(uniform(), 0, 1);
+  std::vector<int> r, c;
+  std::vector<double> v;
+  for (int i = 0; i < n; ++i) {
+    for (int j = i; j < n; ++j) {
+      r.push_back(i);
+      c.push_back(j);
+      v.push_back(uniform());
+    }
+  }
+  objective_terms(r, c, v);
+  param("TimeLimit", 0.25);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  ASSERT_EQ(status(), VLM_TIME_LIMIT);
+  expect_feasible();
+  const std::vector<double> x = this->x();
+  double f = 0;
+  for (int j = 0; j < n; ++j) f += elem("Obj", j) * x[j];
+  for (std::size_t k = 0; k < v.size(); ++k) f += v[k] * x[r[k]] * x[c[k]];
+  EXPECT_NEAR(dbl("ObjVal"), f, 1e-9);
+  EXPECT_LT(dbl("ObjBound"), dbl("ObjVal"));
 }
 
 // ---- products with a binary factor --------------------------------------------------------
@@ -259,6 +316,15 @@ TEST_F(SpatialSolveTest, HyperbolicConstraintIsAConvexCone) {
   solve_optimal();
   EXPECT_NEAR(dbl("ObjVal"), 8.0, 1e-6);
   EXPECT_NEAR(elem("X", 1), 1.0, 1e-3);
+
+  // With a square as well: w^2 + 4 <= x y with w in [1, 2] is x y >= 5 at w = 1, so min x + 4y
+  // is 2 sqrt(4 * 5) = 4 sqrt(5).
+  ASSERT_EQ(VLMdelqconstrs(m_, 1, std::vector<int>{0}.data()), VLM_OK);
+  quads_.clear();
+  var(0, 1, 2);
+  qc({{}, {}, {2, 0}, {2, 1}, {1, -1}, '<', -4}, "rotated");
+  solve_optimal();
+  EXPECT_NEAR(dbl("ObjVal"), 4 * std::sqrt(5.0), 1e-6);
 }
 
 // A hyperbola with a variable that may be negative is not convex: refused, then solved with
