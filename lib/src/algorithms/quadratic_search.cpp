@@ -30,7 +30,8 @@ Status check_model(const ModelData& d, const reform::WorkingProblem& p, int nonc
     }
   }
   const std::string how = "; set NonConvex to 2 to solve nonconvex models";
-  spatial_objective = p.nonconvex_objective;
+  // A working problem kept from a solve with NonConvex=2 still carries its verdict.
+  spatial_objective = p.nonconvex_objective && nonconvex == 2;
   if (!d.qval.empty() && !spatial_objective) {
     if (!reform::check_psd(d.qrow, d.qcol, d.qval, d.sense == -1).psd) {
       if (nonconvex == 2) {

@@ -134,6 +134,22 @@ TEST_F(SpatialSolveTest, EqualityProductBothSenses) {
   EXPECT_NEAR(elem("X", 0), 8, 1e-5);
 }
 
+// x y = 4 cannot hold on [0, 1] x [0, 3]; x y = 4 with x + y <= 3.9 on [0, 4]^2 cannot either
+// (x y <= (3.9 / 2)^2 = 3.8025), which propagation alone does not see.
+TEST_F(SpatialSolveTest, InfeasibleProductsAreReported) {
+  var(1, 0, 1);
+  var(1, 0, 3);
+  qc({{}, {}, {0}, {1}, {1}, '=', 4});
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_INFEASIBLE);
+
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 0, 4.0), VLM_OK);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "UB", 1, 4.0), VLM_OK);
+  row({0, 1}, {1, 1}, '<', 3.9);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_INFEASIBLE);
+}
+
 // Bounds the rows imply are enough: min -x y with x + y <= 3, x, y >= 0 (no upper bounds of
 // their own) is -9/4 at x = y = 1.5.
 TEST_F(SpatialSolveTest, BoundsImpliedByRowsSuffice) {
@@ -143,6 +159,9 @@ TEST_F(SpatialSolveTest, BoundsImpliedByRowsSuffice) {
   row({0, 1}, {1, 1}, '<', 3);
   solve_optimal();
   expect_objective(-2.25);
+  // Solving again without NonConvex=2 refuses the objective, solved model or not.
+  param("NonConvex", 0);
+  EXPECT_EQ(VLMoptimize(m_), VLM_ERROR_Q_NOT_PSD);
 }
 
 // x^2 + y^2 = 1 with x and y free: propagation through the circle bounds both by [-1, 1] (the
