@@ -61,8 +61,10 @@ class SpatialRelaxation {
   // rows first) for the box [lo, up]; only rows whose box changed are touched. O(terms).
   void update_rows(void* h, const std::vector<double>& lo, const std::vector<double>& up);
 
+  // The products lifted so far, in the order of their columns. O(1).
   const std::vector<ProductTerm>& terms() const { return terms_; }
-  // Rows [0, first_envelope_row) are the problem's own (including the lifted constraints).
+  // Rows [0, first_envelope_row) are the problem's own (including the lifted constraints);
+  // -1 before prepare. O(1).
   int first_envelope_row() const { return env_row_; }
 
  private:

@@ -75,6 +75,7 @@ class FixingHeuristic {
   // Cost: one HiGHS solve of the problem's size, at most `seconds`.
   void run(const std::vector<double>& x, const std::vector<double>& lo, const std::vector<double>& up,
            double seconds);
+  // How many runs found a feasible point. O(1).
   int found() const { return found_; }
 
  private:
