@@ -171,14 +171,24 @@ bool SpatialBranchingRule::branch(const std::vector<double>& x, const std::vecto
   ++calls_;
   const auto& terms = rel_.terms();
   std::vector<double> err(terms.size());
+  if (weight_.empty()) {
+    // How much a unit of error in w moves the objective and the rows.
+    weight_.assign(terms.size(), 0.0);
+    std::vector<double> col(p_.ncol, 0.0);
+    for (int j = 0; j < p_.ncol; ++j) col[j] = std::fabs(p_.cost[j]);
+    for (int r = 0; r < rel_.first_envelope_row(); ++r) {
+      for (int k = p_.astart[r]; k < p_.astart[r + 1]; ++k) col[p_.aindex[k]] += std::fabs(p_.aval[k]);
+    }
+    for (std::size_t k = 0; k < terms.size(); ++k) weight_[k] = std::max(col[terms[k].w], 1e-6);
+  }
   for (std::size_t k = 0; k < terms.size(); ++k) {
-    err[k] = std::fabs(x[terms[k].w] - x[terms[k].i] * x[terms[k].j]);
+    err[k] = weight_[k] * std::fabs(x[terms[k].w] - x[terms[k].i] * x[terms[k].j]);
   }
   std::vector<std::size_t> order(terms.size());
   std::iota(order.begin(), order.end(), 0);
   std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return err[a] > err[b]; });
   for (std::size_t k : order) {
-    if (err[k] <= 1e-12) break;
+    if (err[k] <= 1e-12 * weight_[k]) break;
     const ProductTerm& t = terms[k];
     int best = -1;
     double width = 0.0;

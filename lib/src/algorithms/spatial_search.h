@@ -87,7 +87,8 @@ class FixingHeuristic {
   int found_ = 0;
 };
 
-// Branches on the factor of the product whose relaxation is furthest from it, |w - x_i x_j|:
+// Branches on the factor of the product whose relaxation is furthest from it, |w - x_i x_j|
+// times the sum of the absolute coefficients of w's column (objective and rows):
 // of the factors strictly inside their box, the widest; split at the relaxation point when it
 // lies in the middle 80% of the range, else at the midpoint. Factors narrower than 1e-7
 // (relative) are never split. Integer factors split at their integral value. Runs the fixing
@@ -106,6 +107,7 @@ class SpatialBranchingRule : public BranchingRule {
   FixingHeuristic* heuristic_;
   std::function<double()> seconds_left_;
   int calls_ = 0;
+  std::vector<double> weight_;  // per product: the sum of |coefficients| of its column
 };
 
 }  // namespace vlm::algorithms
