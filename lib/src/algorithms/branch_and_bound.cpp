@@ -215,6 +215,18 @@ void BranchAndBound::fix_by_reduced_cost(Node& node, double obj) {
 }
 
 BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& children, int& dive_child) {
+  if (s_.node_bounds) {
+    std::vector<double> lo = p_.lower, up = p_.upper;
+    for (const BoundChange& b : node.changes) {
+      lo[b.col] = b.lower;
+      up[b.col] = b.upper;
+    }
+    const std::vector<double> lo0 = lo, up0 = up;
+    if (!s_.node_bounds(lo, up)) return Outcome::kInfeasible;
+    for (int j = 0; j < p_.ncol; ++j) {
+      if (lo[j] != lo0[j] || up[j] != up0[j]) node.changes.push_back({j, lo[j], up[j]});
+    }
+  }
   apply(node);
   const bool has_integers = p_.mip;
   const int limit = !has_integers ? s_.max_rounds : node.depth == 0 ? s_.root_rounds : s_.node_rounds;
@@ -250,7 +262,10 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
     }
     const double obj = p_.sense * Highs_getObjectiveValue(h_);
     node.bound = std::max(node.bound, obj);
-    if (node.bound >= incumbent_ - gap_target(incumbent_)) return Outcome::kPruned;
+    if (node.bound >= incumbent_ - gap_target(incumbent_)) {
+      gap_pruned_ = std::min(gap_pruned_, node.bound);
+      return Outcome::kPruned;
+    }
 
     bool feasible = true;
     cuts.clear();
@@ -398,7 +413,10 @@ StatusOr<SearchResult> BranchAndBound::run() {
       node = std::move(heap.back());
       heap.pop_back();
     }
-    if (node.bound >= incumbent_ - gap_target(incumbent_)) continue;
+    if (node.bound >= incumbent_ - gap_target(incumbent_)) {
+      gap_pruned_ = std::min(gap_pruned_, node.bound);
+      continue;
+    }
     std::vector<Node> children;
     int dive = 0;
     const Outcome out = process(node, children, dive);
@@ -432,8 +450,9 @@ StatusOr<SearchResult> BranchAndBound::run() {
     }
   }
 
-  // The bound is the best of the nodes left (none left: the incumbent itself).
-  double bound = incumbent_;
+  // The bound is the best of the nodes left and of those pruned within the gap (none: the
+  // incumbent itself).
+  double bound = std::min(incumbent_, gap_pruned_);
   if (next) bound = std::min(bound, next->bound);
   for (const Node& n : heap) bound = std::min(bound, n.bound);
   if (unbounded) {

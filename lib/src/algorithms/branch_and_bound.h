@@ -138,6 +138,10 @@ struct SearchSettings {
   bool keep_pending_cuts = false;
   // The user's BranchPriority per working column for the most-fractional rule (empty: none).
   std::vector<int> branch_priority;
+  // Called with a node's bounds before its first relaxation: may tighten them (the tightened
+  // bounds hold in the node's subtree) and update rows whose coefficients depend on the box.
+  // Returns false when the node holds no feasible point. May be empty.
+  std::function<bool(std::vector<double>& lower, std::vector<double>& upper)> node_bounds;
 };
 
 struct SearchResult {
@@ -220,6 +224,8 @@ class BranchAndBound {
   std::vector<double> x_, col_dual_, row_value_, row_dual_, last_x_;
   SearchResult r_;
   double incumbent_ = INFINITY;  // minimised sense
+  // Least bound of the nodes pruned because they were within the gap of the incumbent.
+  double gap_pruned_ = INFINITY;
   int unbounded_rays_ = 0;
   bool trouble_ = false;  // a point neither accepted nor cut: optimality is not proven
   double start_ = 0.0;

@@ -1,4 +1,5 @@
-// Positive semidefiniteness of a quadratic form given as terms v * x_i * x_j.
+// Positive semidefiniteness of a quadratic form given as terms v * x_i * x_j, on the form's
+// support, by the library's one elimination (reform::factor_psd_dense).
 #pragma once
 
 #include <vector>

@@ -39,7 +39,7 @@ void merge_terms(QuadConstraint& c) {
 
 // Recognises the two cone forms (see the header); fills lrows, rform and scale.
 bool detect_cone(QuadConstraint& c, const std::vector<double>& lower) {
-  if (!c.li.empty() || c.rhs != 0.0) return false;
+  if (!c.li.empty() || c.rhs > 0.0) return false;
   std::vector<std::pair<int, double>> diag, off;
   for (std::size_t k = 0; k < c.qv.size(); ++k) {
     (c.qr[k] == c.qc[k] ? diag : off).push_back({static_cast<int>(k), c.qv[k]});
@@ -51,7 +51,7 @@ bool detect_cone(QuadConstraint& c, const std::vector<double>& lower) {
       neg_at = k;
     }
   }
-  if (negatives == 1 && c.qv.size() >= 2) {
+  if (negatives == 1 && c.qv.size() >= 2 && c.rhs == 0.0) {
     // x'Ax - c t^2 with A semidefinite and t in no other term: A = F'F gives ||F x|| <= sqrt(c) t.
     const int t = c.qr[neg_at];
     if (lower[t] < 0.0) return false;
@@ -82,6 +82,9 @@ bool detect_cone(QuadConstraint& c, const std::vector<double>& lower) {
       c.lrows.push_back({{c.qr[k], 2.0 * std::sqrt(v)}});
     }
     c.lrows.push_back({{y, kk}, {z, -1.0}});
+    // A constant c0 = -rhs >= 0 on the left (k y z >= c0, a hyperbolic constraint) is one more
+    // row of L, the constant 2 sqrt(c0).
+    if (c.rhs < 0.0) c.lrows.push_back({{kConstant, 2.0 * std::sqrt(-c.rhs)}});
     c.rform = {{y, kk}, {z, 1.0}};
     c.shape = QuadShape::kRotatedCone;
     c.scale = 0.5;
@@ -92,7 +95,7 @@ bool detect_cone(QuadConstraint& c, const std::vector<double>& lower) {
 
 double form(const std::vector<std::pair<int, double>>& f, const std::vector<double>& x) {
   double s = 0.0;
-  for (const auto& [j, v] : f) s += v * x[j];
+  for (const auto& [j, v] : f) s += j == kConstant ? v : v * x[j];
   return s;
 }
 
@@ -201,12 +204,16 @@ Cut QuadraticSeparator::cone_cut(const QuadConstraint& c, const std::vector<doub
   }
   for (const auto& [j, v] : c.rform) coef[j] -= v;
   cut.weight = 1.0 / (c.scale * n0);
+  cut.up = 0.0;
   for (const auto& [j, v] : coef) {
     if (v == 0.0) continue;
+    if (j == kConstant) {
+      cut.up -= v;
+      continue;
+    }
     cut.ind.push_back(j);
     cut.val.push_back(v);
   }
-  cut.up = 0.0;
   return cut;
 }
 

@@ -6,8 +6,9 @@
 //   - second-order cone: x'Ax - c t^2 <= 0 with A semidefinite, c > 0, t in no other term, no
 //     linear part, b = 0 and t >= 0 (sum_i a_i x_i^2 <= c t^2 is the usual case); with A = F'F
 //     (psd_factor) it is ||L x|| <= R x with L = F, R x = sqrt(c) t;
-//   - rotated cone: sum_i a_i x_i^2 - k y z <= 0 with a_i, k > 0, no linear part, b = 0 and
-//     y, z >= 0; equivalently ||(2 sqrt(a_i) x_i, k y - z)|| <= k y + z;
+//   - rotated cone: sum_i a_i x_i^2 + c0 - k y z <= 0 with a_i, k > 0, c0 = -b >= 0, no linear
+//     part and y, z >= 0; equivalently ||(2 sqrt(a_i) x_i, k y - z, 2 sqrt(c0))|| <= k y + z
+//     (with c0 > 0 and no squares this is the hyperbolic constraint k y z >= c0);
 //   - convex: Q positive semidefinite on its support;
 //   - nonconvex: anything else (also any equality with quadratic terms).
 // Cuts, all globally valid:
@@ -29,6 +30,9 @@
 namespace vlm::algorithms {
 
 enum class QuadShape { kLinear, kCone, kRotatedCone, kConvex, kNonconvex };
+
+// The column index that stands for the constant 1 in a linear form of a cone (lrows).
+inline constexpr int kConstant = -1;
 
 // One quadratic constraint in '<' form with its classification.
 struct QuadConstraint {

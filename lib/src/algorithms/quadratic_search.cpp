@@ -9,7 +9,10 @@
 #include "algorithms/search_solution.h"
 #include "reform/convexity.h"
 #include "algorithms/quadratic_cuts.h"
+#include "algorithms/spatial_search.h"
+#include "core/platform.h"
 #include "env/env.h"
+#include "reform/binary_products.h"
 
 namespace vlm::algorithms {
 
@@ -17,80 +20,156 @@ namespace {
 
 double from_lib(double v) { return v >= VLM_INFINITY ? INFINITY : v <= -VLM_INFINITY ? -INFINITY : v; }
 
-// Refuses what the search cannot solve; fills `cons` with the classified constraints.
+// Refuses what the search cannot solve; fills `cons` with the classified constraints. With
+// NonConvex = 2 nonconvex parts are kept and `spatial` is set.
 Status check_model(const ModelData& d, const reform::WorkingProblem& p, int nonconvex,
-                   std::vector<QuadConstraint>& cons) {
+                   std::vector<QuadConstraint>& cons, bool& spatial, bool& spatial_objective) {
   for (int j = 0; j < p.ncol; ++j) {
     if (p.integrality[j] == 2 || p.integrality[j] == 3) {
       return Status(VLM_ERROR_NOT_SUPPORTED,
                     "Semi-continuous and semi-integer variables together with quadratic terms cannot be solved yet");
     }
   }
-  const std::string how =
-      nonconvex == 2 ? "; this version of Velmor cannot solve nonconvex quadratic models yet, even with NonConvex=2"
-                     : "; set NonConvex to 2 to solve nonconvex models";
-  const int refusal = nonconvex == 2 ? VLM_ERROR_NOT_SUPPORTED : VLM_ERROR_Q_NOT_PSD;
-  if (!d.qval.empty()) {
+  const std::string how = "; set NonConvex to 2 to solve nonconvex models";
+  // A working problem kept from a solve with NonConvex=2 still carries its verdict.
+  spatial_objective = p.nonconvex_objective && nonconvex == 2;
+  if (!d.qval.empty() && !spatial_objective) {
     if (!reform::check_psd(d.qrow, d.qcol, d.qval, d.sense == -1).psd) {
-      return Status(refusal, std::string("Objective Q matrix isn't ") +
-                                 (d.sense == 1 ? "positive semi-definite (a minimisation needs a convex objective)"
-                                               : "negative semi-definite (a maximisation needs a concave objective)") +
-                                 how);
+      if (nonconvex == 2) {
+        spatial_objective = true;
+      } else {
+        return Status(VLM_ERROR_Q_NOT_PSD,
+                      std::string("Objective Q matrix isn't ") +
+                          (d.sense == 1 ? "positive semi-definite (a minimisation needs a convex objective)"
+                                        : "negative semi-definite (a maximisation needs a concave objective)") +
+                          how);
+      }
     }
   }
   for (int i = 0; i < d.num_qconstrs(); ++i) {
     QuadConstraint c = classify_qconstr(d.qconstrs[i], i, p.lower);
-    if (c.shape == QuadShape::kNonconvex) {
+    if (c.shape == QuadShape::kNonconvex && nonconvex != 2) {
       const std::string name = qconstr_label(d.qconstrs[i], i);
       if (d.qconstrs[i].sense == '=') {
-        return Status(nonconvex == 2 ? VLM_ERROR_NOT_SUPPORTED : VLM_ERROR_QCP_EQUALITY_CONSTRAINT,
+        return Status(VLM_ERROR_QCP_EQUALITY_CONSTRAINT,
                       "Quadratic constraint '" + name + "' is an equality, which is not convex" + how);
       }
-      return Status(refusal, "Quadratic constraint '" + name + "' is not convex: its Q matrix isn't positive " +
-                                 "semi-definite (a second-order cone needs its right-hand side variables bounded "
-                                 "below by 0)" + how);
+      return Status(VLM_ERROR_Q_NOT_PSD, "Quadratic constraint '" + name +
+                                             "' is not convex: its Q matrix isn't positive semi-definite (a "
+                                             "second-order cone needs its right-hand side variables bounded below "
+                                             "by 0)" + how);
     }
+    if (c.shape == QuadShape::kNonconvex) spatial = true;
     cons.push_back(std::move(c));
   }
   // Rows the reformulation emitted for general constraints (2-norms) come after the user's.
   for (std::size_t k = 0; k < p.qrows.size(); ++k) {
     QuadConstraint c = classify_qconstr(p.qrows[k], d.num_qconstrs() + static_cast<int>(k), p.lower);
-    if (c.shape == QuadShape::kNonconvex) {
-      return Status(nonconvex == 2 ? VLM_ERROR_NOT_SUPPORTED : VLM_ERROR_QCP_EQUALITY_CONSTRAINT,
+    if (c.shape == QuadShape::kNonconvex && nonconvex != 2) {
+      return Status(VLM_ERROR_QCP_EQUALITY_CONSTRAINT,
                     p.qrows[k].name + " ties its result to the 2-norm from both sides (y = ||x||), which is not "
                                       "convex here: the objective or other constraints may favour a larger y" + how);
     }
+    if (c.shape == QuadShape::kNonconvex) spatial = true;
     cons.push_back(std::move(c));
   }
+  spatial = spatial || spatial_objective;
   return Status::Ok();
+}
+
+// Replaces every product of the nonconvex objective and constraints by a column of `rel`: the
+// objective becomes linear, and each nonconvex constraint a linear row (an equality stays one
+// row with both sides).
+void lift_products(const ModelData& d, const std::vector<QuadConstraint>& cons, bool objective,
+                   reform::WorkingProblem& p, SpatialRelaxation& rel) {
+  if (objective) {
+    for (std::size_t k = 0; k < d.qval.size(); ++k) {
+      const int w = rel.lift(d.qrow[k], d.qcol[k], "the objective", p);
+      p.cost[w] += d.qval[k];
+    }
+    p.qval.clear();
+    p.qindex.clear();
+    p.qstart.clear();
+  }
+  for (const QuadConstraint& c : cons) {
+    if (c.shape != QuadShape::kNonconvex) continue;
+    // Rows emitted for general constraints are numbered after the user's quadratic constraints.
+    const QConstrData& q =
+        c.index < d.num_qconstrs() ? d.qconstrs[c.index] : p.qrows[c.index - d.num_qconstrs()];
+    std::vector<int> ind = c.li;
+    std::vector<double> val = c.lv;
+    const std::string where = "quadratic constraint '" + qconstr_label(q, c.index) + "'";
+    for (std::size_t k = 0; k < c.qv.size(); ++k) {
+      ind.push_back(rel.lift(c.qr[k], c.qc[k], where, p));
+      val.push_back(c.qv[k]);
+    }
+    const bool eq = q.sense == '=';
+    p.add_row(ind, val, eq ? c.rhs : -INFINITY, c.rhs);
+  }
 }
 
 }  // namespace
 
 bool needs_quadratic_search(const ModelData& d, const reform::WorkingProblem& p) {
-  return d.num_qconstrs() > 0 || !p.qrows.empty() || (p.mip && !p.qval.empty());
+  return d.num_qconstrs() > 0 || !p.qrows.empty() || (p.mip && !p.qval.empty()) || p.nonconvex_objective;
 }
 
-Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& given,
+Status solve_quadratic(void* h, Env& env, const ModelData& user, const reform::WorkingProblem& base,
                        const std::atomic<bool>* stop, Solution& sol) {
   const ParamSet& ps = env.params();
+  // Products with a binary factor become four rows each first: exact, and often all that
+  // stands between a model and convexity.
+  bool binary_products = false;
+  if (ps.int_param("PreQLinearize") != 0) {
+    for (std::size_t k = 0; k < user.qval.size() && !binary_products; ++k) {
+      binary_products = reform::is_binary_product(base, user.qrow[k], user.qcol[k]);
+    }
+    for (const QConstrData& q : user.qconstrs) {
+      for (std::size_t k = 0; k < q.qval.size() && !binary_products; ++k) {
+        binary_products = reform::is_binary_product(base, q.qrow[k], q.qcol[k]);
+      }
+    }
+  }
+  ModelData linear_data;
+  reform::WorkingProblem linear_problem;
+  if (binary_products) {
+    linear_data = user;
+    linear_problem = base;
+    const int n = reform::linearize_binary_products(linear_data, linear_problem);
+    env.message("Linearised " + std::to_string(n) + " products with a binary factor");
+  }
+  const ModelData& d = binary_products ? linear_data : user;
+  const reform::WorkingProblem& given = binary_products ? linear_problem : base;
   std::vector<QuadConstraint> cons;
-  VLM_RETURN_IF_ERROR(check_model(d, given, ps.int_param("NonConvex"), cons));
+  bool spatial = false, spatial_objective = false;
+  VLM_RETURN_IF_ERROR(check_model(d, given, ps.int_param("NonConvex"), cons, spatial, spatial_objective));
   // Cones and convex constraints are disaggregated unless their multipliers are wanted: the
   // lifted form's cut duals do not add up to the constraint's multiplier.
   const bool duals = ps.int_param("QCPDual") == 1;
   reform::WorkingProblem lifted;
-  const bool lift = !duals && std::any_of(cons.begin(), cons.end(), [](const QuadConstraint& c) {
-    return (c.shape == QuadShape::kCone && c.lrows.size() >= 3) || c.shape == QuadShape::kConvex;
-  });
+  const bool lift = spatial || (!duals && std::any_of(cons.begin(), cons.end(), [](const QuadConstraint& c) {
+                      return (c.shape == QuadShape::kCone && c.lrows.size() >= 3) || c.shape == QuadShape::kConvex;
+                    }));
+  SpatialRelaxation rel;
   if (lift) {
     lifted = given;
-    for (QuadConstraint& c : cons) {
-      lift_cone(c, lifted);
-      lift_convex(c, lifted);
+    if (!duals || spatial) {
+      for (QuadConstraint& c : cons) {
+        lift_cone(c, lifted);
+        lift_convex(c, lifted);
+      }
+    }
+    if (spatial) {
+      lift_products(d, cons, spatial_objective, lifted, rel);
+      VLM_RETURN_IF_ERROR(rel.prepare(d, lifted));
     }
   }
   const reform::WorkingProblem& p = lift ? lifted : given;
+  // The outer approximation takes the convex constraints; the products stand for the rest.
+  std::vector<QuadConstraint> convex;
+  for (QuadConstraint& c : cons) {
+    if (c.shape != QuadShape::kNonconvex) convex.push_back(std::move(c));
+  }
 
   SearchSettings s;
   s.time_limit = from_lib(ps.dbl_param("TimeLimit"));
@@ -111,6 +190,18 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   const double cone_tol = std::max(1e-9, ps.dbl_param("BarQCPConvTol") * 1e-3);
   s.relaxation_feas_tol = std::max(1e-10, std::min(tol, cone_tol) * 0.1);
 
+  if (spatial) {
+    // Products are refined by branching, not by rounds of cuts at one node.
+    s.max_rounds = 20;
+    s.root_rounds = 20;
+    s.node_rounds = 5;
+    s.node_bounds = [&rel, &p, h](std::vector<double>& lo, std::vector<double>& up) {
+      if (!rel.propagate(p, lo, up, 5)) return false;
+      rel.update_rows(h, lo, up);
+      return true;
+    };
+  }
+
   std::vector<int> integers;
   for (int j = 0; j < p.ncol; ++j) {
     if (p.integrality[j] == 1) integers.push_back(j);
@@ -120,14 +211,29 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol, s.branch_priority));
   // SOS and indicators without finite big-Ms are branched on here too.
   add_construct_branching(search, p, ps.dbl_param("FeasibilityTol"), s.int_tol);
-  if (!cons.empty()) {
-    auto sep = std::make_unique<QuadraticSeparator>(std::move(cons), tol, cone_tol,
+  std::unique_ptr<FixingHeuristic> heuristic;
+  if (spatial) {
+    auto check = std::make_shared<SpatialChecker>(p, rel, convex, ps.dbl_param("FeasibilityTol"), s.int_tol);
+    OfferFn offer = [&search](const std::vector<double>& x, double obj) { search.offer_incumbent(x, obj); };
+    heuristic = std::make_unique<FixingHeuristic>(p, rel, check, offer);
+    const double start = wall_seconds(), limit = s.time_limit;
+    search.add_branching_rule(std::make_unique<SpatialBranchingRule>(
+        p, rel, heuristic.get(), [start, limit] { return limit - (wall_seconds() - start); }));
+    search.add_separator(std::make_unique<SpatialSeparator>(check, rel, offer));
+  }
+  if (!convex.empty()) {
+    auto sep = std::make_unique<QuadraticSeparator>(std::move(convex), tol, cone_tol,
                                                     ps.dbl_param("FeasibilityTol"));
     sep->set_bounds(p.lower, p.upper);
     search.add_separator(std::move(sep));
   }
-  env.message("Solving by branch and bound with outer approximation: " + std::to_string(p.ncol) + " columns, " +
-              std::to_string(p.nrow) + " rows, " + std::to_string(nq) + " quadratic constraints");
+  if (spatial) {
+    env.message("Solving by spatial branch and bound: " + std::to_string(rel.terms().size()) +
+                " products relaxed, " + std::to_string(p.ncol) + " columns, " + std::to_string(p.nrow) + " rows");
+  } else {
+    env.message("Solving by branch and bound with outer approximation: " + std::to_string(p.ncol) + " columns, " +
+                std::to_string(p.nrow) + " rows, " + std::to_string(nq) + " quadratic constraints");
+  }
   auto result = search.run();
   if (!result.ok()) return result.status();
   SearchResult& r = *result;
@@ -144,7 +250,8 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   }
 
   const int n = d.num_vars(), m = d.num_constrs();
-  sol.is_mip = p.mip || p.reported_as_mip;
+  // A spatial search reports as a MIP does: bound, gap, nodes and pool rather than duals.
+  sol.is_mip = p.mip || p.reported_as_mip || spatial;
   fill_from_search(r, d, p, ps.int_param("PoolSolutions"), sol);
   if (!r.has_solution) return Status::Ok();
   sol.qc_slack.resize(nq);
@@ -155,7 +262,7 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
     for (std::size_t k = 0; k < q.lval.size(); ++k) lhs += q.lval[k] * r.x[q.lind[k]];
     sol.qc_slack[i] = q.rhs - lhs;
   }
-  if (!sol.is_mip && sol.status == VLM_OPTIMAL && duals && !r.row_dual.empty()) {
+  if (!sol.is_mip && !spatial && sol.status == VLM_OPTIMAL && duals && !r.row_dual.empty()) {
     // Duals of the final outer approximation: a constraint's multiplier is the sum of its cut
     // rows' duals, each weighted back to the scale of g's tangent (which the cuts near the
     // optimum equal).

@@ -6,9 +6,14 @@
 // (algorithms/branch_and_bound.h); without integer columns the search is its root alone,
 // iterated until the relaxation point satisfies every quadratic constraint.
 //
-// Not handled (refused with VLM_ERROR_NOT_SUPPORTED): nonconvex quadratics with NonConvex 2,
-// semi-continuous and semi-integer columns together with quadratic terms. Not mapped: MIP
-// starts, Cutoff, BestObjStop and BestBdStop, callbacks.
+// Products with a binary factor are first linearised exactly (PreQLinearize, reform/
+// binary_products.h). With NonConvex = 2 the nonconvex objective and constraints that remain
+// are relaxed by envelopes and solved by spatial branching (algorithms/spatial_search.h) on
+// the same search.
+//
+// Not handled (refused with VLM_ERROR_NOT_SUPPORTED): semi-continuous and semi-integer columns
+// together with quadratic terms. Not mapped: MIP starts, Cutoff, BestObjStop and BestBdStop,
+// callbacks.
 #pragma once
 
 #include <atomic>
@@ -30,10 +35,12 @@ bool needs_quadratic_search(const ModelData& d, const reform::WorkingProblem& p)
 
 // Solves `p` (built from `d`) and fills `sol` with the result on the user's elements.
 // `h` is a fresh HiGHS instance with the solve's options and callbacks set; `stop` is the
-// model's terminate flag. Fails, before any solve, with VLM_ERROR_Q_NOT_PSD for a nonconvex
-// objective or quadratic inequality, VLM_ERROR_QCP_EQUALITY_CONSTRAINT for an equality with
-// quadratic terms (the message names the constraint; for an emitted row, the general
-// constraint it stands for), VLM_ERROR_NOT_SUPPORTED for what the
+// model's terminate flag. Fails, before any solve, unless NonConvex is 2, with
+// VLM_ERROR_Q_NOT_PSD for a nonconvex objective or quadratic inequality and
+// VLM_ERROR_QCP_EQUALITY_CONSTRAINT for an equality with quadratic terms (the message names the
+// constraint; for an emitted row, the general constraint it stands for); with NonConvex 2,
+// VLM_ERROR_INVALID_ARGUMENT naming a variable of a nonconvex product without finite bounds
+// (after propagation); VLM_ERROR_NOT_SUPPORTED for what the
 // header lists. Limits, and relaxations HiGHS fails on (NUMERIC, SUBOPTIMAL), are statuses.
 // Cost: one HiGHS solve per node and cut round.
 Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::WorkingProblem& p,

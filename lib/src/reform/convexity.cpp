@@ -25,40 +25,45 @@ struct Blocks {
   void join(int a, int b) { parent[find(a)] = find(b); }
 };
 
-// Pivoted Cholesky test of the dense symmetric k x k matrix `h` (row-major, overwritten).
-bool dense_psd(std::vector<double>& h, int k) {
+}  // namespace
+
+bool factor_psd_dense(std::vector<double>& h, int k, double tol,
+                      std::vector<std::vector<std::pair<int, double>>>* forms) {
+  auto at = [&](int i, int j) -> double& { return h[static_cast<std::size_t>(i) * k + j]; };
   double scale = 0.0;
   for (double v : h) scale = std::max(scale, std::fabs(v));
-  if (scale == 0.0) return true;
-  const double tol = 1e-9 * scale;
+  const double eps = tol * std::max(scale, 1e-300);
   std::vector<int> left(k);
   std::iota(left.begin(), left.end(), 0);
   while (!left.empty()) {
-    auto best = std::max_element(left.begin(), left.end(),
-                                 [&](int a, int b) { return h[a * k + a] < h[b * k + b]; });
+    auto best = std::max_element(left.begin(), left.end(), [&](int p, int q) { return at(p, p) < at(q, q); });
     const int p = *best;
-    const double d = h[p * k + p];
-    if (d < -tol) return false;
-    if (d <= tol) {
-      // A PSD matrix whose largest diagonal entry is zero is zero.
-      for (int i : left) {
-        for (int j : left) {
-          if (std::fabs(h[i * k + j]) > tol) return false;
-        }
-      }
-      return true;
-    }
+    const double d = at(p, p);
     left.erase(best);
+    if (d < -eps) return false;
+    if (d <= eps) {
+      for (int i : left) {
+        if (std::fabs(at(i, p)) > std::sqrt(eps * std::max(eps, scale))) return false;
+        if (at(i, i) < -eps) return false;
+      }
+      continue;
+    }
+    if (forms) {
+      const double r = std::sqrt(d);
+      std::vector<std::pair<int, double>> f{{p, r}};
+      for (int i : left) {
+        if (at(i, p) != 0.0) f.push_back({i, at(i, p) / r});
+      }
+      forms->push_back(std::move(f));
+    }
     for (int i : left) {
-      const double f = h[i * k + p] / d;
+      const double f = at(i, p) / d;
       if (f == 0.0) continue;
-      for (int j : left) h[i * k + j] -= f * h[p * k + j];
+      for (int j : left) at(i, j) -= f * at(p, j);
     }
   }
   return true;
 }
-
-}  // namespace
 
 CurvatureCheck check_psd(const std::vector<int>& row, const std::vector<int>& col,
                          const std::vector<double>& val, bool negate) {
@@ -129,7 +134,7 @@ CurvatureCheck check_psd(const std::vector<int>& row, const std::vector<int>& co
           h[b * k + a] += v / 2;
         }
       }
-      psd = dense_psd(h, k);
+      psd = factor_psd_dense(h, k, 1e-9, nullptr);
     }
     if (!psd) {
       out.psd = false;

@@ -4,14 +4,12 @@
 //
 // Method: the variables the form mentions are split into connected blocks (two variables are
 // connected by a non-zero product term); each block's H is factorised densely by Cholesky
-// with diagonal pivoting. At each step the largest remaining diagonal entry d is the pivot:
-// d < -tol means H is not PSD; d <= tol means the rest of H must be zero within tol (a PSD
-// matrix with a zero diagonal entry has a zero row), else it is not PSD; otherwise the block
-// is reduced by the pivot's Schur complement. tol = 1e-9 times the largest |H_ij| of the
-// block. Blocks above kMaxDenseBlock variables are not factorised (O(k^3) work and k^2
+// with diagonal pivoting (factor_psd_dense, below; the quadratic constraints' test in
+// algorithms/psd.h uses it too). tol = 1e-9 times the largest |H_ij| of the block. Blocks above kMaxDenseBlock variables are not factorised (O(k^3) work and k^2
 // memory) and are reported as unchecked.
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include "core/status.h"
@@ -35,6 +33,16 @@ struct CurvatureCheck {
 // over the blocks), memory O(largest k^2).
 CurvatureCheck check_psd(const std::vector<int>& row, const std::vector<int>& col,
                          const std::vector<double>& val, bool negate);
+
+// The one semidefiniteness test of the library: pivoted symmetric elimination of the dense
+// symmetric k x k matrix `h` (row-major; overwritten). The largest remaining diagonal entry d
+// is the pivot: d < -eps means not PSD; d <= eps needs the pivot's row to be zero within
+// sqrt(eps * max|h|) (a PSD matrix with a zero diagonal entry has a zero row); eps = tol *
+// max|h|. Returns whether h is PSD. With `forms`, every positive pivot d at p appends the form
+// (h(p, j) / sqrt(d)) over p and the indices still left, so that x'hx = sum_f (f'x)^2 (indices
+// are positions in h). Never fails. O(k^3) time.
+bool factor_psd_dense(std::vector<double>& h, int k, double tol,
+                      std::vector<std::vector<std::pair<int, double>>>* forms);
 
 // Refuses a quadratic objective that is not convex for a minimisation (not concave for a
 // maximisation) with VLM_ERROR_Q_NOT_PSD "Q matrix isn't Positive Semi-Definite: the

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "reform/binary_products.h"
 #include "reform/bound_propagation.h"
 #include "reform/convexity.h"
 #include "reform/reformulation.h"
@@ -23,7 +24,7 @@ Status check_supported(const ModelData& d) {
       return unsupported(std::string("general constraints of type ") + gen_type_name(g.type));
     }
   }
-  return check_objective_curvature(d);
+  return Status::Ok();
 }
 
 Status apply(const Reformulation* unit, const ModelData& d, int index, Builder& b) {
@@ -36,6 +37,15 @@ Status apply(const Reformulation* unit, const ModelData& d, int index, Builder& 
 Status build_working_problem(const ModelData& d, WorkingProblem& p, const ReformOptions& opt) {
   VLM_RETURN_IF_ERROR(check_supported(d));
   VLM_RETURN_IF_ERROR(build_base(d, p));
+  // An objective that is convex once its binary products are linearised (PreQLinearize) is
+  // convex for the search; a nonconvex one is kept for the spatial search when NonConvex is 2.
+  Status curvature = check_objective_curvature(d);
+  if (!curvature.ok() && !(opt.params && opt.params->int_param("PreQLinearize") == 0) &&
+      convex_without_binary_products(d, p)) {
+    curvature = Status::Ok();
+  }
+  if (!curvature.ok() && !(opt.params && opt.params->int_param("NonConvex") == 2)) return curvature;
+  p.nonconvex_objective = !curvature.ok();
   if (d.num_sos() == 0 && d.num_genconstrs() == 0 && d.pwlobj.empty()) return Status::Ok();
 
   Bounds bounds = initial_bounds(p);

@@ -56,6 +56,9 @@ struct WorkingProblem {
   // The user's model is a MIP (it has SOS or general constraints) even when its working problem
   // needed no integer column: results are reported as for a MIP (no duals, no basis).
   bool reported_as_mip = false;
+  // The quadratic objective is not convex (not concave for a maximisation); only built with
+  // NonConvex = 2, for the spatial branch and bound.
+  bool nonconvex_objective = false;
   // How many SOS and general constraints (and PWL objective terms) were reformulated.
   int reformulated = 0;
   // Quadratic rows that units emitted (over working columns; `name` says which construct of
