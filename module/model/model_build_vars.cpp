@@ -322,9 +322,8 @@ bool ascii_only(const char* s, size_t n) {
   return true;
 }
 
-bool add_name(NameTable& names, size_t start) {
-  const char* s = names.buffer.data() + start;
-  const size_t n = names.buffer.size() - start;
+// Raises the error for a name that is not ASCII or holds a NUL; returns false.
+bool name_error(const char* s, size_t n) {
   if (!ascii_only(s, n)) {
     invalid("Cannot convert " + std::string(s, n) + " to ASCII characters");
     return false;
@@ -333,12 +332,23 @@ bool add_name(NameTable& names, size_t start) {
     std::string shown;
     for (size_t i = 0; i < n; ++i) shown += s[i] == '\0' ? std::string("\\x00") : std::string(1, s[i]);
     invalid("Invalid text '" + shown + "': it holds a NUL character");
-    return false;
   }
+  return false;
+}
+
+// Ends the name that begins at `start`. Its first `checked` bytes are known to be ASCII without
+// NUL (the common base of subscripted names, checked once).
+bool add_name(NameTable& names, size_t start, size_t checked = 0) {
+  const char* s = names.buffer.data() + start;
+  const size_t n = names.buffer.size() - start;
+  const char* rest = s + checked;
+  const size_t m = n - checked;
+  if (!ascii_only(rest, m) || (m > 0 && std::memchr(rest, '\0', m) != nullptr)) return name_error(s, n);
   names.offsets.push_back(n == 0 ? SIZE_MAX : start);
   names.buffer.push_back('\0');
   return true;
 }
+
 
 // Builds the names from `name`: a str is subscripted by each key, a dict or iterable gives one
 // name per key. False with an exception set; names.pointers stays empty when nothing is named.
@@ -352,17 +362,17 @@ bool build_names(PyObject* name, IndexSet& keys, NameTable& names) {
       if (PyUnicode_GET_LENGTH(s.get()) == 0) return true;
       const char* u = py::utf8(s.get());
       if (u == nullptr) return false;
-      const std::string base(u);
+      const std::string base = std::string(u) + "[";
+      const size_t checked = ascii_only(base.data(), base.size()) ? base.size() : 0;
       names.buffer.reserve(static_cast<size_t>(n) * (base.size() + 10));
       names.offsets.reserve(static_cast<size_t>(n));
       std::vector<Py_ssize_t> at(keys.dims(), 0);
       for (Py_ssize_t i = 0; i < n; ++i, keys.advance(at.data())) {
         const size_t start = names.buffer.size();
         names.buffer += base;
-        names.buffer.push_back('[');
         if (!keys.append_text(names.buffer, at.data())) return false;
         names.buffer.push_back(']');
-        if (!add_name(names, start)) return false;
+        if (!add_name(names, start, checked)) return false;
       }
     } else {
       names.offsets.reserve(static_cast<size_t>(n));

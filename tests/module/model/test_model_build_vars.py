@@ -128,6 +128,12 @@ def test_refusals_add_nothing(m):
         m.addVars(["a"], ["\u00e9"], name="x")
     assert e.value.message == "Cannot convert x[a,\u00e9] to ASCII characters"
     with pytest.raises(VelmorError) as e:
+        m.addVars(2, name="\u00e9")
+    assert e.value.message == "Cannot convert \u00e9[0] to ASCII characters"
+    with pytest.raises(VelmorError) as e:
+        m.addVars(["ok", "a\0b"], name="x")
+    assert e.value.message == "Invalid text 'x[a\\x00b]': it holds a NUL character"
+    with pytest.raises(VelmorError) as e:
         m.addVars(50000, 50000)
     assert e.value.message == "Too many variables for one library call"
     assert counts(m) == (2, 2)
