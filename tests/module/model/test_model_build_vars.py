@@ -133,9 +133,10 @@ def test_refusals_add_nothing(m):
     with pytest.raises(VelmorError) as e:
         m.addVars(["ok", "a\0b"], name="x")
     assert e.value.message == "Invalid text 'x[a\\x00b]': it holds a NUL character"
-    with pytest.raises(VelmorError) as e:
-        m.addVars(50000, 50000)
-    assert e.value.message == "Too many variables for one library call"
+    for too_many in ((50000, 50000), (2**31,)):
+        with pytest.raises(VelmorError) as e:
+            m.addVars(*too_many)
+        assert e.value.message == "Too many variables for one library call"
     assert counts(m) == (2, 2)
 
 
