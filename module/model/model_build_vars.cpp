@@ -422,23 +422,6 @@ bool build_names(PyObject* name, IndexSet& keys, NameTable& names) {
   return true;
 }
 
-// Keeps the collector from running while addVars makes its objects: none of them can be in a
-// cycle (handles and key tuples of atomic parts are untracked, ints are no containers), so a
-// run would only walk the half-filled result, once per 700 objects made at the default
-// thresholds. The collector's state before the call comes back afterwards, also on failure.
-class CollectorPause {
- public:
-  CollectorPause() : was_enabled_(PyGC_Disable() == 1) {}
-  ~CollectorPause() {
-    if (was_enabled_) PyGC_Enable();
-  }
-  CollectorPause(const CollectorPause&) = delete;
-  CollectorPause& operator=(const CollectorPause&) = delete;
-
- private:
-  bool was_enabled_;
-};
-
 }  // namespace
 
 // ---- the methods -----------------------------------------------------------------------------
@@ -511,7 +494,6 @@ PyObject* model_addvars(PyObject* self, PyObject* const* args, Py_ssize_t nargs,
   if (!unknown.empty()) return invalid("addVars() got unexpected keyword argument(s) " + unknown);
   if (nargs == 0) return invalid("addVars() needs at least one index argument (a count or a list of keys)");
   if (!model_alive(self)) return nullptr;
-  CollectorPause pause;
   IndexSet keys;
   if (!keys.init(args, nargs)) return nullptr;
   const Py_ssize_t n = keys.size();
