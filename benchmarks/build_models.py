@@ -7,6 +7,10 @@ Rows (each built the same way in every interface, with its own idiomatic calls):
                    "dict-only" builds just a dict of 1,000,000 int keys over objects made before
                    the clock starts: what returning one handle per variable keyed by 0..n-1
                    costs before any variable exists.
+  addvars_2d_1m    1000 x 1000 continuous variables keyed by (i, j) tuples (velmorpy
+                   addVars(I, I); the other interfaces' keyed bulk call, or a dict built in a
+                   loop). "highs-arrays" is the same floor as above; "dict-only" builds a dict of
+                   the 1,000,000 (i, j) keys over objects made before the clock starts.
   constr_100k      100,000 constraints x[i] + y[i] <= 1 added one by one in a loop.
   constrs_100k     the same through a generator expression (velmorpy and highspy addConstrs;
                    a loop over the generator where an interface has no such call).
@@ -25,6 +29,7 @@ Run with an interpreter that has the peers installed and velmorpy importable, fo
 Interfaces that cannot be imported are shown as "-".
 """
 import argparse
+import itertools
 import json
 import subprocess
 import sys
@@ -34,7 +39,7 @@ N_VARS = 1_000_000
 N_CONSTRS = 100_000
 N_SIDE = 1000
 
-ROWS = ["addvars_1m", "constr_100k", "constrs_100k", "transport_1000"]
+ROWS = ["addvars_1m", "addvars_2d_1m", "constr_100k", "constrs_100k", "transport_1000"]
 INTERFACES = ["velmorpy", "highs-arrays", "dict-only", "pyoptinterface", "highspy", "python-mip", "pyscipopt"]
 
 
@@ -59,6 +64,11 @@ def velmor_case(row):
     if row == "addvars_1m":
         def run(m):
             return m.addVars(N_VARS)
+    elif row == "addvars_2d_1m":
+        I = range(N_SIDE)
+
+        def run(m):
+            return m.addVars(I, I)
     elif row == "constr_100k":
         def prepare(m):
             return m.addVars(N_CONSTRS), m.addVars(N_CONSTRS)
@@ -91,7 +101,7 @@ def velmor_case(row):
 # ---- HiGHS through highspy: arrays (the floor) and its modelling layer ------------------------
 
 def highs_arrays_case(row):
-    if row != "addvars_1m":
+    if row not in ("addvars_1m", "addvars_2d_1m"):
         return None
     import highspy
     import numpy as np
@@ -110,12 +120,19 @@ def highs_arrays_case(row):
 
 
 def dict_only_case(row):
-    if row != "addvars_1m":
+    if row not in ("addvars_1m", "addvars_2d_1m"):
         return None
     values = [object() for _ in range(N_VARS)]
 
     def new():
         return None
+
+    if row == "addvars_2d_1m":
+        I = range(N_SIDE)
+
+        def run(_):
+            return dict(zip(itertools.product(I, I), values))
+        return new, None, run
 
     def run(_):
         return dict(zip(range(N_VARS), values))
@@ -133,6 +150,10 @@ def highspy_case(row):
     if row == "addvars_1m":
         def run(h):
             return h.addVariables(N_VARS)
+        return new, None, run
+    if row == "addvars_2d_1m":
+        def run(h):
+            return h.addVariables(range(N_SIDE), range(N_SIDE))
         return new, None, run
     if row in ("constr_100k", "constrs_100k"):
         def prepare(h):
@@ -176,6 +197,10 @@ def poi_case(row):
         def run(m):
             return m.add_variables(range(N_VARS))
         return new, None, run
+    if row == "addvars_2d_1m":
+        def run(m):
+            return m.add_variables(range(N_SIDE), range(N_SIDE))
+        return new, None, run
     if row in ("constr_100k", "constrs_100k"):
         def prepare(m):
             return m.add_variables(range(N_CONSTRS)), m.add_variables(range(N_CONSTRS))
@@ -218,6 +243,10 @@ def mip_case(row):
         def run(m):
             return [m.add_var() for _ in range(N_VARS)]
         return new, None, run
+    if row == "addvars_2d_1m":
+        def run(m):
+            return {(i, j): m.add_var() for i in range(N_SIDE) for j in range(N_SIDE)}
+        return new, None, run
     if row in ("constr_100k", "constrs_100k"):
         def prepare(m):
             return [m.add_var() for _ in range(N_CONSTRS)], [m.add_var() for _ in range(N_CONSTRS)]
@@ -259,6 +288,10 @@ def scip_case(row):
     if row == "addvars_1m":
         def run(m):
             return [m.addVar() for _ in range(N_VARS)]
+        return new, None, run
+    if row == "addvars_2d_1m":
+        def run(m):
+            return {(i, j): m.addVar() for i in range(N_SIDE) for j in range(N_SIDE)}
         return new, None, run
     if row in ("constr_100k", "constrs_100k"):
         def prepare(m):

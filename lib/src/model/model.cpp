@@ -292,7 +292,11 @@ Status Model::add_vars(int n, int numnz, const int* beg, const int* ind, const d
   a.ub.resize(total);
   a.obj.resize(total);
   a.vtype.resize(total);
-  if (names == nullptr) a.varname.push_unnamed(static_cast<std::size_t>(n));
+  if (names == nullptr) {
+    a.varname.push_unnamed(static_cast<std::size_t>(n));
+  } else if (std::any_of(names, names + n, [](const char* s) { return s != nullptr && *s != '\0'; })) {
+    a.varname.reserve_named(static_cast<std::size_t>(n));
+  }
   for (int j = 0; j < n; ++j) {
     const std::size_t k = old + static_cast<std::size_t>(j);
     const char t = vtype ? vtype[j] : 'C';

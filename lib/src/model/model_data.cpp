@@ -43,6 +43,8 @@ void NameColumn::push_back(std::string name) {
   ++n_;
 }
 
+void NameColumn::reserve_named(std::size_t count) { own_.reserve(n_ + count); }
+
 void NameColumn::push_unnamed(std::size_t count) {
   if (!own_.empty()) own_.resize(n_ + count);
   n_ += count;

@@ -145,6 +145,9 @@ class NameColumn {
   // Appends an element with `name` ("" for none) / `count` elements without names.
   void push_back(std::string name);
   void push_unnamed(std::size_t count);
+  // Makes room for `count` more elements with names of their own, so that a bulk add does not
+  // move the names already pushed each time the column grows. Cost: one allocation.
+  void reserve_named(std::size_t count);
   // Moves `src`'s elements to the end of this column and empties `src`.
   void append(NameColumn& src);
   // Keeps the elements whose `keep` entry is non-zero, in order.
