@@ -22,19 +22,26 @@ Status optimize(Model& m) {
   // The user's callback is called throughout the solve, whichever driver runs it (the engine
   // runs the branch-and-cut search when the callback needs it).
   callbacks::SessionScope session(m);
-  if (d.objn.empty() && d.scenarios.empty()) {
-    const bool plain = m.concurrent_envs().empty() && m.env().params().int_param("PoolSearchMode") == 0;
-    if (plain) return engine::optimize(m);
-    engine::SolvingScope solving(m);
-    StatusOr<std::unique_ptr<Solution>> sol = m.concurrent_envs().empty() ? solve_single(m) : solve_concurrent(m);
-    VLM_RETURN_IF_ERROR(sol.status());
-    m.set_solution(std::move(sol.value()));
-    return Status::Ok();
-  }
   if (!d.objn.empty() && !d.scenarios.empty()) {
     return Status(VLM_ERROR_NOT_SUPPORTED,
                   "The model has multiple objectives and multiple scenarios together, which this version of Velmor "
                   "cannot solve yet");
+  }
+  const bool concurrent = concurrent_applies(m);
+  if (d.objn.empty() && d.scenarios.empty() && !concurrent) {
+    if (m.env().params().int_param("PoolSearchMode") == 0) return engine::optimize(m);
+    engine::SolvingScope solving(m);
+    StatusOr<std::unique_ptr<Solution>> sol = solve_single(m);
+    VLM_RETURN_IF_ERROR(sol.status());
+    m.set_solution(std::move(sol.value()));
+    return Status::Ok();
+  }
+  if (concurrent) {
+    engine::SolvingScope solving(m);
+    StatusOr<std::unique_ptr<Solution>> sol = solve_concurrent(m);
+    VLM_RETURN_IF_ERROR(sol.status());
+    m.set_solution(std::move(sol.value()));
+    return Status::Ok();
   }
   engine::SolvingScope solving(m);
   return d.objn.empty() ? optimize_scenarios(m) : optimize_multiobj(m);

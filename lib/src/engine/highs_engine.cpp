@@ -33,6 +33,7 @@
 #include "engine/kept_problem.h"
 #include "engine/run_setup.h"
 #include "engine/sigint.h"
+#include "engine/stop_flag.h"
 #include "reform/pipeline.h"
 #include "interfaces/highs_c_api.h"
 
@@ -126,26 +127,6 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut* d
   // HiGHS keeps the input struct from run to run of a kept instance: clear a stop of before.
   if (data_in) data_in->user_interrupt = should_stop(*st, data_out, type) ? 1 : 0;
 }
-
-// ---- the terminate flag per model -------------------------------------------------------------
-
-std::mutex g_flags_mutex;
-std::vector<std::pair<const Model*, std::atomic<bool>*>> g_flags;
-
-struct StopFlag {
-  const Model* model;
-  std::atomic<bool> flag{false};
-  explicit StopFlag(const Model* m) : model(m) {
-    std::lock_guard<std::mutex> lock(g_flags_mutex);
-    g_flags.push_back({m, &flag});
-  }
-  ~StopFlag() {
-    std::lock_guard<std::mutex> lock(g_flags_mutex);
-    g_flags.erase(std::remove_if(g_flags.begin(), g_flags.end(),
-                                 [this](const auto& p) { return p.second == &flag; }),
-                  g_flags.end());
-  }
-};
 
 // ---- problem construction ---------------------------------------------------------------------
 
@@ -344,13 +325,6 @@ int map_status(HighsInt ms, bool mip, bool node_limit_set, double nodes, double 
 }
 
 }  // namespace
-
-void terminate(Model& m) {
-  std::lock_guard<std::mutex> lock(g_flags_mutex);
-  for (auto& [model, flag] : g_flags) {
-    if (model == &m) flag->store(true);
-  }
-}
 
 namespace {
 // solve_problem, and optimize with the model's kept instance (`kept`; null: a fresh one).
