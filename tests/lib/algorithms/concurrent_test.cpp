@@ -100,8 +100,9 @@ class ConcurrentTest : public ReformTest {
   std::vector<std::string> lines_;
 };
 
-// Two environments with different algorithms reach the plain solve's optimum, 2.8 at
-// (1.6, 1.2), and the winner's duals, basis and algorithm read back from the user's model.
+// Two environments with different algorithms (primal and dual simplex: HiGHS ranges only a
+// simplex solve) reach the plain solve's optimum, 2.8 at (1.6, 1.2), and the winner's duals,
+// ranges and algorithm read back from the user's model.
 TEST_F(ConcurrentTest, EnvironmentRunsGiveThePlainOptimumAndTheWinnersAttributes) {
   small_lp();
   collect_log();
@@ -110,7 +111,7 @@ TEST_F(ConcurrentTest, EnvironmentRunsGiveThePlainOptimumAndTheWinnersAttributes
   ASSERT_NE(e0, nullptr);
   ASSERT_NE(e1, nullptr);
   ASSERT_EQ(VLMsetintparam(e0, "Method", 0), VLM_OK);
-  ASSERT_EQ(VLMsetintparam(e1, "Method", 2), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(e1, "Method", 1), VLM_OK);
   solve();
   EXPECT_EQ(status(), VLM_OPTIMAL);
   EXPECT_NEAR(objval(), 2.8, 1e-6);
@@ -119,10 +120,14 @@ TEST_F(ConcurrentTest, EnvironmentRunsGiveThePlainOptimumAndTheWinnersAttributes
   EXPECT_NEAR(dblelem("Pi", 0), 0.4, 1e-6);
   EXPECT_NEAR(dblelem("Pi", 1), 0.2, 1e-6);
   const int win = intattr("ConcurrentWinMethod");
-  EXPECT_TRUE(win == 0 || win == 2) << win;
+  EXPECT_TRUE(win == 0 || win == 1) << win;
   EXPECT_EQ(intattr("SolCount"), 1);
   EXPECT_GE(dbl("Runtime"), 0.0);
   expect_user_feasible(2, 2);
+  // The winner's HiGHS instance answers ranging: (1.6, 1.2) stays optimal while the cost of x
+  // lies between the row slopes 1/2 and 3 (the cost of y being 1).
+  EXPECT_NEAR(dblelem("SAObjLow", 0), 0.5, 1e-6);
+  EXPECT_NEAR(dblelem("SAObjUp", 0), 3.0, 1e-6);
   EXPECT_TRUE(logged("Concurrent solve: 2 runs"));
   EXPECT_TRUE(logged("finished first after"));
   EXPECT_TRUE(logged("Optimal solution found"));
@@ -202,13 +207,40 @@ TEST_F(ConcurrentTest, MultiObjectiveModelsRunConcurrently) {
   ASSERT_EQ(VLMsetobjectiven(m_, 1, 1, 1.0, 0.0, 0.0, nullptr, 0.0, 2, ind.data(), c1.data()), VLM_OK);
   ASSERT_NE(VLMgetconcurrentenv(m_, 0), nullptr);
   ASSERT_EQ(VLMsetintparam(VLMgetconcurrentenv(m_, 1), "Method", 0), VLM_OK);
+  collect_log();
   solve();
+  EXPECT_TRUE(logged("Concurrent solve: 2 runs"));
   EXPECT_NEAR(x(0), 1.6, 1e-6);
   EXPECT_NEAR(x(1), 1.2, 1e-6);
   set_int("ObjNumber", 0);
   EXPECT_NEAR(dbl("ObjNVal"), 4, 1e-6);
   set_int("ObjNumber", 1);
   EXPECT_NEAR(dbl("ObjNVal"), 1.6, 1e-6);
+}
+
+// Scenarios under two concurrent environments. min -3x - 2y, x + y <= 4, x in [0, 3], y in
+// [0, 10]: base (3, 1), -11; scenario 0 with ub(x) = 1: (1, 3), -9; scenario 1 with rhs 6:
+// (3, 3), -15.
+TEST_F(ConcurrentTest, ScenarioModelsRunConcurrently) {
+  var(-3, 0, 3, 'C', "x");
+  var(-2, 0, 10, 'C', "y");
+  row({0, 1}, {1, 1}, '<', 4);
+  ASSERT_EQ(VLMsetintattr(m_, "NumScenarios", 2), VLM_OK);
+  set_int("ScenarioNumber", 0);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNUB", 0, 1), VLM_OK);
+  set_int("ScenarioNumber", 1);
+  ASSERT_EQ(VLMsetdblattrelement(m_, "ScenNRHS", 0, 6), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(VLMgetconcurrentenv(m_, 0), "Method", 1), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(VLMgetconcurrentenv(m_, 1), "Method", 2), VLM_OK);
+  collect_log();
+  solve();
+  EXPECT_TRUE(logged("Concurrent solve: 2 runs"));
+  EXPECT_NEAR(objval(), -11, 1e-6);
+  const double want[] = {-9, -15};
+  for (int k = 0; k < 2; ++k) {
+    set_int("ScenarioNumber", k);
+    EXPECT_NEAR(dbl("ScenNObjVal"), want[k], 1e-6) << k;
+  }
 }
 
 // A terminate from another thread stops every run of a concurrent solve: none of them can end
