@@ -116,10 +116,8 @@ StatusOr<std::unique_ptr<Solution>> solve_concurrent(Model& m) {
   {
     std::string names;
     for (const PlannedRun& r : planned) names += (names.empty() ? "" : ", ") + r.label;
-    char line[96];
-    std::snprintf(line, sizeof line, "Concurrent solve: %d runs, %d thread%s each unless set: ", n, share,
-                  share == 1 ? "" : "s");
-    m.env().message(line + names);
+    m.env().message("Concurrent solve: " + std::to_string(n) + " runs (" + names + "), " + std::to_string(share) +
+                    (share == 1 ? " thread" : " threads") + " per run");
   }
 
   engine::StopFlag stop(&m);
