@@ -234,7 +234,7 @@ StatusOr<std::vector<std::vector<Change>>> base_settings(const ParamSet& ps) {
 // How many trials run at the same time: TuneJobs plus TuneDynamicJobs (-1: one per hardware
 // thread), at least one.
 int job_count(const ParamSet& ps) {
-  auto count = [](int v) { return v < 0 ? std::max(1, 2 * engine::default_highs_threads() - 1) : v; };
+  auto count = [](int v) { return v < 0 ? engine::hardware_threads() : v; };
   return std::clamp(count(ps.int_param("TuneJobs")) + count(ps.int_param("TuneDynamicJobs")), 1, kMaxTuneJobs);
 }
 

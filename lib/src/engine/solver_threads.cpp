@@ -1,5 +1,6 @@
 #include "engine/solver_threads.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -62,9 +63,8 @@ int solver_thread_count() {
   return pool().threads;
 }
 
-int default_highs_threads() {
-  const int hw = static_cast<int>(std::thread::hardware_concurrency());
-  return hw <= 1 ? 1 : (hw + 1) / 2;
-}
+int hardware_threads() { return std::max(1, static_cast<int>(std::thread::hardware_concurrency())); }
+
+int default_highs_threads() { return (hardware_threads() + 1) / 2; }
 
 }  // namespace vlm::engine

@@ -23,6 +23,9 @@ inline constexpr int kMaxSolverThreads = 128;
 // The number of solver threads started so far (for tests). O(1).
 int solver_thread_count();
 
+// The number of hardware threads, at least one. O(1).
+int hardware_threads();
+
 // The thread count HiGHS takes for Threads 0: half the hardware threads, at least one. O(1).
 int default_highs_threads();
 

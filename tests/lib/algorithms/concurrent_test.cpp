@@ -284,6 +284,28 @@ TEST_F(ConcurrentTest, BadParametersInAConcurrentEnvironmentAreRefused) {
   EXPECT_NEAR(objval(), 2.8, 1e-6);
 }
 
+// A model HiGHS refuses fails every run: the error is the engine's, naming the run and the
+// coefficient; the model keeps its data (no solution: the change discarded the old one), and
+// with the coefficient back at 1 (x + y <= 4 holds at (1.6, 1.2)) it solves to 2.8 again.
+TEST_F(ConcurrentTest, ARefusedModelFailsNamingTheRunAndKeepsTheModel) {
+  small_lp();
+  solve();
+  ASSERT_NE(VLMgetconcurrentenv(m_, 1), nullptr);
+  int ind[] = {0, 1};
+  double val[] = {1, 1e16};
+  ASSERT_EQ(VLMaddconstr(m_, 2, ind, val, '<', 4, "c3"), VLM_OK);
+  expect_error(VLMoptimize(m_), VLM_ERROR_INVALID_ARGUMENT,
+               "Concurrent run 0 (environment 0): Coefficient 1e+16 of variable 'y' in constraint 'c3' is larger "
+               "than 1e+15");
+  EXPECT_EQ(status(), VLM_LOADED);
+  EXPECT_EQ(intattr("NumConstrs"), 3);
+  int row[] = {2};
+  double one[] = {1};
+  ASSERT_EQ(VLMchgcoeffs(m_, 1, row, ind + 1, one), VLM_OK);
+  solve();
+  EXPECT_NEAR(objval(), 2.8, 1e-6);
+}
+
 class ConcurrentTuneTest : public ConcurrentTest {
  protected:
   void quick_tuning() {
