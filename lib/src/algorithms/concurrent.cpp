@@ -129,10 +129,6 @@ StatusOr<std::unique_ptr<Solution>> solve_concurrent(Model& m) {
   double work = 0.0;
   for (int k = 0; k < n; ++k) {
     const Solution* s = runs[k].status.ok() ? runs[k].copy->solution() : nullptr;
-    if (!runs[k].status.ok() && first >= 0) {
-      m.env().message("Concurrent: run " + std::to_string(k) + " (" + planned[k].label +
-                      ") failed: " + runs[k].status.message());
-    }
     if (s == nullptr) continue;
     work += s->work;
     if (first >= 0) continue;
@@ -149,6 +145,13 @@ StatusOr<std::unique_ptr<Solution>> solve_concurrent(Model& m) {
       }
     }
     return Status(VLM_ERROR_INTERNAL, "No concurrent run ended");
+  }
+  // Another run gives the result: a failed run is only reported.
+  for (int k = 0; k < n; ++k) {
+    if (!runs[k].status.ok()) {
+      m.env().message("Concurrent: run " + std::to_string(k) + " (" + planned[k].label +
+                      ") failed: " + runs[k].status.message());
+    }
   }
   Model& won = *runs[winner].copy;
   std::unique_ptr<Solution> sol = won.take_solution();
