@@ -22,11 +22,18 @@ Status optimize(Model& m) {
   // The user's callback is called throughout the solve, whichever driver runs it (the engine
   // runs the branch-and-cut search when the callback needs it).
   callbacks::SessionScope session(m);
-  if (d.objn.empty() && d.scenarios.empty()) {
-    const bool plain = m.concurrent_envs().empty() && m.env().params().int_param("PoolSearchMode") == 0;
-    if (plain) return engine::optimize(m);
+  const bool concurrent = concurrent_applies(m);
+  if (d.objn.empty() && d.scenarios.empty() && !concurrent) {
+    if (m.env().params().int_param("PoolSearchMode") == 0) return engine::optimize(m);
     engine::SolvingScope solving(m);
-    StatusOr<std::unique_ptr<Solution>> sol = m.concurrent_envs().empty() ? solve_single(m) : solve_concurrent(m);
+    StatusOr<std::unique_ptr<Solution>> sol = solve_single(m);
+    VLM_RETURN_IF_ERROR(sol.status());
+    m.set_solution(std::move(sol.value()));
+    return Status::Ok();
+  }
+  if (concurrent) {
+    engine::SolvingScope solving(m);
+    StatusOr<std::unique_ptr<Solution>> sol = solve_concurrent(m);
     VLM_RETURN_IF_ERROR(sol.status());
     m.set_solution(std::move(sol.value()));
     return Status::Ok();

@@ -8,14 +8,18 @@
 // objective, 3 the best bound, 0 only whether it finished. A finished set beats an unfinished
 // one. A set improves on another only by at least 10% of its time (timing noise).
 //
-// Search: the current settings (the baseline); then one change at a time from a fixed list of
+// Search: the current settings (the baseline); the TuneBaseSettings files, the best of which
+// is the starting point; then one change at a time on top of it from a fixed list of
 // parameters the engine honours (MIP: MIPFocus, Heuristics, Cuts, Symmetry, Presolve,
 // NodeMethod, RINS, HeuFeasJump; continuous: Method, Presolve, ScaleFlag, SimplexPricing,
 // PreDual); then the improving changes combined greedily, best first. Parameters marked by
 // fixTuneParam, and changes to a value the parameter already has, are skipped. Every trial
 // after the baseline is cut off at twice the best finished time so far, since it cannot win.
 // The search stops when TuneTimeLimit is spent (-1: 20 times the baseline's time, at least
-// 2 seconds), when the list is done, or when the best time is below TuneTargetTime.
+// 2 seconds) but for the TuneCleanup share, which goes to dropping changes of the best set
+// that do not help; when the list is done; when the best time is below TuneTargetTime; or on
+// terminate, which keeps the results so far. Trials run on copies of the model on solver
+// threads, TuneJobs + TuneDynamicJobs at a time.
 // docs/tuner.md has what was measured.
 #pragma once
 
@@ -28,8 +32,9 @@ namespace vlm::algorithms {
 // (Model::tune_results, TuneResultCount): the sets that improve on the baseline, best first,
 // at most TuneResults of them (-1: all); when none improves, the baseline alone (no changes).
 // TuneOutput 1 logs improved sets, 2 also every set tried, 3 also the trials' own logs. The
-// model's solution and parameters are left as they were. Fails as optimize fails on the model
-// (the baseline's first trial). Cost: up to TuneTimeLimit of solves.
+// model's solution and parameters are left as they were. Fails as reading a TuneBaseSettings
+// file fails (before any solve), or as optimize fails on a trial. Cost: up to TuneTimeLimit of
+// solves.
 Status tune(Model& m);
 
 // Loads tuning result `i` into the model's parameters (the settings at the start of tuning

@@ -324,6 +324,7 @@ const Binding kBindings[] = {
     {"IterCount", S(true, o.num = sol->itercount), nullptr},
     {"BarIterCount", S(true, o.num = sol->baritercount), nullptr},
     {"NodeCount", S(sol->is_mip, o.num = sol->nodecount), nullptr},
+    {"ConcurrentWinMethod", S(true, o.num = sol->concurrent_win_method), nullptr},
     {"X", S(has_x(sol), o.num = sol->x[e]), nullptr},
     {"Xn", [](Model& m, int e, AttrValue& o, const AttrDef& def) -> Status {
        const Solution* sol = m.solution();

@@ -27,11 +27,14 @@
 #include "core/text.h"
 #include "params/param_table.h"
 #include "engine/engine.h"
+#include "engine/engine_log.h"
 #include "engine/highs_instance.h"
 #include "engine/highs_limits.h"
+#include "engine/highs_options.h"
 #include "engine/kept_problem.h"
 #include "engine/run_setup.h"
 #include "engine/sigint.h"
+#include "engine/stop_flag.h"
 #include "reform/pipeline.h"
 #include "interfaces/highs_c_api.h"
 
@@ -126,155 +129,12 @@ void highs_callback(int type, const char* message, const HighsCallbackDataOut* d
   if (data_in) data_in->user_interrupt = should_stop(*st, data_out, type) ? 1 : 0;
 }
 
-// ---- the terminate flag per model -------------------------------------------------------------
-
-std::mutex g_flags_mutex;
-std::vector<std::pair<const Model*, std::atomic<bool>*>> g_flags;
-
-struct StopFlag {
-  const Model* model;
-  std::atomic<bool> flag{false};
-  explicit StopFlag(const Model* m) : model(m) {
-    std::lock_guard<std::mutex> lock(g_flags_mutex);
-    g_flags.push_back({m, &flag});
-  }
-  ~StopFlag() {
-    std::lock_guard<std::mutex> lock(g_flags_mutex);
-    g_flags.erase(std::remove_if(g_flags.begin(), g_flags.end(),
-                                 [this](const auto& p) { return p.second == &flag; }),
-                  g_flags.end());
-  }
-};
-
 // ---- problem construction ---------------------------------------------------------------------
 
 // The working problem comes from the reformulation step (reform/pipeline.h); the engine only
 // passes it to HiGHS and reads the user's columns and rows back.
 using Problem = reform::WorkingProblem;
 static_assert(std::is_same_v<HighsInt, int>, "the working problem's index arrays are passed to HiGHS as they are");
-
-// ---- options ----------------------------------------------------------------------------------
-
-// The parameters the reformulation step reads.
-reform::ReformOptions reform_options(const ParamSet& ps) {
-  reform::ReformOptions o;
-  o.func_pieces = ps.int_param("FuncPieces");
-  o.func_piece_length = ps.dbl_param("FuncPieceLength");
-  o.func_piece_error = ps.dbl_param("FuncPieceError");
-  o.func_piece_ratio = ps.dbl_param("FuncPieceRatio");
-  o.func_max_val = ps.dbl_param("FuncMaxVal");
-  o.params = &ps;
-  return o;
-}
-
-void set_options(void* h, const ParamSet& ps, bool mip) {
-  // HiGHS logs only through our callback; with OutputFlag 0 it need not format lines at all.
-  Highs_setBoolOptionValue(h, "output_flag", ps.int_param("OutputFlag") != 0);
-  Highs_setBoolOptionValue(h, "log_to_console", 0);
-  double tl = ps.dbl_param("TimeLimit");
-  if (tl < VLM_INFINITY) Highs_setDoubleOptionValue(h, "time_limit", tl);
-  Highs_setDoubleOptionValue(h, "mip_rel_gap", ps.dbl_param("MIPGap"));
-  // Tolerances left at their defaults keep HiGHS' own tuned values (the help texts give them);
-  // a value the user sets is passed as it is.
-  const std::pair<const char*, const char*> tolerances[] = {
-      {"MIPGapAbs", "mip_abs_gap"},
-      {"FeasibilityTol", "primal_feasibility_tolerance"},
-      {"OptimalityTol", "dual_feasibility_tolerance"},
-      {"IntFeasTol", "mip_feasibility_tolerance"}};
-  for (const auto& [param, option] : tolerances) {
-    if (!ps.is_default(find_param(param))) Highs_setDoubleOptionValue(h, option, ps.dbl_param(param));
-  }
-  Highs_setIntOptionValue(h, "random_seed", ps.int_param("Seed"));
-  int presolve = ps.int_param("Presolve");
-  Highs_setStringOptionValue(h, "presolve", presolve == 0 ? "off" : presolve < 0 ? "choose" : "on");
-  int method = ps.int_param("Method");
-  if (!mip) {
-    if (method == 0) {
-      Highs_setStringOptionValue(h, "solver", "simplex");
-      Highs_setIntOptionValue(h, "simplex_strategy", 4);
-    } else if (method == 1) {
-      Highs_setStringOptionValue(h, "solver", "simplex");
-      Highs_setIntOptionValue(h, "simplex_strategy", 1);
-    } else if (method == 2) {
-      Highs_setStringOptionValue(h, "solver", "ipm");
-    }
-  }
-  double iters = ps.dbl_param("IterationLimit");
-  if (iters < 2e9) Highs_setIntOptionValue(h, "simplex_iteration_limit", static_cast<HighsInt>(iters));
-  int bariters = ps.int_param("BarIterLimit");
-  Highs_setIntOptionValue(h, "ipm_iteration_limit", bariters);
-  double nodes = ps.dbl_param("NodeLimit");
-  if (nodes < 2e9) Highs_setIntOptionValue(h, "mip_max_nodes", static_cast<HighsInt>(nodes));
-  int sols = ps.int_param("SolutionLimit");
-  if (sols < VLM_MAXINT) Highs_setIntOptionValue(h, "mip_max_improving_sols", sols);
-  Highs_setDoubleOptionValue(h, "mip_heuristic_effort", ps.dbl_param("Heuristics"));
-  Highs_setDoubleOptionValue(h, "mip_min_logging_interval", ps.int_param("DisplayInterval"));
-
-  // Strategy switches with a HiGHS counterpart (their help texts say how the values map). At
-  // their defaults HiGHS keeps its own tuned settings.
-  auto changed = [&ps](const char* name) { return !ps.is_default(find_param(name)); };
-  if (changed("PerturbValue")) {
-    Highs_setDoubleOptionValue(h, "dual_simplex_cost_perturbation_multiplier", ps.dbl_param("PerturbValue") / 0.0002);
-  }
-  static const int pricing[] = {-1, 0, 2, 1, 2};  // SimplexPricing -1..3 -> edge weights
-  if (changed("SimplexPricing")) {
-    Highs_setIntOptionValue(h, "simplex_dual_edge_weight_strategy", pricing[ps.int_param("SimplexPricing") + 1]);
-  }
-  static const int scaling[] = {1, 0, 2, 3, 4};  // ScaleFlag -1..3 -> scale strategy
-  if (changed("ScaleFlag")) Highs_setIntOptionValue(h, "simplex_scale_strategy", scaling[ps.int_param("ScaleFlag") + 1]);
-  if (changed("MarkowitzTol")) Highs_setDoubleOptionValue(h, "factor_pivot_threshold", ps.dbl_param("MarkowitzTol"));
-  const int aggfill = ps.int_param("AggFill");
-  if (aggfill >= 0) Highs_setIntOptionValue(h, "presolve_substitution_maxfillin", aggfill);
-  if (changed("PreDual")) {
-    const int predual = ps.int_param("PreDual");
-    Highs_setIntOptionValue(h, "simplex_dualize_strategy", predual == 2 ? -1 : predual);
-  }
-  if (ps.int_param("Crossover") == 0) Highs_setStringOptionValue(h, "run_crossover", "off");
-  if (mip) {
-    const int node_method = ps.int_param("NodeMethod");
-    Highs_setStringOptionValue(h, "mip_lp_solver", node_method < 0 ? "choose" : node_method == 2 ? "ipm" : "simplex");
-    if (ps.int_param("Symmetry") == 0) Highs_setBoolOptionValue(h, "mip_detect_symmetry", 0);
-    if (ps.int_param("Cuts") == 0) Highs_setBoolOptionValue(h, "mip_allow_cut_separation_at_nodes", 0);
-    // MIPFocus trades heuristic effort against bound work.
-    switch (ps.int_param("MIPFocus")) {
-      case 1: Highs_setDoubleOptionValue(h, "mip_heuristic_effort", std::max(0.3, ps.dbl_param("Heuristics"))); break;
-      case 2:
-      case 3: Highs_setDoubleOptionValue(h, "mip_heuristic_effort", std::min(0.01, ps.dbl_param("Heuristics"))); break;
-      default: break;
-    }
-    const std::pair<const char*, const char*> switches[] = {
-        {"HeuFeasJump", "mip_heuristic_run_feasibility_jump"}, {"HeuRENS", "mip_heuristic_run_rens"},
-        {"HeuRootRedCost", "mip_heuristic_run_root_reduced_cost"}, {"HeuShifting", "mip_heuristic_run_shifting"},
-        {"HeuZIRound", "mip_heuristic_run_zi_round"}, {"RINS", "mip_heuristic_run_rins"}};
-    for (const auto& [param, option] : switches) {
-      const int v = ps.int_param(param);
-      if (v >= 0) Highs_setBoolOptionValue(h, option, v > 0);
-    }
-  }
-}
-
-// ---- threads ----------------------------------------------------------------------------------
-
-// Honours Threads within HiGHS' rule of one pool size per calling thread: a different size
-// rebuilds the pool when no other solve is running; otherwise the solve keeps the pool it has
-// and says so in the log.
-void choose_threads(void* h, Env& env) {
-  int want = env.params().int_param("Threads");
-  if (want > 0 && pool_threads() != 0 && want != pool_threads()) {
-    if (only_active_solve()) {
-      Highs_resetGlobalScheduler(1);
-    } else {
-      env.message("Threads=" + std::to_string(want) + " cannot take effect while other solves run on " +
-                  std::to_string(pool_threads()) + " threads; keeping " + std::to_string(pool_threads()));
-      want = pool_threads();
-    }
-  }
-  if (want == 0) want = pool_threads();
-  if (want > 0) {
-    Highs_setIntOptionValue(h, "threads", want);
-    pool_threads() = want;
-  }
-}
 
 // ---- MIP start --------------------------------------------------------------------------------
 
@@ -333,67 +193,6 @@ void certificates(void* h, const ModelData& d, const Problem& p, Solution& sol) 
   if (!std::isfinite(sol.farkas_proof)) sol.farkas_proof = VLM_INFINITY;
   sol.farkas_dual.resize(d.num_constrs());
   for (int i = 0; i < d.num_constrs(); ++i) sol.farkas_dual[i] = sign * y[i];
-}
-
-// ---- log --------------------------------------------------------------------------------------
-
-const char* status_text(int status) {
-  switch (status) {
-    case VLM_OPTIMAL: return "Optimal solution found";
-    case VLM_INFEASIBLE: return "Infeasible model";
-    case VLM_INF_OR_UNBD: return "Infeasible or unbounded model";
-    case VLM_UNBOUNDED: return "Unbounded model";
-    case VLM_CUTOFF: return "Objective cutoff exceeded";
-    case VLM_ITERATION_LIMIT: return "Iteration limit reached";
-    case VLM_NODE_LIMIT: return "Node limit reached";
-    case VLM_TIME_LIMIT: return "Time limit reached";
-    case VLM_SOLUTION_LIMIT: return "Solution limit reached";
-    case VLM_INTERRUPTED: return "Solve interrupted";
-    case VLM_SUBOPTIMAL: return "Sub-optimal termination";
-    case VLM_USER_OBJ_LIMIT: return "Objective target reached";
-    case VLM_MEM_LIMIT: return "Memory limit reached";
-    default: return "Numerical trouble encountered";
-  }
-}
-
-void log_banner(Env& env, const ModelData& d, const Problem& p) {
-  char line[256];
-  std::snprintf(line, sizeof line, "Velmor Optimizer version %d.%d.%d (%s), engine HiGHS %d.%d.%d",
-                VLM_VERSION_MAJOR, VLM_VERSION_MINOR, VLM_VERSION_TECHNICAL, platform_name(),
-                HIGHS_VERSION_MAJOR, HIGHS_VERSION_MINOR, HIGHS_VERSION_PATCH);
-  env.message(line);
-  std::snprintf(line, sizeof line, "Optimize a model with %d rows, %d columns and %zu nonzeros%s",
-                d.num_constrs(), d.num_vars(), p.aval.size(), p.mip ? " (MIP)" : "");
-  env.message(line);
-  if (p.reformulated > 0) {
-    std::snprintf(line, sizeof line, "Reformulated %d SOS, general constraints and PWL objective terms into %d columns and %d rows",
-                  p.reformulated, p.ncol - d.num_vars(), p.nrow - d.num_constrs());
-    env.message(line);
-  }
-  env.message("");
-}
-
-void log_summary(Env& env, const Solution& s) {
-  char line[256];
-  env.message("");
-  if (s.is_mip) {
-    std::snprintf(line, sizeof line, "Explored %.0f nodes (%.0f LP iterations) in %.2f seconds", s.nodecount,
-                  s.itercount, s.runtime);
-  } else {
-    std::snprintf(line, sizeof line, "Solved in %.0f simplex and %.0f barrier iterations in %.2f seconds",
-                  s.itercount, s.baritercount, s.runtime);
-  }
-  env.message(line);
-  env.message(status_text(s.status));
-  if (s.sol_count > 0) {
-    if (s.is_mip) {
-      std::snprintf(line, sizeof line, "Best objective %.12e, best bound %.12e, gap %.4f%%", s.objval, s.objbound,
-                    100.0 * (s.mipgap >= VLM_INFINITY ? 0.0 : s.mipgap));
-    } else {
-      std::snprintf(line, sizeof line, "Objective value %.12e", s.objval);
-    }
-    env.message(line);
-  }
 }
 
 // ---- solution pool ----------------------------------------------------------------------------
@@ -527,78 +326,6 @@ int map_status(HighsInt ms, bool mip, bool node_limit_set, double nodes, double 
 }
 
 }  // namespace
-
-const Sensitivity* sensitivity(const ModelData& d, const Solution& s) {
-  if (s.sensitivity) return &*s.sensitivity;
-  if (!s.engine || !s.has_basis) return nullptr;
-  void* h = s.engine.get();
-  const HighsInt nc = Highs_getNumCol(h), nr = Highs_getNumRow(h);
-  std::vector<double> cuv(nc), cuo(nc), cdv(nc), cdo(nc), buv(nc), buo(nc), bdv(nc), bdo(nc);
-  std::vector<double> ruv(nr), ruo(nr), rdv(nr), rdo(nr);
-  std::vector<HighsInt> ci(nc), co(nc), ri(nr), ro(nr);
-  HighsInt rc;
-  try {
-    rc = Highs_getRanging(h, cuv.data(), cuo.data(), ci.data(), co.data(), cdv.data(), cdo.data(), ci.data(),
-                          co.data(), buv.data(), buo.data(), ci.data(), co.data(), bdv.data(), bdo.data(), ci.data(),
-                          co.data(), ruv.data(), ruo.data(), ri.data(), ro.data(), rdv.data(), rdo.data(), ri.data(),
-                          ro.data());
-  } catch (...) {
-    return nullptr;
-  }
-  if (rc == kHighsStatusError) return nullptr;
-  auto lib = [](double v) { return v >= INFINITY ? VLM_INFINITY : v <= -INFINITY ? -VLM_INFINITY : v; };
-  Sensitivity sa;
-  const int n = d.num_vars(), m = d.num_constrs();
-  sa.obj_lo.resize(n);
-  sa.obj_up.resize(n);
-  sa.lb_lo.resize(n);
-  sa.lb_up.resize(n);
-  sa.ub_lo.resize(n);
-  sa.ub_up.resize(n);
-  for (int j = 0; j < n; ++j) {
-    sa.obj_lo[j] = lib(cdv[j]);
-    sa.obj_up[j] = lib(cuv[j]);
-    // The bound a nonbasic variable sits at can move within HiGHS' bound range; the other
-    // bound, and both bounds of a basic variable, can move freely up to the current value.
-    const double x = s.x[j];
-    const int vb = s.vbasis[j];
-    sa.lb_lo[j] = -VLM_INFINITY;
-    sa.lb_up[j] = x;
-    sa.ub_lo[j] = x;
-    sa.ub_up[j] = VLM_INFINITY;
-    if (vb == -1) {
-      sa.lb_lo[j] = lib(bdv[j]);
-      sa.lb_up[j] = lib(buv[j]);
-    } else if (vb == -2) {
-      sa.ub_lo[j] = lib(bdv[j]);
-      sa.ub_up[j] = lib(buv[j]);
-    }
-  }
-  sa.rhs_lo.resize(m);
-  sa.rhs_up.resize(m);
-  for (int i = 0; i < m; ++i) {
-    sa.rhs_lo[i] = lib(rdv[i]);
-    sa.rhs_up[i] = lib(ruv[i]);
-    // A basic row does not bind: its right-hand side can move away from the row freely and
-    // towards it up to the activity, where the row starts to bind. (HiGHS ranges the other,
-    // inactive bound of such a row, which is not the question asked.) A basic equality row
-    // is degenerate and allows no change at all.
-    if (!s.cbasis.empty() && s.cbasis[i] == 0 && !s.slack.empty()) {
-      const double activity = d.rhs[i] - s.slack[i];
-      sa.rhs_lo[i] = d.csense[i] == '>' ? -VLM_INFINITY : activity;
-      sa.rhs_up[i] = d.csense[i] == '<' ? VLM_INFINITY : activity;
-    }
-  }
-  s.sensitivity = std::move(sa);
-  return &*s.sensitivity;
-}
-
-void terminate(Model& m) {
-  std::lock_guard<std::mutex> lock(g_flags_mutex);
-  for (auto& [model, flag] : g_flags) {
-    if (model == &m) flag->store(true);
-  }
-}
 
 namespace {
 // solve_problem, and optimize with the model's kept instance (`kept`; null: a fresh one).

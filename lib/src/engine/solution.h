@@ -60,6 +60,9 @@ struct Solution {
   double itercount = 0.0;
   double baritercount = 0.0;
   double nodecount = 0.0;
+  // The algorithm that won a concurrent continuous solve (0 primal, 1 dual simplex, 2
+  // barrier); -1 for any other solve.
+  int concurrent_win_method = -1;
   std::vector<double> x, rc, pi, slack;
   // Per quadratic constraint: rhs minus left-hand side at x, and the dual (with has_duals).
   std::vector<double> qc_slack, qc_pi;

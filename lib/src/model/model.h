@@ -192,6 +192,8 @@ class Model {
   // The result of the last optimize call, or nullptr (none yet, or discarded by an update).
   const Solution* solution() const { return solution_.get(); }
   void set_solution(std::unique_ptr<Solution> s) { solution_ = std::move(s); }
+  // Hands the solution over (a driver that solved a copy passes it on); none is left. O(1).
+  std::unique_ptr<Solution> take_solution() { return std::move(solution_); }
 
   // The irreducible inconsistent subsystem found by the last computeIIS, or nullptr (none yet,
   // or discarded by an update that changed the model).

@@ -49,8 +49,8 @@ TEST_F(SolverEnvsTest, ConcurrentRunsWithDifferentMethodsAgree) {
     solve();
     EXPECT_NEAR(objval(), 2.8, 1e-6) << method;
   }
-  EXPECT_TRUE(logged("Concurrent: run 2 of 2"));
-  EXPECT_TRUE(logged("wins"));
+  EXPECT_TRUE(logged("Concurrent solve: 2 runs"));
+  EXPECT_TRUE(logged("finished first after"));
 }
 
 // A run's limits come from its environment, not the model: a single run with IterationLimit 0

@@ -405,7 +405,8 @@ class TestReaders:
         # Helper columns of the reformulation never show.
         assert (m.NumVars, m.NumConstrs, m.NumGenConstrs) == (4, 0, 2)
 
-    # z = |x| with x in [2, 5]: min z is 2; the 2-norm is still refused, naming it.
+    # z = |x| with x >= 2: min z is 2 at x = 2; then y = ||(x, z)||_2 = 2*sqrt(2) rides along.
+    # Minimising -y instead needs the nonconvex side of the norm: refused unless NonConvex=2.
     def test_optimize_solves_general_constraints(self, m):
         x, y, z, b, c = vs(m)
         m.addGenConstrAbs(z, x)
@@ -413,10 +414,14 @@ class TestReaders:
         m.setObjective(z + 0)
         m.optimize()
         assert m.Status == VLM.OPTIMAL and m.ObjVal == pytest.approx(2.0)
-        m.addGenConstrNorm(y, [x, z], 2.0)
+        m.addGenConstrNorm(y, [x, z], 2.0, name="n2")
+        m.optimize()
+        assert m.Status == VLM.OPTIMAL and m.ObjVal == pytest.approx(2.0)
+        assert y.X == pytest.approx(2 * 2**0.5, rel=1e-6)
+        m.setObjective(z - y)
         with pytest.raises(VelmorError) as info:
             m.optimize()
-        assert info.value.errno == VLM.ERROR_NOT_SUPPORTED and "2-norm" in str(info.value)
+        assert info.value.errno == VLM.ERROR_QCP_EQUALITY_CONSTRAINT and "n2" in str(info.value)
 
 
 # ---- algebraic forms --------------------------------------------------------------------------
