@@ -6,21 +6,17 @@
 #include <functional>
 #include <string>
 
+#include "algorithms/pseudo_costs.h"
 #include "algorithms/search_solution.h"
 #include "attrs/attr_table.h"
 #include "core/platform.h"
+#include "core/text.h"
 #include "env/env.h"
 #include "interfaces/highs_c_api.h"
 
 namespace vlm::algorithms {
 
 namespace {
-
-std::string num(double v) {
-  char buf[64];
-  std::snprintf(buf, sizeof buf, "%.10g", v);
-  return buf;
-}
 
 // One lazy row over the working columns: lo <= sum val[k] x[ind[k]] <= up.
 struct PoolRow {
@@ -502,8 +498,8 @@ StatusOr<SearchResult> RestartLoop::run() {
     }
     log("Run " + std::to_string(core_.stats.runs) + ": HiGHS status " + std::to_string(ms) + ", " +
         std::to_string(core_.size() - rows_before) + " lazy rows added, best " +
-        (r_.has_solution ? num(r_.objval) : std::string("-")) + ", bound " + num(p_.sense * bound_) + ", " +
-        num(wall_seconds() - start_) + "s");
+        (r_.has_solution ? log_number(r_.objval) : std::string("-")) + ", bound " + log_number(p_.sense * bound_) + ", " +
+        log_number(wall_seconds() - start_) + "s");
     if (stop_requested()) {
       status = VLM_INTERRUPTED;
       break;
@@ -546,9 +542,9 @@ StatusOr<SearchResult> RestartLoop::run() {
   r_.bound = p_.sense * b;
   if (!r_.has_solution) r_.x.clear();
   r_.highs_seconds = Highs_getRunTime(h_);
-  log("Restart loop: " + std::to_string(core_.stats.runs) + " HiGHS runs, " + num(r_.nodes) + " nodes, " +
+  log("Restart loop: " + std::to_string(core_.stats.runs) + " HiGHS runs, " + log_number(r_.nodes) + " nodes, " +
       std::to_string(core_.size()) + " lazy rows, " + std::to_string(core_.stats.rejected) +
-      " rejected candidates in " + num(wall_seconds() - start_) + "s");
+      " rejected candidates in " + log_number(wall_seconds() - start_) + "s");
   return std::move(r_);
 }
 
@@ -575,10 +571,7 @@ class LazySeparator : public Separator {
       heuristic(pr);
     }
     bool violated = core_.separate_held(x) > 0;
-    bool integral = true;
-    for (int j = 0; j < p_.ncol && integral; ++j) {
-      if (p_.integrality[j] != 0 && std::fabs(x[j] - std::round(x[j])) > int_tol_) integral = false;
-    }
+    const bool integral = integrality_satisfied(p_, x, int_tol_);
     // An integral point that the held-out rows accept is a candidate for the hooks.
     if (integral && !violated) violated = !core_.check_candidate(x, pr);
     for (int i : core_.take_active(cursor_)) {
@@ -651,23 +644,15 @@ bool support_heuristic(const reform::WorkingProblem& base, const std::vector<cha
 
 StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& base, LazyCore& core, SearchHooks* hooks,
                                       const CallbackSettings& cs) {
-  for (int j = 0; j < base.ncol; ++j) {
-    if (base.integrality[j] == 2 || base.integrality[j] == 3) {
-      return Status(VLM_ERROR_NOT_SUPPORTED,
-                    "Semi-continuous and semi-integer variables cannot be solved yet by the search that serves "
-                    "node callbacks");
-    }
-  }
   SearchSettings s = cs.search;
+  // Its points are only judged by the callback at MIPSOL, which a point from outside the tree
+  // must not reach before the tree's own: the search's heuristics stay off.
+  s.heuristics = false;
   const std::atomic<bool>* outer = s.stop;
   s.stop = &core.halt;
   s.reduced_cost_fixing = true;
   s.keep_pending_cuts = true;
   if (!base.mip) s.max_rounds = 100000;
-  std::vector<int> integers;
-  for (int j = 0; j < base.ncol; ++j) {
-    if (base.integrality[j] == 1) integers.push_back(j);
-  }
   BranchAndBound* sp = nullptr;
   LazySeparator* lazy_sep = nullptr;
   // Nodes processed before the next run of the MIP heuristic: short searches (the 50-city TSP
@@ -719,7 +704,7 @@ StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& bas
   };
   BranchAndBound search(h, base, s);
   sp = &search;
-  search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol));
+  search.add_branching_rule(integer_branching_rule(base, s.int_tol, &search, cs.var_branch));
   auto sep = std::make_unique<LazySeparator>(core, base, hooks, cs.node_events, s.int_tol);
   sep->set_search(&search);
   lazy_sep = sep.get();
@@ -743,7 +728,7 @@ StatusOr<SearchResult> hybrid(void* h, const reform::WorkingProblem& base, LazyC
     return result;
   }
   if (cs.search.env) {
-    cs.search.env->message("Branch and cut handed over to HiGHS's MIP after " + num(result->nodes) + " nodes with " +
+    cs.search.env->message("Branch and cut handed over to HiGHS's MIP after " + log_number(result->nodes) + " nodes with " +
                            std::to_string(core.size()) + " lazy rows");
   }
   // The branch and cut turned presolve off for its warm starts.
@@ -835,6 +820,10 @@ Status solve_with_lazy_rows(void* h, Env& env, const ModelData& d, const reform:
   cs.search.int_tol = ps.dbl_param("IntFeasTol");
   cs.search.stop = stop;
   cs.search.env = &env;
+  cs.search.cutoff = from_lib(ps.dbl_param("Cutoff"));
+  cs.search.best_obj_stop = from_lib(ps.dbl_param("BestObjStop"));
+  cs.search.best_bd_stop = from_lib(ps.dbl_param("BestBdStop"));
+  cs.var_branch = ps.int_param("VarBranch");
   cs.feas_tol = ps.dbl_param("FeasibilityTol");
   cs.node_events = node_events;
   if (!held_out.empty()) {

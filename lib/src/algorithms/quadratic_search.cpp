@@ -5,6 +5,7 @@
 #include <string>
 
 #include "algorithms/branch_and_bound.h"
+#include "algorithms/pseudo_costs.h"
 #include "algorithms/search_solution.h"
 #include "reform/convexity.h"
 #include "algorithms/quadratic_cuts.h"
@@ -19,12 +20,6 @@ double from_lib(double v) { return v >= VLM_INFINITY ? INFINITY : v <= -VLM_INFI
 // Refuses what the search cannot solve; fills `cons` with the classified constraints.
 Status check_model(const ModelData& d, const reform::WorkingProblem& p, int nonconvex,
                    std::vector<QuadConstraint>& cons) {
-  for (int j = 0; j < p.ncol; ++j) {
-    if (p.integrality[j] == 2 || p.integrality[j] == 3) {
-      return Status(VLM_ERROR_NOT_SUPPORTED,
-                    "Semi-continuous and semi-integer variables together with quadratic terms cannot be solved yet");
-    }
-  }
   const std::string how =
       nonconvex == 2 ? "; this version of Velmor cannot solve nonconvex quadratic models yet, even with NonConvex=2"
                      : "; set NonConvex to 2 to solve nonconvex models";
@@ -92,6 +87,10 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   if (!p.mip) s.max_rounds = 100000;
   s.stop = stop;
   s.env = &env;
+  s.cutoff = from_lib(ps.dbl_param("Cutoff"));
+  s.best_obj_stop = from_lib(ps.dbl_param("BestObjStop"));
+  s.best_bd_stop = from_lib(ps.dbl_param("BestBdStop"));
+  s.heuristics = ps.dbl_param("Heuristics") > 0;
   // Cut until the violation is a tenth of the tolerance: the objective of the outer
   // approximation then also lies within about that much of the true optimum.
   const double tol = ps.dbl_param("FeasibilityTol") * 0.1;
@@ -99,13 +98,9 @@ Status solve_quadratic(void* h, Env& env, const ModelData& d, const reform::Work
   const double cone_tol = std::max(1e-9, ps.dbl_param("BarQCPConvTol") * 1e-3);
   s.relaxation_feas_tol = std::max(1e-10, std::min(tol, cone_tol) * 0.1);
 
-  std::vector<int> integers;
-  for (int j = 0; j < p.ncol; ++j) {
-    if (p.integrality[j] == 1) integers.push_back(j);
-  }
   const int nq = d.num_qconstrs();
   BranchAndBound search(h, p, s);
-  search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol));
+  search.add_branching_rule(integer_branching_rule(p, s.int_tol, &search, ps.int_param("VarBranch")));
   if (!cons.empty()) {
     auto sep = std::make_unique<QuadraticSeparator>(std::move(cons), tol, cone_tol,
                                                     ps.dbl_param("FeasibilityTol"));

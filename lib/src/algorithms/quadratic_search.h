@@ -6,9 +6,8 @@
 // (algorithms/branch_and_bound.h); without integer columns the search is its root alone,
 // iterated until the relaxation point satisfies every quadratic constraint.
 //
-// Not handled (refused with VLM_ERROR_NOT_SUPPORTED): nonconvex quadratics with NonConvex 2,
-// semi-continuous and semi-integer columns together with quadratic terms. Not mapped: MIP
-// starts, Cutoff, BestObjStop and BestBdStop, callbacks.
+// Not handled (refused with VLM_ERROR_NOT_SUPPORTED): nonconvex quadratics with NonConvex 2.
+// Not mapped: MIP starts, callbacks.
 #pragma once
 
 #include <atomic>

@@ -204,6 +204,30 @@ class CallbackSearchTest : public ::testing::TestWithParam<CallbackMethod> {
   }();
 };
 
+// min -x - 2y + z  s.t.  x + y <= 5.5 (held out: lazy),  y - z <= 0,  x semi-continuous in
+// {0} or [2, 4], y semi-integer in {0} or {3, 4, 5}, z in [0, 10]. With z = y the parts give
+// -4 (y = 0, x = 4), -5.5 (y = 3, x = 2.5), -4 (y = 4, x = 0) and -5 (y = 5, x = 0): optimum
+// -5.5, and the lazy row must hold at the returned point.
+TEST_P(CallbackSearchTest, SemiContinuousColumnsWithALazyRow) {
+  vlm::reform::WorkingProblem p;
+  p.add_col(2, 4, 2, -1);
+  p.add_col(3, 5, 3, -2);
+  p.add_col(0, 10, 0, 1);
+  p.add_row({0, 1}, {1, 1}, -INFINITY, 5.5);
+  p.add_row({1, 2}, {1, -1}, -INFINITY, 0);
+  p.user_cols = p.ncol;
+  p.user_rows = p.nrow;
+  auto r = vlm::algorithms::callback_search(h_, p, {0}, nullptr, settings());
+  ASSERT_TRUE(r.ok()) << r.status().message();
+  EXPECT_EQ(r->status, VLM_OPTIMAL);
+  EXPECT_NEAR(r->objval, -5.5, 1e-7);
+  ASSERT_EQ(r->x.size(), 3u);
+  EXPECT_LE(r->x[0] + r->x[1], 5.5 + 1e-6);
+  EXPECT_TRUE(r->x[0] < 1e-6 || r->x[0] > 2 - 1e-6);
+  EXPECT_NEAR(r->x[1], std::round(r->x[1]), 1e-6);
+  EXPECT_TRUE(r->x[1] < 1e-6 || r->x[1] > 3 - 1e-6);
+}
+
 // The optimum is the shortest of the 8!/2 tours, found by enumeration; the search sees only
 // the degree rows and the subtours its candidates reveal.
 TEST_P(CallbackSearchTest, TspWithSubtoursFromCandidatesReachesTheEnumeratedOptimum) {

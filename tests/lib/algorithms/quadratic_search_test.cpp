@@ -4,8 +4,11 @@
 // library's own slacks).
 //
 // Not tested here: nonconvex solving with NonConvex=2 (not built), MIP starts, callbacks.
+// Semi-continuous columns, Cutoff, BestObjStop and BestBdStop are (objective stops on the
+// portfolio, semi columns against enumeration of their parts).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <string>
@@ -464,6 +467,73 @@ TEST_F(QuadraticStopTest, TimeLimitKeepsABound) {
   // The bound is a finite lower bound of the minimisation (the returns are at most 0.12).
   EXPECT_GT(dbl("ObjBound"), -0.12 - 1e-9);
   EXPECT_LT(dbl("ObjBound"), 0.0);
+}
+
+// The stops on the objective, on the 200-asset portfolio: every return is at most 0.12, so
+// no objective is below -0.12.
+TEST_F(QuadraticStopTest, BestObjStopEndsAtAGoodEnoughPortfolio) {
+  build();
+  param("BestObjStop", -0.05);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_USER_OBJ_LIMIT);
+  EXPECT_LE(dbl("ObjVal"), -0.05);
+  EXPECT_LE(dbl("ObjBound"), dbl("ObjVal") + 1e-9);
+  expect_feasible();
+}
+
+TEST_F(QuadraticStopTest, BestBdStopEndsOnceTheBoundPassesIt) {
+  build();
+  param("BestBdStop", -0.5);  // minimising: the root bound is above -0.12
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_USER_OBJ_LIMIT);
+  EXPECT_GE(dbl("ObjBound"), -0.5);
+  EXPECT_EQ(dbl("NodeCount"), 1.0);
+}
+
+TEST_F(QuadraticStopTest, CutoffBelowEveryPortfolioGivesCutoff) {
+  build();
+  param("Cutoff", -0.2);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_CUTOFF);
+  EXPECT_EQ(intattr("SolCount"), 0);
+}
+
+// min (x - 1.2)^2 + (y - 0.5)^2 + (w - 2.7)^2  s.t.  x + y + w <= 4, x semi-continuous in {0}
+// or [2, 5], y semi-integer in {0} or {1, 2, 3}, w in [0, 10]. For each part of x and value of
+// y the best (x, w) is the projection of (1.2, 2.7) onto x + w <= 4 - y within the part's box,
+// a one-dimensional convex problem along the line when the row binds. By hand: y = 0, x = 2,
+// w = 2 gives 0.64 + 0.25 + 0.49 = 1.38; the relaxation (x in [0, 5]) reaches x = 1.25, w = 2.75
+// at y = 0, 0.0025 + 0.25 + 0.0025 = 0.255, so x's parts must be branched.
+TEST_F(QuadraticSolveTest, SemiContinuousMiqpMatchesEnumeration) {
+  double best = INFINITY;
+  for (int y = 0; y <= 3; ++y) {
+    const double room = 4.0 - y;
+    for (auto [a, b] : {std::pair{0.0, 0.0}, std::pair{2.0, 5.0}}) {
+      if (a > room) continue;
+      double xv = std::clamp(1.2, a, b), wv = 2.7;
+      if (xv + wv > room) {
+        xv = std::clamp((room - 1.5) / 2, a, std::min(b, room));
+        wv = room - xv;
+      }
+      best = std::min(best, (xv - 1.2) * (xv - 1.2) + (y - 0.5) * (y - 0.5) + (wv - 2.7) * (wv - 2.7));
+    }
+  }
+  ASSERT_NEAR(best, 1.38, 1e-12);
+  var(-2.4, 2, 5, 'S');
+  var(-1.0, 1, 3, 'N');
+  var(-5.4, 0, 10);
+  row({0, 1, 2}, {1, 1, 1}, '<', 4);
+  std::vector<int> r{0, 1, 2};
+  std::vector<double> v{1, 1, 1};
+  ASSERT_EQ(VLMaddqpterms(m_, 3, r.data(), r.data(), v.data()), VLM_OK);
+  ASSERT_EQ(VLMsetdblattr(m_, "ObjCon", 1.44 + 0.25 + 7.29), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(dbl("ObjVal"), best, 1e-6);
+  const std::vector<double> sol = x();
+  EXPECT_TRUE(sol[0] < 1e-6 || (sol[0] > 2 - 1e-6 && sol[0] < 5 + 1e-6)) << sol[0];
+  EXPECT_TRUE(sol[1] < 1e-6 || (sol[1] > 1 - 1e-6 && std::fabs(sol[1] - std::round(sol[1])) < 1e-6)) << sol[1];
+  EXPECT_LE(sol[0] + sol[1] + sol[2], 4 + 1e-6);
 }
 
 // ---- refusals ----------------------------------------------------------------------------
