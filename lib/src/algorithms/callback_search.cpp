@@ -315,7 +315,10 @@ class RestartLoop {
   // Measured on the TSP benchmark: interrupting made 100 cities take 47 runs and 75 s, going on
   // 9 runs and 21 s, so runs go on; the switch stays for callers that prefer early rows.
   bool interrupt_on_reject_ = false;
-  bool limit_hit_ = false;  // the solution limit was reached
+  bool limit_hit_ = false;  // the solution limit (or BestObjStop) was reached
+  bool objective_stop_ = false;  // BestObjStop or BestBdStop was met
+  // The objective stops in the minimised sense (+inf: off).
+  double cutoff_ = INFINITY, obj_stop_ = -INFINITY, bd_stop_ = INFINITY;
   std::vector<double> pending_start_;  // an accepted heuristic point to hand to HiGHS
   double nodes_before_ = 0, bound_ = -INFINITY;  // bound: minimised sense
   double start_ = 0.0;
@@ -343,11 +346,13 @@ SearchProgress RestartLoop::progress(const HighsCallbackDataOut* out) const {
 
 void RestartLoop::accept(const std::vector<double>& x, double obj) {
   if (r_.has_solution && !better(obj, r_.objval)) return;
+  if (p_.sense * obj > cutoff_) return;  // of no interest to the caller
   r_.has_solution = true;
   r_.x = x;
   r_.objval = obj;
   r_.incumbents.emplace_back(obj, x);
   if (static_cast<int>(r_.incumbents.size()) >= s_.search.solution_limit) limit_hit_ = true;
+  if (p_.sense * obj <= obj_stop_) limit_hit_ = objective_stop_ = true;
 }
 
 void RestartLoop::on_solution(const HighsCallbackDataOut* out) {
@@ -399,6 +404,10 @@ void RestartLoop::callback(int type, const char*, const HighsCallbackDataOut* ou
   }
   // A rejected candidate may already prune HiGHS' tree: stop the run at once. HiGHS keeps the
   // input between runs, so the flag is cleared when there is no reason to stop.
+  if (type == kHighsCallbackMipInterrupt && out != nullptr && std::isfinite(out->mip_dual_bound) &&
+      self->p_.sense * out->mip_dual_bound >= self->bd_stop_) {
+    self->limit_hit_ = self->objective_stop_ = true;
+  }
   const bool stop = self->stop_requested() || self->limit_hit_ ||
                     (type == kHighsCallbackMipInterrupt && self->tainted_ && self->interrupt_on_reject_);
   in->user_interrupt = stop ? 1 : 0;
@@ -406,6 +415,10 @@ void RestartLoop::callback(int type, const char*, const HighsCallbackDataOut* ou
 
 StatusOr<SearchResult> RestartLoop::run() {
   start_ = wall_seconds();
+  const SearchSettings& ss = s_.search;
+  if (std::isfinite(ss.cutoff)) cutoff_ = p_.sense * ss.cutoff;
+  if (std::isfinite(ss.best_obj_stop)) obj_stop_ = p_.sense * ss.best_obj_stop;
+  if (std::isfinite(ss.best_bd_stop)) bd_stop_ = p_.sense * ss.best_bd_stop;
   std::vector<HighsInt> integrality(p_.integrality.begin(), p_.integrality.end());
   HighsInt rc = Highs_passModel(h_, p_.ncol, p_.nrow, static_cast<HighsInt>(p_.aval.size()), 0,
                                 kHighsMatrixFormatRowwise, kHighsHessianFormatTriangular,
@@ -433,7 +446,7 @@ StatusOr<SearchResult> RestartLoop::run() {
       if (core_.has_heuristic() && core_.try_heuristic(hx, progress(nullptr))) accept(hx, core_.objective(hx));
       if (!core_.error.ok()) return core_.error;
       if (stop_requested() || limit_hit_) {
-        status = stop_requested() ? VLM_INTERRUPTED : VLM_SOLUTION_LIMIT;
+        status = stop_requested() ? VLM_INTERRUPTED : objective_stop_ ? VLM_USER_OBJ_LIMIT : VLM_SOLUTION_LIMIT;
         break;
       }
     }
@@ -505,7 +518,7 @@ StatusOr<SearchResult> RestartLoop::run() {
       break;
     }
     if (limit_hit_) {
-      status = VLM_SOLUTION_LIMIT;
+      status = objective_stop_ ? VLM_USER_OBJ_LIMIT : VLM_SOLUTION_LIMIT;
       break;
     }
     if (ms == kHighsModelStatusTimeLimit || wall_seconds() - start_ >= s_.search.time_limit) {
@@ -529,6 +542,11 @@ StatusOr<SearchResult> RestartLoop::run() {
       case kHighsModelStatusInterrupt: status = VLM_INTERRUPTED; break;
       default: status = r_.has_solution ? VLM_SUBOPTIMAL : VLM_NUMERIC; break;
     }
+    // Nothing at least as good as the cutoff: HiGHS' optimum, if any, was worse.
+    if (!r_.has_solution && std::isfinite(cutoff_) &&
+        (ms == kHighsModelStatusOptimal || ms == kHighsModelStatusInfeasible)) {
+      status = VLM_CUTOFF;
+    }
     break;
   }
   r_.status = status;
@@ -539,6 +557,7 @@ StatusOr<SearchResult> RestartLoop::run() {
   double b = bound_;
   if (r_.has_solution && (status == VLM_OPTIMAL || p_.sense * r_.objval < b)) b = p_.sense * r_.objval;
   if (status == VLM_INFEASIBLE) b = INFINITY;
+  if (status == VLM_CUTOFF) b = cutoff_;
   r_.bound = p_.sense * b;
   if (!r_.has_solution) r_.x.clear();
   r_.highs_seconds = Highs_getRunTime(h_);
@@ -632,6 +651,8 @@ bool support_heuristic(const reform::WorkingProblem& base, const std::vector<cha
   hs.search.time_limit = budget;
   hs.search.node_limit = INFINITY;
   hs.search.solution_limit = 2000000000;
+  // The subproblem's bound says nothing about the whole problem's.
+  hs.search.best_bd_stop = INFINITY;
   hs.search.stop = &core.halt;
   RestartLoop loop(h, sub, core, hooks, hs);
   loop.nest_in(std::move(progress));
