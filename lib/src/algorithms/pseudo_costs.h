@@ -53,9 +53,9 @@ class PseudoCostRule : public BranchingRule {
   double probes_ = 0;
 };
 
-// The integer branching rule a driver adds for the VarBranch parameter's value: 2 (maximum
-// infeasibility) the most fractional column, 1 pseudo-costs without probing, anything else
-// (automatic, 0, 3) pseudo-costs with reliability probing through `probe`. Integer columns are
+// The integer branching rule a driver adds for the VarBranch parameter's value: -1
+// (automatic) and 2 (maximum infeasibility) the most fractional column, 1 pseudo-costs without
+// probing, 0 and 3 pseudo-costs with reliability probing through `probe`. Integer columns are
 // those of code 1 and 3 in `p`. O(columns).
 std::unique_ptr<BranchingRule> integer_branching_rule(const reform::WorkingProblem& p, double int_tol,
                                                       NodeProbe* probe, int var_branch);
