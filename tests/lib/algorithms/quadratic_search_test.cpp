@@ -288,6 +288,36 @@ TEST_F(QuadraticSolveTest, ConvexMiqpMatchesEnumeration) {
   expect_feasible();
 }
 
+// The same MIQP under every branching rule VarBranch selects (automatic, pseudo-costs with
+// probing, without, most fractional) and without heuristics: the same enumerated optimum.
+TEST_F(QuadraticSolveTest, EveryBranchingRuleReachesTheMiqpOptimum) {
+  double best = INFINITY;
+  for (int xi = 0; xi <= 5; ++xi) {
+    for (int yi = 0; yi + xi <= 3; ++yi) {
+      const double w = std::min(1.0, 3.0 - xi - yi);
+      best = std::min(best, xi * xi + xi * yi + yi * yi + w * w - 3.2 * xi - 4.6 * yi - 2 * w);
+    }
+  }
+  var(-3.2, 0, 5, 'I');
+  var(-4.6, 0, 5, 'I');
+  var(-2, 0, 10);
+  row({0, 1, 2}, {1, 1, 1}, '<', 3);
+  std::vector<int> r{0, 0, 1, 2}, c{0, 1, 1, 2};
+  std::vector<double> v{1, 1, 1, 1};
+  ASSERT_EQ(VLMaddqpterms(m_, 4, r.data(), c.data(), v.data()), VLM_OK);
+  param("MIPGap", 0.0);
+  for (int rule : {-1, 0, 1, 2, 3}) {
+    for (double heuristics : {0.05, 0.0}) {
+      param("VarBranch", rule);
+      param("Heuristics", heuristics);
+      ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+      EXPECT_EQ(status(), VLM_OPTIMAL) << "VarBranch " << rule;
+      EXPECT_NEAR(dbl("ObjVal"), best, 1e-6) << "VarBranch " << rule << " Heuristics " << heuristics;
+      expect_feasible();
+    }
+  }
+}
+
 // max 3x + 2y  s.t.  x^2 + y^2 <= 10, x, y integer in [-4, 4]: by enumeration (3, 1) gives 11.
 TEST_F(QuadraticSolveTest, MiqcpMatchesEnumeration) {
   double best = -INFINITY;
