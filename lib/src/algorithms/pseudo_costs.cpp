@@ -93,7 +93,7 @@ bool PseudoCostRule::branch(const std::vector<double>& x, const std::vector<doub
   out.children.clear();
   out.children.push_back({{c.col, lower[c.col], std::floor(v)}});
   out.children.push_back({{c.col, std::ceil(v), upper[c.col]}});
-  out.first = c.down <= c.up ? 0 : 1;
+  out.first = v - std::floor(v) < 0.5 ? 0 : 1;
   return true;
 }
 
