@@ -10,7 +10,9 @@
 //
 // Node selection: best bound first, with diving (after a branching the child in the
 // direction of the relaxation value is processed next, until the dive ends in a prune or an
-// incumbent).
+// incumbent). Before its relaxation a node's bounds are tightened by propagation through the
+// rows (algorithms/node_propagation.h); after it, fractional points feed the primal heuristics
+// (branch_and_bound_heuristics.cpp). Semi-continuous columns are branched by the search itself.
 //
 // Invariants: internally the objective is minimised (values are multiplied by `sense`); a
 // node's bound never decreases from parent to child; an incumbent satisfies the rows,
