@@ -3,7 +3,9 @@
 // quadratic constraint), and a cardinality-constrained mean-variance MIQP.
 // Usage: quadratic_bench [n ...]   (default sizes 20 50 100). Prints one line per model with
 // the objective, status, run time, nodes and relaxation iterations; the driver's own summary
-// line (relaxations, cuts) goes to the log with OutputFlag 1.
+// line (relaxations, cuts) goes to the log with OutputFlag 1 (BENCH_LOG set). BENCH_ONLY=card
+// runs the MIQP alone; BENCH_VARBRANCH and BENCH_HEURISTICS set VarBranch and Heuristics;
+// BENCH_FACTORS adds the MIQP with its covariance in factor rows.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -165,6 +167,39 @@ void cardinality(VLMenv* env, const Data& d) {
   VLMfreemodel(m);
 }
 
+// The same MIQP with the covariance in factor form: min sum sigma_i^2 x_i^2 + sum y_f^2 - mu'x
+// with y = F x as rows (small coefficients), on which HiGHS' QP solver has failed at child
+// nodes; the search then retries the relaxation before it drops a node.
+void cardinality_factors(VLMenv* env, const Data& d) {
+  VLMmodel* m = nullptr;
+  VLMnewmodel(env, &m, "cardf", 0, nullptr, nullptr, nullptr, nullptr, nullptr);
+  for (int i = 0; i < d.n; ++i) VLMaddvar(m, 0, nullptr, nullptr, -d.mu[i], 0, 1e100, 'C', nullptr);
+  add_factors(m, d);
+  const int b0 = d.n + d.k;
+  for (int i = 0; i < d.n; ++i) VLMaddvar(m, 0, nullptr, nullptr, 0, 0, 1, 'B', nullptr);
+  budget(m, d.n);
+  std::vector<int> ind;
+  std::vector<double> one;
+  for (int i = 0; i < d.n; ++i) {
+    int r[2] = {i, b0 + i};
+    double c[2] = {1, -1};
+    VLMaddconstr(m, 2, r, c, '<', 0, nullptr);
+    ind.push_back(b0 + i);
+    one.push_back(1);
+  }
+  VLMaddconstr(m, d.n, ind.data(), one.data(), '<', 5, nullptr);
+  std::vector<int> q;
+  std::vector<double> v;
+  for (int i = 0; i < d.n + d.k; ++i) {
+    q.push_back(i);
+    v.push_back(i < d.n ? d.sigma[i] * d.sigma[i] : 1.0);
+  }
+  VLMaddqpterms(m, static_cast<int>(v.size()), q.data(), q.data(), v.data());
+  VLMoptimize(m);
+  report(m, "cardinality MIQP (F)", d.n);
+  VLMfreemodel(m);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -176,12 +211,18 @@ int main(int argc, char** argv) {
   VLMsetintparam(env, "OutputFlag", std::getenv("BENCH_LOG") ? 1 : 0);
   VLMsetdblparam(env, "TimeLimit", std::getenv("BENCH_TL") ? std::atof(std::getenv("BENCH_TL")) : 120);
   if (std::getenv("BENCH_QCPDUAL")) VLMsetintparam(env, "QCPDual", 1);
+  // The search's own settings, to compare branching rules and heuristics on the same data.
+  if (const char* v = std::getenv("BENCH_VARBRANCH")) VLMsetintparam(env, "VarBranch", std::atoi(v));
+  if (const char* v = std::getenv("BENCH_HEURISTICS")) VLMsetdblparam(env, "Heuristics", std::atof(v));
   VLMstartenv(env);
   for (int n : sizes) {
     const Data d = make(n, 5);
-    robust(env, d);
-    markowitz(env, d);
+    // BENCH_ONLY=card runs the MIQP alone.
+    const bool all = std::getenv("BENCH_ONLY") == nullptr;
+    if (all) robust(env, d);
+    if (all) markowitz(env, d);
     cardinality(env, d);
+    if (std::getenv("BENCH_FACTORS")) cardinality_factors(env, d);
   }
   VLMfreeenv(env);
   return 0;

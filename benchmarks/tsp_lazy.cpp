@@ -164,6 +164,8 @@ void run_search(const Tsp& t, CallbackMethod method, const char* name) {
   s.method = method;
   s.search.mip_gap = 1e-6;
   s.search.time_limit = std::getenv("TSP_TIME") ? std::atof(std::getenv("TSP_TIME")) : 300;
+  // TSP_VARBRANCH: the branch and cut's integer rule, as the VarBranch parameter sets it.
+  if (const char* v = std::getenv("TSP_VARBRANCH")) s.var_branch = std::atoi(v);
   vlm::algorithms::CallbackStats stats;
   void* h = new_highs();
   const auto t0 = std::chrono::steady_clock::now();

@@ -1,5 +1,7 @@
 #include "algorithms/branch_and_bound.h"
 
+#include "algorithms/node_propagation.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -7,20 +9,11 @@
 #include <optional>
 
 #include "core/platform.h"
+#include "core/text.h"
 #include "env/env.h"
 #include "interfaces/highs_c_api.h"
 
 namespace vlm::algorithms {
-
-namespace {
-
-std::string num(double v) {
-  char buf[64];
-  std::snprintf(buf, sizeof buf, "%.10g", v);
-  return buf;
-}
-
-}  // namespace
 
 bool MostFractionalRule::branch(const std::vector<double>& x, const std::vector<double>& lower,
                                 const std::vector<double>& upper, Branching& out) {
@@ -47,8 +40,93 @@ bool MostFractionalRule::branch(const std::vector<double>& x, const std::vector<
   return true;
 }
 
+bool integrality_satisfied(const reform::WorkingProblem& p, const std::vector<double>& x, double tol) {
+  for (int j = 0; j < p.ncol; ++j) {
+    const int t = p.integrality[j];
+    if (t == 0) continue;
+    if ((t == 1 || t == 3) && std::fabs(x[j] - std::round(x[j])) > tol) return false;
+    if ((t == 2 || t == 3) && x[j] > tol && x[j] < p.lower[j] - tol) return false;
+  }
+  return true;
+}
+
 BranchAndBound::BranchAndBound(void* h, const reform::WorkingProblem& p, SearchSettings settings)
-    : h_(h), p_(p), s_(settings) {}
+    : h_(h), p_(p), s_(settings), root_lo_(p.lower), root_up_(p.upper), semi_lower_(p.ncol, 0.0) {
+  for (int j = 0; j < p.ncol; ++j) {
+    if (p.integrality[j] != 2 && p.integrality[j] != 3) continue;
+    // The relaxation of x = 0 or lb <= x <= ub is 0 <= x <= ub (lb >= 0 in the working problem).
+    semi_lower_[j] = p.lower[j];
+    root_lo_[j] = std::min(0.0, p.lower[j]);
+    has_semi_ = true;
+  }
+  if (std::isfinite(s_.cutoff)) cutoff_ = p.sense * s_.cutoff;
+  if (s_.propagate && p.nrow > 0) propagator_ = std::make_unique<NodePropagator>(p, semi_lower_);
+}
+
+BranchAndBound::~BranchAndBound() = default;
+
+void BranchAndBound::node_bounds(const Node& node, std::vector<double>& lo, std::vector<double>& up) const {
+  lo = root_lo_;
+  up = root_up_;
+  for (const BoundChange& b : node.changes) {
+    lo[b.col] = b.lower;
+    up[b.col] = b.upper;
+  }
+}
+
+bool BranchAndBound::branch_semi(const std::vector<double>& lo, const std::vector<double>& up, Branching& out) const {
+  // The column whose value is farthest, relative to its lower bound, from both 0 and lb.
+  int best = -1;
+  double best_score = 0.0;
+  for (int j = 0; j < p_.ncol; ++j) {
+    const double s = semi_lower_[j];
+    if (s <= 0.0 || lo[j] > 0.0) continue;
+    const double v = x_[j];
+    if (v <= s_.int_tol || v >= s - s_.int_tol) continue;
+    const double score = std::min(v, s - v) / s;
+    if (score > best_score) {
+      best_score = score;
+      best = j;
+    }
+  }
+  if (best < 0) return false;
+  out.children.clear();
+  out.children.push_back({{best, 0.0, 0.0}});
+  if (up[best] >= semi_lower_[best]) out.children.push_back({{best, semi_lower_[best], up[best]}});
+  out.first = (x_[best] < 0.5 * semi_lower_[best] || out.children.size() == 1) ? 0 : 1;
+  return true;
+}
+
+void BranchAndBound::tell_rule(const Node& node, double gain) {
+  if (node.rule < 0 || node.rule >= static_cast<int>(rules_.size()) || node.split <= 0) return;
+  if (node.split_at + node.split > static_cast<int>(node.changes.size())) return;
+  const std::vector<BoundChange> child(node.changes.begin() + node.split_at,
+                                       node.changes.begin() + node.split_at + node.split);
+  rules_[node.rule]->observe(child, node.parent_x, gain);
+}
+
+void BranchAndBound::take_incumbent(const std::vector<double>& x, double obj, const std::string& how) {
+  if (obj >= incumbent_ || obj > cutoff_) return;
+  incumbent_ = obj;
+  r_.has_solution = true;
+  r_.x = x;
+  r_.incumbents.emplace_back(p_.sense * obj, x);
+  if (std::isfinite(s_.best_obj_stop) && obj <= p_.sense * s_.best_obj_stop) stop_by_objective_ = true;
+  log("Incumbent " + log_number(p_.sense * obj) + " " + how + " at node " + log_number(r_.nodes) + " after " +
+      log_number(elapsed()) + "s");
+}
+
+bool BranchAndBound::stop_value_reached(int& status, double open_bound) const {
+  if (stop_by_objective_) {
+    status = VLM_USER_OBJ_LIMIT;
+    return true;
+  }
+  if (std::isfinite(s_.best_bd_stop) && std::isfinite(open_bound) && open_bound >= p_.sense * s_.best_bd_stop) {
+    status = VLM_USER_OBJ_LIMIT;
+    return true;
+  }
+  return false;
+}
 
 double BranchAndBound::elapsed() const { return wall_seconds() - start_; }
 
@@ -90,8 +168,8 @@ Status BranchAndBound::load() {
   HighsInt rc = Highs_passModel(
       h_, p_.ncol, p_.nrow, static_cast<HighsInt>(p_.aval.size()), static_cast<HighsInt>(p_.qval.size()),
       kHighsMatrixFormatRowwise, kHighsHessianFormatTriangular,
-      p_.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize, p_.objcon, p_.cost.data(), p_.lower.data(),
-      p_.upper.data(), p_.rlo.data(), p_.rup.data(), p_.astart.data(), p_.aindex.data(), p_.aval.data(),
+      p_.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize, p_.objcon, p_.cost.data(), root_lo_.data(),
+      root_up_.data(), p_.rlo.data(), p_.rup.data(), p_.astart.data(), p_.aindex.data(), p_.aval.data(),
       p_.qval.empty() ? nullptr : qstart.data(), p_.qval.empty() ? nullptr : p_.qindex.data(),
       p_.qval.empty() ? nullptr : p_.qval.data(), nullptr);
   if (rc == kHighsStatusError) return Status(VLM_ERROR_INTERNAL, "HiGHS rejected the relaxation of the model");
@@ -129,7 +207,7 @@ bool BranchAndBound::add_cuts(std::vector<Cut>& cuts) {
 
 void BranchAndBound::apply(const Node& node) {
   std::map<int, std::pair<double, double>> set;
-  for (int j : changed_) set[j] = {p_.lower[j], p_.upper[j]};
+  for (int j : changed_) set[j] = {root_lo_[j], root_up_[j]};
   for (const BoundChange& b : node.changes) set[b.col] = {b.lower, b.upper};
   if (set.empty()) return;
   std::vector<HighsInt> idx;
@@ -139,7 +217,7 @@ void BranchAndBound::apply(const Node& node) {
     idx.push_back(j);
     lo.push_back(bounds.first);
     up.push_back(bounds.second);
-    if (bounds.first != p_.lower[j] || bounds.second != p_.upper[j]) changed_.push_back(j);
+    if (bounds.first != root_lo_[j] || bounds.second != root_up_[j]) changed_.push_back(j);
   }
   Highs_changeColsBoundsBySet(h_, static_cast<HighsInt>(idx.size()), idx.data(), lo.data(), up.data());
 }
@@ -150,20 +228,14 @@ int BranchAndBound::solve_relaxation() {
   if (std::isfinite(left)) {
     Highs_setDoubleOptionValue(h_, "time_limit", Highs_getRunTime(h_) + std::max(left, 0.0));
   }
-  HighsInt rc;
+  HighsInt ms = kHighsModelStatusNotset;
+  fresh_x_.clear();
   try {
-    rc = Highs_run(h_);
-    // HiGHS' QP solver can fail to restart from the previous node's state: try a cold start,
-    // then once more with presolve.
-    const HighsInt first = Highs_getModelStatus(h_);
-    if (first == kHighsModelStatusSolveError || first == kHighsModelStatusUnknown) {
-      Highs_clearSolver(h_);
-      rc = Highs_run(h_);
-      if (Highs_getModelStatus(h_) == kHighsModelStatusSolveError) {
-        Highs_setStringOptionValue(h_, "presolve", "on");
-        rc = Highs_run(h_);
-        Highs_setStringOptionValue(h_, "presolve", "off");
-      }
+    const HighsInt rc = Highs_run(h_);
+    ms = Highs_getModelStatus(h_);
+    if (ms == kHighsModelStatusSolveError || ms == kHighsModelStatusUnknown ||
+        (rc == kHighsStatusError && ms == kHighsModelStatusNotset)) {
+      ms = retry_relaxation();
     }
   } catch (...) {
     return -1;
@@ -172,9 +244,16 @@ int BranchAndBound::solve_relaxation() {
   HighsInt it = 0;
   if (Highs_getIntInfoValue(h_, "simplex_iteration_count", &it) == kHighsStatusOk && it > 0) r_.lp_iterations += it;
   if (Highs_getIntInfoValue(h_, "qp_iteration_count", &it) == kHighsStatusOk && it > 0) r_.lp_iterations += it;
-  const HighsInt ms = Highs_getModelStatus(h_);
-  if (rc == kHighsStatusError && ms == kHighsModelStatusNotset) return -1;
-  if (ms == kHighsModelStatusOptimal) {
+  if (ms < 0 || ms == kHighsModelStatusNotset) return -1;
+  if (ms == kHighsModelStatusOptimal && !fresh_x_.empty()) {
+    // Solved by a fresh instance: its point stands in; no duals are kept from it.
+    x_.swap(fresh_x_);
+    fresh_x_.clear();
+    col_dual_.assign(p_.ncol, 0.0);
+    row_value_.clear();
+    row_dual_.clear();
+  } else if (ms == kHighsModelStatusOptimal) {
+    relax_obj_ = Highs_getObjectiveValue(h_);
     const HighsInt nr = Highs_getNumRow(h_);
     x_.resize(p_.ncol);
     col_dual_.resize(p_.ncol);
@@ -185,16 +264,85 @@ int BranchAndBound::solve_relaxation() {
   return static_cast<int>(ms);
 }
 
+int BranchAndBound::retry_relaxation() {
+  auto failed = [](HighsInt ms) {
+    return ms == kHighsModelStatusSolveError || ms == kHighsModelStatusUnknown || ms == kHighsModelStatusNotset;
+  };
+  // HiGHS' QP solver can fail to restart from the previous node's state: a cold start first.
+  Highs_clearSolver(h_);
+  Highs_run(h_);
+  HighsInt ms = Highs_getModelStatus(h_);
+  if (!failed(ms)) return static_cast<int>(ms);
+  Highs_setStringOptionValue(h_, "presolve", "on");
+  Highs_run(h_);
+  Highs_setStringOptionValue(h_, "presolve", "off");
+  ms = Highs_getModelStatus(h_);
+  if (!failed(ms)) return static_cast<int>(ms);
+  if (p_.qval.empty()) {
+    // Another method for an LP: the interior point method with its crossover.
+    char solver[kHighsMaximumStringLength] = "choose";
+    Highs_getStringOptionValue(h_, "solver", solver);
+    Highs_setStringOptionValue(h_, "solver", "ipm");
+    Highs_clearSolver(h_);
+    Highs_run(h_);
+    Highs_setStringOptionValue(h_, "solver", solver);
+    ms = Highs_getModelStatus(h_);
+    if (!failed(ms)) return static_cast<int>(ms);
+  }
+  log("Relaxation of node " + log_number(r_.nodes) + " failed in place; solving it in a fresh instance");
+  return solve_fresh();
+}
+
+int BranchAndBound::solve_fresh() {
+  // The instance's own model (bounds of the node, every cut) copied into a new instance:
+  // whatever state the old one was left in, this one starts from nothing.
+  const HighsInt nc = Highs_getNumCol(h_), nr = Highs_getNumRow(h_), nz = Highs_getNumNz(h_),
+                 qnz = Highs_getHessianNumNz(h_);
+  HighsInt ncol = 0, nrow = 0, annz = 0, hnnz = 0, sense = 1;
+  double offset = 0.0;
+  std::vector<double> cost(nc), lo(nc), up(nc), rlo(nr), rup(nr), aval(nz), qval(qnz);
+  std::vector<HighsInt> astart(nc + 1), aindex(nz), qstart(nc + 1), qindex(qnz), integrality(nc);
+  if (Highs_getModel(h_, kHighsMatrixFormatColwise, kHighsHessianFormatTriangular, &ncol, &nrow, &annz, &hnnz, &sense,
+                     &offset, cost.data(), lo.data(), up.data(), rlo.data(), rup.data(), astart.data(), aindex.data(),
+                     aval.data(), qstart.data(), qindex.data(), qval.data(), integrality.data()) != kHighsStatusOk) {
+    return -1;
+  }
+  void* h = Highs_create();
+  if (h == nullptr) return -1;
+  Highs_setBoolOptionValue(h, "output_flag", 0);
+  double tol = 1e-7;
+  Highs_getDoubleOptionValue(h_, "primal_feasibility_tolerance", &tol);
+  Highs_setDoubleOptionValue(h, "primal_feasibility_tolerance", tol);
+  const double left = s_.time_limit - elapsed();
+  if (std::isfinite(left)) Highs_setDoubleOptionValue(h, "time_limit", std::max(left, 0.0));
+  HighsInt ms = -1;
+  if (Highs_passModel(h, ncol, nrow, annz, hnnz, kHighsMatrixFormatColwise, kHighsHessianFormatTriangular, sense,
+                      offset, cost.data(), lo.data(), up.data(), rlo.data(), rup.data(), astart.data(), aindex.data(),
+                      aval.data(), hnnz > 0 ? qstart.data() : nullptr, hnnz > 0 ? qindex.data() : nullptr,
+                      hnnz > 0 ? qval.data() : nullptr, nullptr) != kHighsStatusError) {
+    Highs_run(h);
+    ms = Highs_getModelStatus(h);
+    if (ms == kHighsModelStatusOptimal) {
+      fresh_x_.assign(nc, 0.0);
+      Highs_getSolution(h, fresh_x_.data(), nullptr, nullptr, nullptr);
+      fresh_x_.resize(p_.ncol);
+      relax_obj_ = Highs_getObjectiveValue(h);
+    } else if (ms == kHighsModelStatusSolveError || ms == kHighsModelStatusUnknown ||
+               ms == kHighsModelStatusNotset) {
+      ms = -1;
+    }
+  }
+  Highs_destroy(h);
+  return static_cast<int>(ms);
+}
+
 void BranchAndBound::fix_by_reduced_cost(Node& node, double obj) {
   // A column moved by t off its bound raises the relaxation value by at least t times its
   // reduced cost (minimised sense); past `room` the child could not beat the incumbent.
   const double room = incumbent_ - gap_target(incumbent_) - obj;
   if (!(room >= 0)) return;
-  std::vector<double> lo = p_.lower, up = p_.upper;
-  for (const BoundChange& b : node.changes) {
-    lo[b.col] = b.lower;
-    up[b.col] = b.upper;
-  }
+  std::vector<double> lo, up;
+  node_bounds(node, lo, up);
   for (int j = 0; j < p_.ncol; ++j) {
     if (p_.integrality[j] != 1 || lo[j] >= up[j]) continue;
     const double d = p_.sense * col_dual_[j];
@@ -215,12 +363,21 @@ void BranchAndBound::fix_by_reduced_cost(Node& node, double obj) {
 }
 
 BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& children, int& dive_child) {
-  if (s_.node_bounds) {
-    std::vector<double> lo = p_.lower, up = p_.upper;
-    for (const BoundChange& b : node.changes) {
-      lo[b.col] = b.lower;
-      up[b.col] = b.upper;
+  std::vector<double> lo, up;
+  if (propagator_) {
+    node_bounds(node, lo, up);
+    std::vector<int> moved;
+    if (!propagator_->propagate(lo, up, moved)) {
+      r_.propagated += 1;
+      tell_rule(node, INFINITY);
+      return Outcome::kInfeasible;
     }
+    // The tightened bounds hold in the whole subtree: the children inherit them.
+    for (int j : moved) node.changes.push_back({j, lo[j], up[j]});
+    r_.tightened += static_cast<double>(moved.size());
+  }
+  if (s_.node_bounds) {
+    if (!propagator_) node_bounds(node, lo, up);
     const std::vector<double> lo0 = lo, up0 = up;
     if (!s_.node_bounds(lo, up)) return Outcome::kInfeasible;
     for (int j = 0; j < p_.ncol; ++j) {
@@ -228,7 +385,8 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
     }
   }
   apply(node);
-  const bool has_integers = p_.mip;
+  current_ = &node;
+  const bool has_integers = p_.mip || has_semi_;
   const int limit = !has_integers ? s_.max_rounds : node.depth == 0 ? s_.root_rounds : s_.node_rounds;
   std::vector<Cut> cuts;
   int stalled = 0;
@@ -236,7 +394,10 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
   for (int round = 0;; ++round) {
     const int ms = solve_relaxation();
     if (ms < 0) return Outcome::kError;
-    if (ms == kHighsModelStatusInfeasible) return Outcome::kInfeasible;
+    if (ms == kHighsModelStatusInfeasible) {
+      if (round == 0) tell_rule(node, INFINITY);
+      return Outcome::kInfeasible;
+    }
     if (ms == kHighsModelStatusTimeLimit || ms == kHighsModelStatusInterrupt) return Outcome::kStopped;
     if (ms == kHighsModelStatusUnbounded || ms == kHighsModelStatusUnboundedOrInfeasible) {
       // A ray of the relaxation may violate a constraint that only cuts express: cut a far
@@ -257,23 +418,23 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       continue;
     }
     if (ms != kHighsModelStatusOptimal) {
-      log("Relaxation status " + num(ms));
+      log("Relaxation status " + log_number(ms));
       return Outcome::kError;
     }
-    const double obj = p_.sense * Highs_getObjectiveValue(h_);
+    const double obj = p_.sense * relax_obj_;
+    if (round == 0) tell_rule(node, std::max(0.0, obj - node.parent_obj));
     node.bound = std::max(node.bound, obj);
+    node_value_ = obj;
     if (node.bound >= incumbent_ - gap_target(incumbent_)) {
       gap_pruned_ = std::min(gap_pruned_, node.bound);
       return Outcome::kPruned;
     }
+    if (node.bound > cutoff_) return Outcome::kPruned;
 
     bool feasible = true;
     cuts.clear();
     for (auto& sep : seps_) feasible = sep->separate(x_, cuts) && feasible;
-    bool integral = true;
-    for (int j = 0; j < p_.ncol && integral; ++j) {
-      if (p_.integrality[j] != 0 && std::fabs(x_[j] - std::round(x_[j])) > s_.int_tol) integral = false;
-    }
+    const bool integral = integrality_satisfied(p_, x_, s_.int_tol);
     // A point that the cuts no longer move is where the separators' progress ends.
     double moved = last_x_.empty() ? INFINITY : 0.0;
     for (std::size_t j = 0; j < last_x_.size(); ++j) moved = std::max(moved, std::fabs(x_[j] - last_x_[j]));
@@ -292,29 +453,31 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       // Separation has ended without the separators' own acceptance (stalled, no cut, or out
       // of rounds): the point may still be within the user's tolerances.
       feasible = std::all_of(seps_.begin(), seps_.end(), [this](auto& sep) { return sep->acceptable(x_); });
-      if (feasible) log("Separation ended at node " + num(r_.nodes) + "; its point is kept as it is feasible");
+      if (feasible) log("Separation ended at node " + log_number(r_.nodes) + "; its point is kept as it is feasible");
     }
     if (integral && feasible) {
-      incumbent_ = obj;
-      r_.has_solution = true;
-      r_.x = x_;
-      r_.incumbents.emplace_back(p_.sense * obj, x_);
+      take_incumbent(x_, obj, "found");
       if (node.depth == 0) {
         r_.row_dual = row_dual_;
         r_.col_dual = col_dual_;
       }
-      log("Incumbent " + num(p_.sense * obj) + " at node " + num(r_.nodes) + " after " + num(elapsed()) + "s");
       return Outcome::kIncumbent;
+    }
+    if (s_.heuristics && integral == false) {
+      run_heuristics(node);
+      if (node.bound >= incumbent_ - gap_target(incumbent_)) return Outcome::kPruned;
     }
     if (s_.reduced_cost_fixing && std::isfinite(incumbent_) && p_.qval.empty()) fix_by_reduced_cost(node, obj);
     Branching br;
-    std::vector<double> lo = p_.lower, up = p_.upper;
-    for (const BoundChange& b : node.changes) {
-      lo[b.col] = b.lower;
-      up[b.col] = b.upper;
-    }
-    for (auto& rule : rules_) {
-      if (rule->branch(x_, lo, up, br)) break;
+    node_bounds(node, lo, up);
+    int rule = -1;
+    if (!has_semi_ || !branch_semi(lo, up, br)) {
+      for (int k = 0; k < static_cast<int>(rules_.size()); ++k) {
+        if (rules_[k]->branch(x_, lo, up, br)) {
+          rule = k;
+          break;
+        }
+      }
     }
     if (br.children.empty()) {
       // Integral, but the separators can neither accept the point nor cut it any further.
@@ -325,6 +488,11 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
     for (auto& ch : br.children) {
       Node child{node.bound, node.depth + 1, node.changes};
       child.changes.insert(child.changes.end(), ch.begin(), ch.end());
+      child.rule = rule;
+      child.split_at = static_cast<int>(node.changes.size());
+      child.split = static_cast<int>(ch.size());
+      child.parent_obj = obj;
+      child.parent_x = ch.empty() ? 0.0 : x_[ch[0].col];
       children.push_back(std::move(child));
     }
     dive_child = br.first;
@@ -343,11 +511,8 @@ bool BranchAndBound::branch_along_ray(const std::vector<double>& ray, const Node
   std::vector<double> x(p_.ncol), cd(p_.ncol), rv(nr), rd(nr);
   Highs_getSolution(h_, x.data(), cd.data(), rv.data(), rd.data());
   for (int j = 0; j < p_.ncol; ++j) x[j] += ray[j];
-  std::vector<double> lo = p_.lower, up = p_.upper;
-  for (const BoundChange& b : node.changes) {
-    lo[b.col] = b.lower;
-    up[b.col] = b.upper;
-  }
+  std::vector<double> lo, up;
+  node_bounds(node, lo, up);
   Branching br;
   for (auto& rule : rules_) {
     if (!rule->branch_unbounded(x, lo, up, br)) continue;
@@ -366,7 +531,7 @@ bool BranchAndBound::branch_along_ray(const std::vector<double>& ray, const Node
 SearchProgress BranchAndBound::progress() const {
   SearchProgress pr;
   pr.obj_best = p_.sense * incumbent_;
-  pr.obj_bound = p_.sense * std::min(open_bound_, incumbent_);
+  pr.obj_bound = p_.sense * std::min({open_bound_, incumbent_, dropped_bound_});
   pr.nodes = r_.nodes;
   pr.nodes_left = open_nodes_;
   pr.solutions = static_cast<double>(r_.incumbents.size());
@@ -377,13 +542,7 @@ SearchProgress BranchAndBound::progress() const {
 }
 
 void BranchAndBound::offer_incumbent(const std::vector<double>& x, double obj) {
-  const double v = p_.sense * obj;
-  if (v >= incumbent_) return;
-  incumbent_ = v;
-  r_.has_solution = true;
-  r_.x = x;
-  r_.incumbents.emplace_back(obj, x);
-  log("Incumbent " + num(obj) + " offered at node " + num(r_.nodes) + " after " + num(elapsed()) + "s");
+  take_incumbent(x, p_.sense * obj, "offered");
 }
 
 StatusOr<SearchResult> BranchAndBound::run() {
@@ -394,9 +553,17 @@ StatusOr<SearchResult> BranchAndBound::run() {
   std::optional<Node> next = Node{-INFINITY, 0, {}};
   int status = 0;
   bool unbounded = false;
+  // Best bound of what is left: open nodes, dropped ones and the incumbent (minimised sense).
+  auto open_bound = [&]() {
+    double b = std::min(incumbent_, dropped_bound_);
+    if (next) b = std::min(b, next->bound);
+    if (!heap.empty()) b = std::min(b, heap.front().bound);
+    return b;
+  };
   while (true) {
     if (!next && heap.empty()) break;
     if (limit_reached(status)) break;
+    if (stop_value_reached(status, open_bound())) break;
     if (s_.before_node) {
       open_nodes_ = static_cast<double>(heap.size()) + (next ? 1 : 0);
       open_bound_ = next ? next->bound : INFINITY;
@@ -417,14 +584,18 @@ StatusOr<SearchResult> BranchAndBound::run() {
       gap_pruned_ = std::min(gap_pruned_, node.bound);
       continue;
     }
+    if (node.bound > cutoff_) continue;
     std::vector<Node> children;
     int dive = 0;
     const Outcome out = process(node, children, dive);
     r_.nodes += 1;
     if (out == Outcome::kError) {
       // The node is dropped: the search goes on, but cannot claim optimality any more.
-      log("HiGHS failed to solve the relaxation of node " + num(r_.nodes - 1) + "; the node is dropped");
+      // Its bound stays in the result's: what it held is not searched, not excluded.
+      log("HiGHS failed to solve the relaxation of node " + log_number(r_.nodes - 1) + "; the node is dropped");
       trouble_ = true;
+      r_.dropped += 1;
+      dropped_bound_ = std::min(dropped_bound_, node.bound);
       continue;
     }
     if (out == Outcome::kStopped) {
@@ -450,11 +621,12 @@ StatusOr<SearchResult> BranchAndBound::run() {
     }
   }
 
-  // The bound is the best of the nodes left and of those pruned within the gap (none: the
-  // incumbent itself).
-  double bound = std::min(incumbent_, gap_pruned_);
+  // The bound is the best of the nodes left, of those pruned within the gap and of those
+  // dropped after failed solves (none: the incumbent itself).
+  double bound = std::min({incumbent_, gap_pruned_, dropped_bound_});
   if (next) bound = std::min(bound, next->bound);
   for (const Node& n : heap) bound = std::min(bound, n.bound);
+  if (stop_by_objective_ && status == 0 && (next || !heap.empty())) status = VLM_USER_OBJ_LIMIT;
   if (unbounded) {
     r_.status = p_.mip ? VLM_INF_OR_UNBD : VLM_UNBOUNDED;
     r_.has_solution = false;
@@ -462,6 +634,10 @@ StatusOr<SearchResult> BranchAndBound::run() {
     r_.status = status;
   } else if (trouble_) {
     r_.status = r_.has_solution ? VLM_SUBOPTIMAL : VLM_NUMERIC;
+  } else if (!r_.has_solution && std::isfinite(cutoff_)) {
+    // Nothing at least as good as the cutoff exists, which is all the search proves.
+    r_.status = VLM_CUTOFF;
+    bound = cutoff_;
   } else {
     r_.status = r_.has_solution ? VLM_OPTIMAL : VLM_INFEASIBLE;
   }
@@ -477,12 +653,14 @@ StatusOr<SearchResult> BranchAndBound::run() {
     Node root{-INFINITY, 0, {}};
     apply(root);
     if (solve_relaxation() == kHighsModelStatusOptimal) {
-      fix_by_reduced_cost(root, p_.sense * Highs_getObjectiveValue(h_));
+      fix_by_reduced_cost(root, p_.sense * relax_obj_);
       r_.root_fixings = std::move(root.changes);
     }
   }
-  log("Branch and bound: " + num(r_.nodes) + " nodes, " + num(r_.relaxations) + " relaxations, " + num(r_.lp_iterations) +
-      " iterations, " + num(r_.cuts) + " cuts in " + num(elapsed()) + "s (HiGHS " + num(r_.highs_seconds) + "s)");
+  log("Branch and bound: " + log_number(r_.nodes) + " nodes, " + log_number(r_.relaxations) + " relaxations, " +
+      log_number(r_.lp_iterations) + " iterations, " + log_number(r_.cuts) + " cuts, " + log_number(r_.propagated) +
+      " nodes pruned by propagation, " + log_number(r_.heuristic_solutions) + " heuristic incumbents in " +
+      log_number(elapsed()) + "s (HiGHS " + log_number(r_.highs_seconds) + "s)");
   return std::move(r_);
 }
 

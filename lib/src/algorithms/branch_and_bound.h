@@ -10,7 +10,9 @@
 //
 // Node selection: best bound first, with diving (after a branching the child in the
 // direction of the relaxation value is processed next, until the dive ends in a prune or an
-// incumbent).
+// incumbent). Before its relaxation a node's bounds are tightened by propagation through the
+// rows (algorithms/node_propagation.h); after it, fractional points feed the primal heuristics
+// (branch_and_bound_heuristics.cpp). Semi-continuous columns are branched by the search itself.
 //
 // Invariants: internally the objective is minimised (values are multiplied by `sense`); a
 // node's bound never decreases from parent to child; an incumbent satisfies the rows,
@@ -90,7 +92,34 @@ class BranchingRule {
     (void)x, (void)lower, (void)upper, (void)out;
     return false;
   }
+  // Told, once the relaxation of a child this rule made is solved, how far the child's value
+  // rose above its parent's (`gain`, minimised sense; +inf for an infeasible child). `child`
+  // is the child's own bound changes from the Branching, `parent_x` the parent's relaxation
+  // value of child[0].col. Default: ignored.
+  virtual void observe(const std::vector<BoundChange>& child, double parent_x, double gain) {
+    (void)child;
+    (void)parent_x;
+    (void)gain;
+  }
 };
+
+// What a branching rule may ask of the search about the node it is splitting.
+class NodeProbe {
+ public:
+  virtual ~NodeProbe() = default;
+  // The relaxation value (minimised sense) of the node being split with `changes` applied on
+  // top, solved with at most `iterations` simplex iterations (a lower estimate when the limit
+  // stops it); +inf when the child is infeasible; NaN when HiGHS could not tell. The node's own
+  // relaxation point, as the rule was given it, is left as it was. Cost: one HiGHS solve.
+  virtual double probe(const std::vector<BoundChange>& changes, int iterations) = 0;
+  // The relaxation value of the node being split (minimised sense). O(1).
+  virtual double node_value() const = 0;
+};
+
+// Whether `x` meets every integrality requirement of `p` within `tol`: integer columns
+// (codes 1, 3) integral, semi-continuous ones (codes 2, 3) at 0 or at least their lower
+// bound p.lower[j]. O(columns).
+bool integrality_satisfied(const reform::WorkingProblem& p, const std::vector<double>& x, double tol);
 
 // Branches on the integer column whose value is most fractional (ties: lowest index):
 // x_j <= floor(v) and x_j >= ceil(v), diving into the nearer side. With `priority` (one entry
@@ -142,6 +171,16 @@ struct SearchSettings {
   // bounds hold in the node's subtree) and update rows whose coefficients depend on the box.
   // Returns false when the node holds no feasible point. May be empty.
   std::function<bool(std::vector<double>& lower, std::vector<double>& upper)> node_bounds;
+  // Objective stops in the model's sense; an infinite value is off. cutoff: nodes and points
+  // that cannot beat it are discarded, and a search that finds nothing better ends CUTOFF.
+  // best_obj_stop: an incumbent at least this good ends the search (USER_OBJ_LIMIT).
+  // best_bd_stop: a best bound at least this bad ends it (USER_OBJ_LIMIT).
+  double cutoff = INFINITY, best_obj_stop = INFINITY, best_bd_stop = INFINITY;
+  // Activity-based bound propagation through the rows before each node's relaxation solve.
+  bool propagate = true;
+  // Primal heuristics in the tree (rounding of relaxation points, dives, and for quadratic
+  // objectives a fix-and-solve), each bounded in effort; see docs/branch-and-bound.md.
+  bool heuristics = true;
 };
 
 struct SearchResult {
@@ -151,6 +190,10 @@ struct SearchResult {
   double objval = 0.0, bound = 0.0;        // in the model's sense
   double nodes = 0, lp_iterations = 0, relaxations = 0, cuts = 0;
   double fixed = 0;  // column bounds tightened by reduced-cost fixing
+  double propagated = 0;  // nodes proven infeasible by bound propagation (no relaxation solved)
+  double tightened = 0;   // column bounds tightened by bound propagation
+  double heuristic_solutions = 0;  // incumbents found by the primal heuristics
+  double dropped = 0;     // nodes whose relaxation HiGHS failed on, even after the retries
   // With reduced_cost_fixing and a solution: bounds that every solution better than the
   // incumbent by more than the gap satisfies, from the root's reduced costs.
   std::vector<BoundChange> root_fixings;
@@ -164,19 +207,25 @@ struct SearchResult {
   std::vector<double> cut_weight;  // per cut row: Cut::weight
 };
 
-class BranchAndBound {
+class NodePropagator;
+
+class BranchAndBound : public NodeProbe {
  public:
   // `h` is a fresh HiGHS instance whose options (tolerances, threads, callbacks) the caller has
   // set; the search passes the relaxation into it. `p` must outlive the search.
   BranchAndBound(void* h, const reform::WorkingProblem& p, SearchSettings settings);
+  ~BranchAndBound() override;
 
   // Rules are asked in the order added; separators are all called at every point.
   void add_branching_rule(std::unique_ptr<BranchingRule> rule) { rules_.push_back(std::move(rule)); }
   void add_separator(std::unique_ptr<Separator> sep) { seps_.push_back(std::move(sep)); }
 
   // Runs the search. Fails with VLM_ERROR_INTERNAL when HiGHS rejects the relaxation. Limits
-  // are statuses, not failures; a node whose relaxation HiGHS fails to solve is dropped and
-  // the result is then SUBOPTIMAL (with a solution) or NUMERIC.
+  // are statuses, not failures; a node whose relaxation HiGHS fails to solve, even after a cold
+  // start, presolve, another method and a fresh instance, is dropped: its bound still counts
+  // in the result's bound, and the result is SUBOPTIMAL (with a solution) or NUMERIC.
+  // Semi-continuous and semi-integer columns (codes 2, 3) are branched by the search itself
+  // (x = 0 or x >= lower bound) before the rules added here are asked.
   // Cost: one HiGHS solve per node and separation round.
   StatusOr<SearchResult> run();
 
@@ -191,11 +240,18 @@ class BranchAndBound {
   // model's sense; empty before the first). O(1).
   const std::vector<double>& reduced_costs() const { return col_dual_; }
 
+  double probe(const std::vector<BoundChange>& changes, int iterations) override;
+  double node_value() const override { return node_value_; }
+
  private:
   struct Node {
     double bound;  // minimised sense
     int depth;
     std::vector<BoundChange> changes;  // from the root, later entries win
+    // The split that made this node, for BranchingRule::observe: the rule (-1: none or the
+    // search's own), where in `changes` its changes start and how many, the parent's value and x.
+    int rule = -1, split_at = 0, split = 0;
+    double parent_obj = 0.0, parent_x = 0.0;
   };
   enum class Outcome { kPruned, kInfeasible, kUnbounded, kIncumbent, kBranched, kStopped, kError };
 
@@ -210,6 +266,23 @@ class BranchAndBound {
   bool branch_along_ray(const std::vector<double>& ray, const Node& node, std::vector<Node>& children,
                         int& dive_child);
   void fix_by_reduced_cost(Node& node, double obj);
+  void node_bounds(const Node& node, std::vector<double>& lo, std::vector<double>& up) const;
+  bool branch_semi(const std::vector<double>& lo, const std::vector<double>& up, Branching& out) const;
+  void tell_rule(const Node& node, double gain);
+  // Takes `x` (objective `obj`, minimised sense) as the incumbent when it improves on it.
+  void take_incumbent(const std::vector<double>& x, double obj, const std::string& how);
+  // Retries of a failed relaxation solve; returns HiGHS' model status or -1.
+  int retry_relaxation();
+  int solve_fresh();
+  // Primal heuristics (branch_and_bound_heuristics.cpp), at the node just solved.
+  void run_heuristics(const Node& node);
+  bool try_rounding(const std::vector<double>& lo, const std::vector<double>& up);
+  bool try_dive(const Node& node);
+  bool try_fix_and_solve(const std::vector<double>& lo, const std::vector<double>& up);
+  // Checks `x` against the rows, bounds and integrality of the working problem and every
+  // separator; returns its objective (minimised sense) or NaN when it fails.
+  double check_point(const std::vector<double>& x) const;
+  bool stop_value_reached(int& status, double open_bound) const;
   bool limit_reached(int& status) const;
   double elapsed() const;
   double gap_target(double incumbent) const;
@@ -231,6 +304,20 @@ class BranchAndBound {
   double start_ = 0.0;
   // Open nodes and their best bound (minimised sense), kept for progress().
   double open_nodes_ = 0, open_bound_ = -INFINITY;
+  // Relaxation bounds of the root: a semi-continuous column's lower bound there is 0.
+  std::vector<double> root_lo_, root_up_;
+  std::vector<double> semi_lower_;  // nonzero part's lower bound of semi columns, else 0
+  bool has_semi_ = false;
+  std::unique_ptr<NodePropagator> propagator_;
+  double cutoff_ = INFINITY;          // minimised sense
+  double dropped_bound_ = INFINITY;   // least bound of the dropped nodes, minimised sense
+  const Node* current_ = nullptr;     // the node being processed (for probe)
+  double node_value_ = 0.0;
+  double heuristic_seconds_ = 0.0;    // time spent in the heuristics
+  double next_heuristic_node_ = 0.0;  // node count at which the heuristics run next
+  bool stop_by_objective_ = false;    // BestObjStop was met by an incumbent
+  std::vector<double> fresh_x_;       // a point solved in a fresh instance (solve_fresh)
+  double relax_obj_ = 0.0;            // value of the last relaxation solved, model's sense
 };
 
 }  // namespace vlm::algorithms

@@ -6,21 +6,17 @@
 #include <functional>
 #include <string>
 
+#include "algorithms/pseudo_costs.h"
 #include "algorithms/search_solution.h"
 #include "attrs/attr_table.h"
 #include "core/platform.h"
+#include "core/text.h"
 #include "env/env.h"
 #include "interfaces/highs_c_api.h"
 
 namespace vlm::algorithms {
 
 namespace {
-
-std::string num(double v) {
-  char buf[64];
-  std::snprintf(buf, sizeof buf, "%.10g", v);
-  return buf;
-}
 
 // One lazy row over the working columns: lo <= sum val[k] x[ind[k]] <= up.
 struct PoolRow {
@@ -319,7 +315,10 @@ class RestartLoop {
   // Measured on the TSP benchmark: interrupting made 100 cities take 47 runs and 75 s, going on
   // 9 runs and 21 s, so runs go on; the switch stays for callers that prefer early rows.
   bool interrupt_on_reject_ = false;
-  bool limit_hit_ = false;  // the solution limit was reached
+  bool limit_hit_ = false;  // the solution limit (or BestObjStop) was reached
+  bool objective_stop_ = false;  // BestObjStop or BestBdStop was met
+  // The objective stops in the minimised sense (+inf: off).
+  double cutoff_ = INFINITY, obj_stop_ = -INFINITY, bd_stop_ = INFINITY;
   std::vector<double> pending_start_;  // an accepted heuristic point to hand to HiGHS
   double nodes_before_ = 0, bound_ = -INFINITY;  // bound: minimised sense
   double start_ = 0.0;
@@ -347,11 +346,13 @@ SearchProgress RestartLoop::progress(const HighsCallbackDataOut* out) const {
 
 void RestartLoop::accept(const std::vector<double>& x, double obj) {
   if (r_.has_solution && !better(obj, r_.objval)) return;
+  if (p_.sense * obj > cutoff_) return;  // of no interest to the caller
   r_.has_solution = true;
   r_.x = x;
   r_.objval = obj;
   r_.incumbents.emplace_back(obj, x);
   if (static_cast<int>(r_.incumbents.size()) >= s_.search.solution_limit) limit_hit_ = true;
+  if (p_.sense * obj <= obj_stop_) limit_hit_ = objective_stop_ = true;
 }
 
 void RestartLoop::on_solution(const HighsCallbackDataOut* out) {
@@ -403,6 +404,10 @@ void RestartLoop::callback(int type, const char*, const HighsCallbackDataOut* ou
   }
   // A rejected candidate may already prune HiGHS' tree: stop the run at once. HiGHS keeps the
   // input between runs, so the flag is cleared when there is no reason to stop.
+  if (type == kHighsCallbackMipInterrupt && out != nullptr && std::isfinite(out->mip_dual_bound) &&
+      self->p_.sense * out->mip_dual_bound >= self->bd_stop_) {
+    self->limit_hit_ = self->objective_stop_ = true;
+  }
   const bool stop = self->stop_requested() || self->limit_hit_ ||
                     (type == kHighsCallbackMipInterrupt && self->tainted_ && self->interrupt_on_reject_);
   in->user_interrupt = stop ? 1 : 0;
@@ -410,6 +415,10 @@ void RestartLoop::callback(int type, const char*, const HighsCallbackDataOut* ou
 
 StatusOr<SearchResult> RestartLoop::run() {
   start_ = wall_seconds();
+  const SearchSettings& ss = s_.search;
+  if (std::isfinite(ss.cutoff)) cutoff_ = p_.sense * ss.cutoff;
+  if (std::isfinite(ss.best_obj_stop)) obj_stop_ = p_.sense * ss.best_obj_stop;
+  if (std::isfinite(ss.best_bd_stop)) bd_stop_ = p_.sense * ss.best_bd_stop;
   std::vector<HighsInt> integrality(p_.integrality.begin(), p_.integrality.end());
   HighsInt rc = Highs_passModel(h_, p_.ncol, p_.nrow, static_cast<HighsInt>(p_.aval.size()), 0,
                                 kHighsMatrixFormatRowwise, kHighsHessianFormatTriangular,
@@ -437,7 +446,7 @@ StatusOr<SearchResult> RestartLoop::run() {
       if (core_.has_heuristic() && core_.try_heuristic(hx, progress(nullptr))) accept(hx, core_.objective(hx));
       if (!core_.error.ok()) return core_.error;
       if (stop_requested() || limit_hit_) {
-        status = stop_requested() ? VLM_INTERRUPTED : VLM_SOLUTION_LIMIT;
+        status = stop_requested() ? VLM_INTERRUPTED : objective_stop_ ? VLM_USER_OBJ_LIMIT : VLM_SOLUTION_LIMIT;
         break;
       }
     }
@@ -502,14 +511,14 @@ StatusOr<SearchResult> RestartLoop::run() {
     }
     log("Run " + std::to_string(core_.stats.runs) + ": HiGHS status " + std::to_string(ms) + ", " +
         std::to_string(core_.size() - rows_before) + " lazy rows added, best " +
-        (r_.has_solution ? num(r_.objval) : std::string("-")) + ", bound " + num(p_.sense * bound_) + ", " +
-        num(wall_seconds() - start_) + "s");
+        (r_.has_solution ? log_number(r_.objval) : std::string("-")) + ", bound " + log_number(p_.sense * bound_) + ", " +
+        log_number(wall_seconds() - start_) + "s");
     if (stop_requested()) {
       status = VLM_INTERRUPTED;
       break;
     }
     if (limit_hit_) {
-      status = VLM_SOLUTION_LIMIT;
+      status = objective_stop_ ? VLM_USER_OBJ_LIMIT : VLM_SOLUTION_LIMIT;
       break;
     }
     if (ms == kHighsModelStatusTimeLimit || wall_seconds() - start_ >= s_.search.time_limit) {
@@ -533,6 +542,11 @@ StatusOr<SearchResult> RestartLoop::run() {
       case kHighsModelStatusInterrupt: status = VLM_INTERRUPTED; break;
       default: status = r_.has_solution ? VLM_SUBOPTIMAL : VLM_NUMERIC; break;
     }
+    // Nothing at least as good as the cutoff: HiGHS' optimum, if any, was worse.
+    if (!r_.has_solution && std::isfinite(cutoff_) &&
+        (ms == kHighsModelStatusOptimal || ms == kHighsModelStatusInfeasible)) {
+      status = VLM_CUTOFF;
+    }
     break;
   }
   r_.status = status;
@@ -543,12 +557,13 @@ StatusOr<SearchResult> RestartLoop::run() {
   double b = bound_;
   if (r_.has_solution && (status == VLM_OPTIMAL || p_.sense * r_.objval < b)) b = p_.sense * r_.objval;
   if (status == VLM_INFEASIBLE) b = INFINITY;
+  if (status == VLM_CUTOFF) b = cutoff_;
   r_.bound = p_.sense * b;
   if (!r_.has_solution) r_.x.clear();
   r_.highs_seconds = Highs_getRunTime(h_);
-  log("Restart loop: " + std::to_string(core_.stats.runs) + " HiGHS runs, " + num(r_.nodes) + " nodes, " +
+  log("Restart loop: " + std::to_string(core_.stats.runs) + " HiGHS runs, " + log_number(r_.nodes) + " nodes, " +
       std::to_string(core_.size()) + " lazy rows, " + std::to_string(core_.stats.rejected) +
-      " rejected candidates in " + num(wall_seconds() - start_) + "s");
+      " rejected candidates in " + log_number(wall_seconds() - start_) + "s");
   return std::move(r_);
 }
 
@@ -575,10 +590,7 @@ class LazySeparator : public Separator {
       heuristic(pr);
     }
     bool violated = core_.separate_held(x) > 0;
-    bool integral = true;
-    for (int j = 0; j < p_.ncol && integral; ++j) {
-      if (p_.integrality[j] != 0 && std::fabs(x[j] - std::round(x[j])) > int_tol_) integral = false;
-    }
+    const bool integral = integrality_satisfied(p_, x, int_tol_);
     // An integral point that the held-out rows accept is a candidate for the hooks.
     if (integral && !violated) violated = !core_.check_candidate(x, pr);
     for (int i : core_.take_active(cursor_)) {
@@ -639,6 +651,8 @@ bool support_heuristic(const reform::WorkingProblem& base, const std::vector<cha
   hs.search.time_limit = budget;
   hs.search.node_limit = INFINITY;
   hs.search.solution_limit = 2000000000;
+  // The subproblem's bound says nothing about the whole problem's.
+  hs.search.best_bd_stop = INFINITY;
   hs.search.stop = &core.halt;
   RestartLoop loop(h, sub, core, hooks, hs);
   loop.nest_in(std::move(progress));
@@ -651,23 +665,18 @@ bool support_heuristic(const reform::WorkingProblem& base, const std::vector<cha
 
 StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& base, LazyCore& core, SearchHooks* hooks,
                                       const CallbackSettings& cs) {
-  for (int j = 0; j < base.ncol; ++j) {
-    if (base.integrality[j] == 2 || base.integrality[j] == 3) {
-      return Status(VLM_ERROR_NOT_SUPPORTED,
-                    "Semi-continuous and semi-integer variables cannot be solved yet by the search that serves "
-                    "node callbacks");
-    }
-  }
   SearchSettings s = cs.search;
+  // Its points are only judged by the callback at MIPSOL, which a point from outside the tree
+  // must not reach before the tree's own: the search's heuristics stay off.
+  s.heuristics = false;
+  // Propagation through the degree rows of the 100-city TSP changed the LP path for the worse
+  // (611 nodes instead of 366, docs/branch-and-bound.md): it stays off here until it pays.
+  s.propagate = false;
   const std::atomic<bool>* outer = s.stop;
   s.stop = &core.halt;
   s.reduced_cost_fixing = true;
   s.keep_pending_cuts = true;
   if (!base.mip) s.max_rounds = 100000;
-  std::vector<int> integers;
-  for (int j = 0; j < base.ncol; ++j) {
-    if (base.integrality[j] == 1) integers.push_back(j);
-  }
   BranchAndBound* sp = nullptr;
   LazySeparator* lazy_sep = nullptr;
   // Nodes processed before the next run of the MIP heuristic: short searches (the 50-city TSP
@@ -719,7 +728,7 @@ StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& bas
   };
   BranchAndBound search(h, base, s);
   sp = &search;
-  search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol, s.branch_priority));
+  search.add_branching_rule(integer_branching_rule(base, s.int_tol, &search, cs.var_branch, s.branch_priority));
   auto sep = std::make_unique<LazySeparator>(core, base, hooks, cs.node_events, s.int_tol);
   sep->set_search(&search);
   lazy_sep = sep.get();
@@ -743,7 +752,7 @@ StatusOr<SearchResult> hybrid(void* h, const reform::WorkingProblem& base, LazyC
     return result;
   }
   if (cs.search.env) {
-    cs.search.env->message("Branch and cut handed over to HiGHS's MIP after " + num(result->nodes) + " nodes with " +
+    cs.search.env->message("Branch and cut handed over to HiGHS's MIP after " + log_number(result->nodes) + " nodes with " +
                            std::to_string(core.size()) + " lazy rows");
   }
   // The branch and cut turned presolve off for its warm starts.
@@ -836,6 +845,10 @@ Status solve_with_lazy_rows(void* h, Env& env, const ModelData& d, const reform:
   cs.search.branch_priority = branch_priorities(d, p.ncol);
   cs.search.stop = stop;
   cs.search.env = &env;
+  cs.search.cutoff = from_lib(ps.dbl_param("Cutoff"));
+  cs.search.best_obj_stop = from_lib(ps.dbl_param("BestObjStop"));
+  cs.search.best_bd_stop = from_lib(ps.dbl_param("BestBdStop"));
+  cs.var_branch = ps.int_param("VarBranch");
   cs.feas_tol = ps.dbl_param("FeasibilityTol");
   cs.node_events = node_events;
   if (!held_out.empty()) {

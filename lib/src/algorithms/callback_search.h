@@ -54,6 +54,9 @@ struct CallbackSettings {
   double feas_tol = 1e-6;
   // Hybrid: nodes of branch and cut before the restart loop takes over.
   double switch_nodes = 1000;
+  // The VarBranch parameter: the integer branching rule of the branch and cut
+  // (integer_branching_rule in algorithms/pseudo_costs.h).
+  int var_branch = -1;
 };
 
 // Statistics of a callback search besides those of SearchResult.
@@ -71,8 +74,8 @@ struct CallbackStats {
 // honoured besides the hooks' terminate. Every solution in the result satisfies every row of
 // `p` and every lazy row the hooks returned, within feas_tol; result.bound is a valid bound
 // for that problem. A terminate from a hook ends the search with VLM_INTERRUPTED, the
-// incumbent kept. Fails with VLM_ERROR_NOT_SUPPORTED for a quadratic objective or (branch
-// and cut) semi-continuous columns, VLM_ERROR_INVALID_ARGUMENT for a hook row naming a column
+// incumbent kept. Fails with VLM_ERROR_NOT_SUPPORTED for a quadratic objective,
+// VLM_ERROR_INVALID_ARGUMENT for a hook row naming a column
 // that is not a user column, VLM_ERROR_INTERNAL when HiGHS rejects the problem.
 // Cost: restart loop, one HiGHS MIP run per round whose final point is rejected; branch and cut, one
 // LP solve per node and separation round.

@@ -6,6 +6,7 @@
 
 #include "algorithms/branch_and_bound.h"
 #include "algorithms/construct_branching.h"
+#include "algorithms/pseudo_costs.h"
 #include "algorithms/search_solution.h"
 #include "reform/convexity.h"
 #include "algorithms/quadratic_cuts.h"
@@ -24,12 +25,6 @@ double from_lib(double v) { return v >= VLM_INFINITY ? INFINITY : v <= -VLM_INFI
 // NonConvex = 2 nonconvex parts are kept and `spatial` is set.
 Status check_model(const ModelData& d, const reform::WorkingProblem& p, int nonconvex,
                    std::vector<QuadConstraint>& cons, bool& spatial, bool& spatial_objective) {
-  for (int j = 0; j < p.ncol; ++j) {
-    if (p.integrality[j] == 2 || p.integrality[j] == 3) {
-      return Status(VLM_ERROR_NOT_SUPPORTED,
-                    "Semi-continuous and semi-integer variables together with quadratic terms cannot be solved yet");
-    }
-  }
   const std::string how = "; set NonConvex to 2 to solve nonconvex models";
   // A working problem kept from a solve with NonConvex=2 still carries its verdict.
   spatial_objective = p.nonconvex_objective && nonconvex == 2;
@@ -183,6 +178,10 @@ Status solve_quadratic(void* h, Env& env, const ModelData& user, const reform::W
   if (!p.mip) s.max_rounds = 100000;
   s.stop = stop;
   s.env = &env;
+  s.cutoff = from_lib(ps.dbl_param("Cutoff"));
+  s.best_obj_stop = from_lib(ps.dbl_param("BestObjStop"));
+  s.best_bd_stop = from_lib(ps.dbl_param("BestBdStop"));
+  s.heuristics = ps.dbl_param("Heuristics") > 0;
   // Cut until the violation is a tenth of the tolerance: the objective of the outer
   // approximation then also lies within about that much of the true optimum.
   const double tol = ps.dbl_param("FeasibilityTol") * 0.1;
@@ -202,13 +201,10 @@ Status solve_quadratic(void* h, Env& env, const ModelData& user, const reform::W
     };
   }
 
-  std::vector<int> integers;
-  for (int j = 0; j < p.ncol; ++j) {
-    if (p.integrality[j] == 1) integers.push_back(j);
-  }
   const int nq = d.num_qconstrs();
   BranchAndBound search(h, p, s);
-  search.add_branching_rule(std::make_unique<MostFractionalRule>(std::move(integers), s.int_tol, s.branch_priority));
+  search.add_branching_rule(
+      integer_branching_rule(p, s.int_tol, &search, ps.int_param("VarBranch"), s.branch_priority));
   // SOS and indicators without finite big-Ms are branched on here too.
   add_construct_branching(search, p, ps.dbl_param("FeasibilityTol"), s.int_tol);
   std::unique_ptr<FixingHeuristic> heuristic;

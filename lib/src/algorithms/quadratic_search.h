@@ -9,11 +9,9 @@
 // Products with a binary factor are first linearised exactly (PreQLinearize, reform/
 // binary_products.h). With NonConvex = 2 the nonconvex objective and constraints that remain
 // are relaxed by envelopes and solved by spatial branching (algorithms/spatial_search.h) on
-// the same search.
+// the same search. Semi-continuous and semi-integer columns are branched on by the search.
 //
-// Not handled (refused with VLM_ERROR_NOT_SUPPORTED): semi-continuous and semi-integer columns
-// together with quadratic terms. Not mapped: MIP starts, Cutoff, BestObjStop and BestBdStop,
-// callbacks.
+// Not mapped: MIP starts, callbacks.
 #pragma once
 
 #include <atomic>

@@ -63,4 +63,10 @@ std::string short_number(double v) {
   return buf;
 }
 
+std::string log_number(double v) {
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%.10g", v);
+  return buf;
+}
+
 }  // namespace vlm

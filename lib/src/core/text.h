@@ -28,4 +28,8 @@ std::optional<long long> parse_integer(std::string_view s);
 // "-inf", "NaN"): a value given as 1e300 never turns into a 300-digit text.
 std::string short_number(double v);
 
+// A number for log lines, printf's %.10g: objective values and bounds keep the digits that
+// tell two incumbents apart ("inf", "-inf", "nan" for the special values). O(1).
+std::string log_number(double v);
+
 }  // namespace vlm

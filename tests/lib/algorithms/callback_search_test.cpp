@@ -204,6 +204,53 @@ class CallbackSearchTest : public ::testing::TestWithParam<CallbackMethod> {
   }();
 };
 
+// min -x - 2y + z  s.t.  x + y <= 5.5 (held out: lazy),  y - z <= 0,  x semi-continuous in
+// {0} or [2, 4], y semi-integer in {0} or {3, 4, 5}, z in [0, 10]. With z = y the parts give
+// -4 (y = 0, x = 4), -5.5 (y = 3, x = 2.5), -4 (y = 4, x = 0) and -5 (y = 5, x = 0): optimum
+// -5.5, and the lazy row must hold at the returned point.
+vlm::reform::WorkingProblem semi_problem() {
+  vlm::reform::WorkingProblem p;
+  p.add_col(2, 4, 2, -1);
+  p.add_col(3, 5, 3, -2);
+  p.add_col(0, 10, 0, 1);
+  p.add_row({0, 1}, {1, 1}, -INFINITY, 5.5);
+  p.add_row({1, 2}, {1, -1}, -INFINITY, 0);
+  p.user_cols = p.ncol;
+  p.user_rows = p.nrow;
+  return p;
+}
+
+TEST_P(CallbackSearchTest, SemiContinuousColumnsWithALazyRow) {
+  auto r = vlm::algorithms::callback_search(h_, semi_problem(), {0}, nullptr, settings());
+  ASSERT_TRUE(r.ok()) << r.status().message();
+  EXPECT_EQ(r->status, VLM_OPTIMAL);
+  EXPECT_NEAR(r->objval, -5.5, 1e-7);
+  ASSERT_EQ(r->x.size(), 3u);
+  EXPECT_LE(r->x[0] + r->x[1], 5.5 + 1e-6);
+  EXPECT_TRUE(r->x[0] < 1e-6 || r->x[0] > 2 - 1e-6);
+  EXPECT_NEAR(r->x[1], std::round(r->x[1]), 1e-6);
+  EXPECT_TRUE(r->x[1] < 1e-6 || r->x[1] > 3 - 1e-6);
+}
+
+// The same model with Cutoff -6: nothing reaches it (the optimum is -5.5), so CUTOFF and no
+// solution; with Cutoff -5 the optimum stands.
+TEST_P(CallbackSearchTest, CutoffWithALazyRow) {
+  CallbackSettings s = settings();
+  s.search.cutoff = -6;
+  auto r = vlm::algorithms::callback_search(h_, semi_problem(), {0}, nullptr, s);
+  ASSERT_TRUE(r.ok()) << r.status().message();
+  EXPECT_EQ(r->status, VLM_CUTOFF);
+  EXPECT_FALSE(r->has_solution);
+  s.search.cutoff = -5;
+  void* h = Highs_create();
+  Highs_setBoolOptionValue(h, "output_flag", 0);
+  auto again = vlm::algorithms::callback_search(h, semi_problem(), {0}, nullptr, s);
+  Highs_destroy(h);
+  ASSERT_TRUE(again.ok()) << again.status().message();
+  EXPECT_EQ(again->status, VLM_OPTIMAL);
+  EXPECT_NEAR(again->objval, -5.5, 1e-7);
+}
+
 // The optimum is the shortest of the 8!/2 tours, found by enumeration; the search sees only
 // the degree rows and the subtours its candidates reveal.
 TEST_P(CallbackSearchTest, TspWithSubtoursFromCandidatesReachesTheEnumeratedOptimum) {

@@ -4,9 +4,11 @@
 // library's own slacks).
 //
 // Nonconvex solving with NonConvex=2 is tested in spatial_search_test.cpp. Not tested here: MIP
-// starts, callbacks.
+// starts, callbacks. Semi-continuous columns, Cutoff, BestObjStop and BestBdStop are (objective
+// stops on the portfolio, semi columns against enumeration of their parts).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <string>
@@ -198,6 +200,36 @@ TEST_F(QuadraticSolveTest, ConvexMiqpMatchesEnumeration) {
   expect_feasible();
 }
 
+// The same MIQP under every branching rule VarBranch selects (automatic, pseudo-costs with
+// probing, without, most fractional) and without heuristics: the same enumerated optimum.
+TEST_F(QuadraticSolveTest, EveryBranchingRuleReachesTheMiqpOptimum) {
+  double best = INFINITY;
+  for (int xi = 0; xi <= 5; ++xi) {
+    for (int yi = 0; yi + xi <= 3; ++yi) {
+      const double w = std::min(1.0, 3.0 - xi - yi);
+      best = std::min(best, xi * xi + xi * yi + yi * yi + w * w - 3.2 * xi - 4.6 * yi - 2 * w);
+    }
+  }
+  var(-3.2, 0, 5, 'I');
+  var(-4.6, 0, 5, 'I');
+  var(-2, 0, 10);
+  row({0, 1, 2}, {1, 1, 1}, '<', 3);
+  std::vector<int> r{0, 0, 1, 2}, c{0, 1, 1, 2};
+  std::vector<double> v{1, 1, 1, 1};
+  ASSERT_EQ(VLMaddqpterms(m_, 4, r.data(), c.data(), v.data()), VLM_OK);
+  param("MIPGap", 0.0);
+  for (int rule : {-1, 0, 1, 2, 3}) {
+    for (double heuristics : {0.05, 0.0}) {
+      param("VarBranch", rule);
+      param("Heuristics", heuristics);
+      ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+      EXPECT_EQ(status(), VLM_OPTIMAL) << "VarBranch " << rule;
+      EXPECT_NEAR(dbl("ObjVal"), best, 1e-6) << "VarBranch " << rule << " Heuristics " << heuristics;
+      expect_feasible();
+    }
+  }
+}
+
 // max 3x + 2y  s.t.  x^2 + y^2 <= 10, x, y integer in [-4, 4]: by enumeration (3, 1) gives 11.
 TEST_F(QuadraticSolveTest, MiqcpMatchesEnumeration) {
   double best = -INFINITY;
@@ -377,6 +409,158 @@ TEST_F(QuadraticStopTest, TimeLimitKeepsABound) {
   // The bound is a finite lower bound of the minimisation (the returns are at most 0.12).
   EXPECT_GT(dbl("ObjBound"), -0.12 - 1e-9);
   EXPECT_LT(dbl("ObjBound"), 0.0);
+}
+
+// The stops on the objective, on the 200-asset portfolio: every return is at most 0.12, so
+// no objective is below -0.12.
+TEST_F(QuadraticStopTest, BestObjStopEndsAtAGoodEnoughPortfolio) {
+  build();
+  param("BestObjStop", -0.05);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_USER_OBJ_LIMIT);
+  EXPECT_LE(dbl("ObjVal"), -0.05);
+  EXPECT_LE(dbl("ObjBound"), dbl("ObjVal") + 1e-9);
+  expect_feasible();
+}
+
+TEST_F(QuadraticStopTest, BestBdStopEndsOnceTheBoundPassesIt) {
+  build();
+  param("BestBdStop", -0.5);  // minimising: the root bound is above -0.12
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_USER_OBJ_LIMIT);
+  EXPECT_GE(dbl("ObjBound"), -0.5);
+  EXPECT_EQ(dbl("NodeCount"), 1.0);
+}
+
+TEST_F(QuadraticStopTest, CutoffBelowEveryPortfolioGivesCutoff) {
+  build();
+  param("Cutoff", -0.2);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK);
+  EXPECT_EQ(status(), VLM_CUTOFF);
+  EXPECT_EQ(intattr("SolCount"), 0);
+}
+
+// min (x - 1.2)^2 + (y - 0.5)^2 + (w - 2.7)^2  s.t.  x + y + w <= 4, x semi-continuous in {0}
+// or [2, 5], y semi-integer in {0} or {1, 2, 3}, w in [0, 10]. For each part of x and value of
+// y the best (x, w) is the projection of (1.2, 2.7) onto x + w <= 4 - y within the part's box,
+// a one-dimensional convex problem along the line when the row binds. By hand: y = 0, x = 2,
+// w = 2 gives 0.64 + 0.25 + 0.49 = 1.38; the relaxation (x in [0, 5]) reaches x = 1.25, w = 2.75
+// at y = 0, 0.0025 + 0.25 + 0.0025 = 0.255, so x's parts must be branched.
+TEST_F(QuadraticSolveTest, SemiContinuousMiqpMatchesEnumeration) {
+  double best = INFINITY;
+  for (int y = 0; y <= 3; ++y) {
+    const double room = 4.0 - y;
+    for (auto [a, b] : {std::pair{0.0, 0.0}, std::pair{2.0, 5.0}}) {
+      if (a > room) continue;
+      double xv = std::clamp(1.2, a, b), wv = 2.7;
+      if (xv + wv > room) {
+        xv = std::clamp((room - 1.5) / 2, a, std::min(b, room));
+        wv = room - xv;
+      }
+      best = std::min(best, (xv - 1.2) * (xv - 1.2) + (y - 0.5) * (y - 0.5) + (wv - 2.7) * (wv - 2.7));
+    }
+  }
+  ASSERT_NEAR(best, 1.38, 1e-12);
+  var(-2.4, 2, 5, 'S');
+  var(-1.0, 1, 3, 'N');
+  var(-5.4, 0, 10);
+  row({0, 1, 2}, {1, 1, 1}, '<', 4);
+  std::vector<int> r{0, 1, 2};
+  std::vector<double> v{1, 1, 1};
+  ASSERT_EQ(VLMaddqpterms(m_, 3, r.data(), r.data(), v.data()), VLM_OK);
+  ASSERT_EQ(VLMsetdblattr(m_, "ObjCon", 1.44 + 0.25 + 7.29), VLM_OK);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  EXPECT_EQ(status(), VLM_OPTIMAL);
+  EXPECT_NEAR(dbl("ObjVal"), best, 1e-6);
+  const std::vector<double> sol = x();
+  EXPECT_TRUE(sol[0] < 1e-6 || (sol[0] > 2 - 1e-6 && sol[0] < 5 + 1e-6)) << sol[0];
+  EXPECT_TRUE(sol[1] < 1e-6 || (sol[1] > 1 - 1e-6 && std::fabs(sol[1] - std::round(sol[1])) < 1e-6)) << sol[1];
+  EXPECT_LE(sol[0] + sol[1] + sol[2], 4 + 1e-6);
+}
+
+// A 50-asset portfolio twice: the covariance dense in the objective, and as five factor rows
+// y = F x with the objective sum sigma_i^2 x_i^2 + sum y_f^2. HiGHS' QP solver has failed on a
+// child of the factor form (a 7e-5 row residual): the search retries, may drop the node, and
+// then must still report the dense form's optimum as its incumbent and a bound that does not
+// claim more than was searched.
+TEST_F(QuadraticSolveTest, FactorFormKeepsAnHonestBound) {
+  const int n = 50, k = 5;
+  unsigned long long seed = 12345;
+  auto next = [&seed] {
+    seed = seed * 6364136223846793005ULL + 1442695040888963407ULL;
+    return static_cast<double>((seed >> 11) & ((1ULL << 53) - 1)) / static_cast<double>(1ULL << 53);
+  };
+  std::vector<double> mu, sigma, f(k * n);
+  for (int i = 0; i < n; ++i) {
+    mu.push_back(0.02 + 0.1 * next());
+    sigma.push_back(0.05 + 0.2 * next());
+  }
+  for (double& v : f) v = 0.1 * (next() - 0.5);
+  // Columns: x (n), then the factor exposures when `factors`, then b (n).
+  auto build = [&](VLMmodel* m, bool factors) {
+    for (int i = 0; i < n; ++i) ASSERT_EQ(VLMaddvar(m, 0, nullptr, nullptr, -mu[i], 0, kInf, 'C', nullptr), VLM_OK);
+    const int y0 = n, b0 = factors ? n + k : n;
+    if (factors) {
+      for (int g = 0; g < k; ++g) ASSERT_EQ(VLMaddvar(m, 0, nullptr, nullptr, 0, -kInf, kInf, 'C', nullptr), VLM_OK);
+    }
+    for (int i = 0; i < n; ++i) ASSERT_EQ(VLMaddvar(m, 0, nullptr, nullptr, 0, 0, 1, 'B', nullptr), VLM_OK);
+    std::vector<int> all(n), bins(n);
+    for (int i = 0; i < n; ++i) {
+      all[i] = i;
+      bins[i] = b0 + i;
+      int ind[2] = {i, b0 + i};
+      double val[2] = {1, -1};
+      ASSERT_EQ(VLMaddconstr(m, 2, ind, val, '<', 0, nullptr), VLM_OK);
+    }
+    std::vector<double> ones(n, 1.0);
+    ASSERT_EQ(VLMaddconstr(m, n, all.data(), ones.data(), '=', 1, nullptr), VLM_OK);
+    ASSERT_EQ(VLMaddconstr(m, n, bins.data(), ones.data(), '<', 5, nullptr), VLM_OK);
+    std::vector<int> qr, qc;
+    std::vector<double> qv;
+    if (factors) {
+      for (int g = 0; g < k; ++g) {
+        std::vector<int> ind(all);
+        std::vector<double> val;
+        for (int i = 0; i < n; ++i) val.push_back(-f[g * n + i]);
+        ind.push_back(y0 + g);
+        val.push_back(1);
+        ASSERT_EQ(VLMaddconstr(m, n + 1, ind.data(), val.data(), '=', 0, nullptr), VLM_OK);
+      }
+      for (int i = 0; i < n + k; ++i) {
+        qr.push_back(i);
+        qc.push_back(i);
+        qv.push_back(i < n ? sigma[i] * sigma[i] : 1.0);
+      }
+    } else {
+      for (int i = 0; i < n; ++i) {
+        for (int j = i; j < n; ++j) {
+          double c = 0;
+          for (int g = 0; g < k; ++g) c += f[g * n + i] * f[g * n + j];
+          qr.push_back(i);
+          qc.push_back(j);
+          qv.push_back(i == j ? c + sigma[i] * sigma[i] : 2 * c);
+        }
+      }
+    }
+    ASSERT_EQ(VLMaddqpterms(m, static_cast<int>(qv.size()), qr.data(), qc.data(), qv.data()), VLM_OK);
+  };
+  VLMmodel* dense = nullptr;
+  ASSERT_EQ(VLMnewmodel(env_, &dense, "dense", 0, nullptr, nullptr, nullptr, nullptr, nullptr), VLM_OK);
+  build(dense, false);
+  ASSERT_EQ(VLMsetdblparam(VLMgetenv(dense), "MIPGap", 0.0), VLM_OK);
+  ASSERT_EQ(VLMoptimize(dense), VLM_OK);
+  int st = 0;
+  double opt = NAN;
+  ASSERT_EQ(VLMgetintattr(dense, "Status", &st), VLM_OK);
+  ASSERT_EQ(VLMgetdblattr(dense, "ObjVal", &opt), VLM_OK);
+  VLMfreemodel(dense);
+  ASSERT_EQ(st, VLM_OPTIMAL);
+  build(m_, true);
+  param("MIPGap", 0.0);
+  ASSERT_EQ(VLMoptimize(m_), VLM_OK) << VLMgetmerrormsg(m_);
+  ASSERT_TRUE(status() == VLM_OPTIMAL || status() == VLM_SUBOPTIMAL) << status();
+  EXPECT_NEAR(dbl("ObjVal"), opt, 1e-6);
+  EXPECT_LE(dbl("ObjBound"), opt + 1e-6);
 }
 
 // ---- refusals ----------------------------------------------------------------------------
