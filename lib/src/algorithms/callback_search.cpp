@@ -834,20 +834,8 @@ Status solve_with_lazy_rows(void* h, Env& env, const ModelData& d, const reform:
                             const std::vector<int>& held_out, SearchHooks* hooks, bool node_events,
                             const std::atomic<bool>* stop, Solution& sol) {
   const ParamSet& ps = env.params();
-  auto from_lib = [](double v) { return v >= VLM_INFINITY ? INFINITY : v <= -VLM_INFINITY ? -INFINITY : v; };
   CallbackSettings cs;
-  cs.search.time_limit = from_lib(ps.dbl_param("TimeLimit"));
-  cs.search.node_limit = from_lib(ps.dbl_param("NodeLimit"));
-  cs.search.solution_limit = ps.int_param("SolutionLimit");
-  cs.search.mip_gap = ps.dbl_param("MIPGap");
-  cs.search.mip_gap_abs = ps.dbl_param("MIPGapAbs");
-  cs.search.int_tol = ps.dbl_param("IntFeasTol");
-  cs.search.branch_priority = branch_priorities(d, p.ncol);
-  cs.search.stop = stop;
-  cs.search.env = &env;
-  cs.search.cutoff = from_lib(ps.dbl_param("Cutoff"));
-  cs.search.best_obj_stop = from_lib(ps.dbl_param("BestObjStop"));
-  cs.search.best_bd_stop = from_lib(ps.dbl_param("BestBdStop"));
+  cs.search = search_settings(env, d, p.ncol, stop);
   cs.var_branch = ps.int_param("VarBranch");
   cs.feas_tol = ps.dbl_param("FeasibilityTol");
   cs.node_events = node_events;

@@ -13,8 +13,6 @@ using reform::HeldConstruct;
 
 namespace {
 
-double from_lib(double v) { return v >= VLM_INFINITY ? INFINITY : v <= -VLM_INFINITY ? -INFINITY : v; }
-
 double row_violation(const HeldConstruct& c, const std::vector<double>& x) {
   double act = 0.0;
   for (std::size_t k = 0; k < c.ind.size(); ++k) act += c.val[k] * x[c.ind[k]];
@@ -172,16 +170,7 @@ Status solve_with_held_constructs(void* h, Env& env, const ModelData& d, const r
                       "lazy constraints and callbacks that add rows cannot be combined with it yet");
   }
   const ParamSet& ps = env.params();
-  SearchSettings s;
-  s.time_limit = from_lib(ps.dbl_param("TimeLimit"));
-  s.node_limit = from_lib(ps.dbl_param("NodeLimit"));
-  s.solution_limit = ps.int_param("SolutionLimit");
-  s.mip_gap = ps.dbl_param("MIPGap");
-  s.mip_gap_abs = ps.dbl_param("MIPGapAbs");
-  s.int_tol = ps.dbl_param("IntFeasTol");
-  s.stop = stop;
-  s.env = &env;
-  s.branch_priority = branch_priorities(d, p.ncol);
+  SearchSettings s = search_settings(env, d, p.ncol, stop);
   const double tol = ps.dbl_param("FeasibilityTol");
   std::vector<int> integers;
   for (int j = 0; j < p.ncol; ++j) {

@@ -19,8 +19,6 @@ namespace vlm::algorithms {
 
 namespace {
 
-double from_lib(double v) { return v >= VLM_INFINITY ? INFINITY : v <= -VLM_INFINITY ? -INFINITY : v; }
-
 // Refuses what the search cannot solve; fills `cons` with the classified constraints. With
 // NonConvex = 2 nonconvex parts are kept and `spatial` is set.
 Status check_model(const ModelData& d, const reform::WorkingProblem& p, int nonconvex,
@@ -166,22 +164,9 @@ Status solve_quadratic(void* h, Env& env, const ModelData& user, const reform::W
     if (c.shape != QuadShape::kNonconvex) convex.push_back(std::move(c));
   }
 
-  SearchSettings s;
-  s.time_limit = from_lib(ps.dbl_param("TimeLimit"));
-  s.node_limit = from_lib(ps.dbl_param("NodeLimit"));
-  s.solution_limit = ps.int_param("SolutionLimit");
-  s.mip_gap = ps.dbl_param("MIPGap");
-  s.mip_gap_abs = ps.dbl_param("MIPGapAbs");
-  s.int_tol = ps.dbl_param("IntFeasTol");
-  s.branch_priority = branch_priorities(d, p.ncol);
+  SearchSettings s = search_settings(env, d, p.ncol, stop);
   // Without integers the root is iterated until the point is feasible.
   if (!p.mip) s.max_rounds = 100000;
-  s.stop = stop;
-  s.env = &env;
-  s.cutoff = from_lib(ps.dbl_param("Cutoff"));
-  s.best_obj_stop = from_lib(ps.dbl_param("BestObjStop"));
-  s.best_bd_stop = from_lib(ps.dbl_param("BestBdStop"));
-  s.heuristics = ps.dbl_param("Heuristics") > 0;
   // Cut until the violation is a tenth of the tolerance: the objective of the outer
   // approximation then also lies within about that much of the true optimum.
   const double tol = ps.dbl_param("FeasibilityTol") * 0.1;

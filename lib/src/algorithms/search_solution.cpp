@@ -48,4 +48,24 @@ std::vector<int> branch_priorities(const ModelData& d, int ncol) {
   return pri;
 }
 
+SearchSettings search_settings(Env& env, const ModelData& d, int ncol, const std::atomic<bool>* stop) {
+  const ParamSet& ps = env.params();
+  auto from_lib = [](double v) { return v >= VLM_INFINITY ? INFINITY : v <= -VLM_INFINITY ? -INFINITY : v; };
+  SearchSettings s;
+  s.time_limit = from_lib(ps.dbl_param("TimeLimit"));
+  s.node_limit = from_lib(ps.dbl_param("NodeLimit"));
+  s.solution_limit = ps.int_param("SolutionLimit");
+  s.mip_gap = ps.dbl_param("MIPGap");
+  s.mip_gap_abs = ps.dbl_param("MIPGapAbs");
+  s.int_tol = ps.dbl_param("IntFeasTol");
+  s.cutoff = from_lib(ps.dbl_param("Cutoff"));
+  s.best_obj_stop = from_lib(ps.dbl_param("BestObjStop"));
+  s.best_bd_stop = from_lib(ps.dbl_param("BestBdStop"));
+  s.heuristics = ps.dbl_param("Heuristics") > 0;
+  s.branch_priority = branch_priorities(d, ncol);
+  s.stop = stop;
+  s.env = &env;
+  return s;
+}
+
 }  // namespace vlm::algorithms

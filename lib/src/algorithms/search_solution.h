@@ -21,4 +21,10 @@ void fill_from_search(const SearchResult& r, const ModelData& d, const reform::W
 // SearchSettings::branch_priority; empty when no variable has a priority set. O(columns).
 std::vector<int> branch_priorities(const ModelData& d, int ncol);
 
+// The settings every driver of the search takes from the solve's parameters (`env`'s): time,
+// node and solution limits, gaps, integrality tolerance, Cutoff, BestObjStop, BestBdStop,
+// Heuristics and the user's branch priorities (`ncol` working columns); `stop` and `env` as
+// given. Drivers then adjust what is theirs (rounds, tolerances). O(columns).
+SearchSettings search_settings(Env& env, const ModelData& d, int ncol, const std::atomic<bool>* stop);
+
 }  // namespace vlm::algorithms
