@@ -186,6 +186,7 @@ void BranchAndBound::fix_by_reduced_cost(Node& node, double obj) {
   // reduced cost (minimised sense); past `room` the child could not beat the incumbent.
   const double room = incumbent_ - gap_target(incumbent_) - obj;
   if (!(room >= 0)) return;
+  pruned_at_ = std::min(pruned_at_, incumbent_);
   std::vector<double> lo = p_.lower, up = p_.upper;
   for (const BoundChange& b : node.changes) {
     lo[b.col] = b.lower;
@@ -217,10 +218,17 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
   std::vector<Cut> cuts;
   int stalled = 0;
   last_x_.clear();
+  node_status_ = 0;
   for (int round = 0;; ++round) {
     const int ms = solve_relaxation();
-    if (ms < 0) return Outcome::kError;
-    if (ms == kHighsModelStatusInfeasible) return Outcome::kInfeasible;
+    if (ms < 0) {
+      node_status_ = VLM_NUMERIC;
+      return Outcome::kError;
+    }
+    if (ms == kHighsModelStatusInfeasible) {
+      node_status_ = VLM_INFEASIBLE;
+      return Outcome::kInfeasible;
+    }
     if (ms == kHighsModelStatusTimeLimit || ms == kHighsModelStatusInterrupt) return Outcome::kStopped;
     if (ms == kHighsModelStatusUnbounded || ms == kHighsModelStatusUnboundedOrInfeasible) {
       // A ray of the relaxation may violate a constraint that only cuts express: cut a far
@@ -228,6 +236,7 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       std::vector<double> ray(p_.ncol, 0.0);
       HighsInt has = 0;
       if (Highs_getPrimalRay(h_, &has, ray.data()) != kHighsStatusOk || !has || ++unbounded_rays_ > 200) {
+        node_status_ = VLM_UNBOUNDED;
         return Outcome::kUnbounded;
       }
       double norm = 0.0;
@@ -241,11 +250,16 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
     }
     if (ms != kHighsModelStatusOptimal) {
       log("Relaxation status " + num(ms));
+      node_status_ = VLM_NUMERIC;
       return Outcome::kError;
     }
     const double obj = p_.sense * Highs_getObjectiveValue(h_);
     node.bound = std::max(node.bound, obj);
-    if (node.bound >= incumbent_ - gap_target(incumbent_)) return Outcome::kPruned;
+    if (node.bound >= incumbent_ - gap_target(incumbent_)) {
+      pruned_at_ = std::min(pruned_at_, incumbent_);
+      node_status_ = VLM_CUTOFF;
+      return Outcome::kPruned;
+    }
 
     bool feasible = true;
     cuts.clear();
@@ -315,7 +329,7 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
 SearchProgress BranchAndBound::progress() const {
   SearchProgress pr;
   pr.obj_best = p_.sense * incumbent_;
-  pr.obj_bound = p_.sense * std::min(open_bound_, incumbent_);
+  pr.obj_bound = p_.sense * std::min({open_bound_, incumbent_, ceiling_});
   pr.nodes = r_.nodes;
   pr.nodes_left = open_nodes_;
   pr.solutions = static_cast<double>(r_.incumbents.size());
@@ -323,6 +337,24 @@ SearchProgress BranchAndBound::progress() const {
   pr.iterations = r_.lp_iterations;
   pr.runtime = elapsed();
   return pr;
+}
+
+void BranchAndBound::drop_incumbents(const std::function<bool(const std::vector<double>&)>& invalid) {
+  if (!r_.has_solution || !invalid(r_.x)) return;
+  auto& inc = r_.incumbents;
+  inc.erase(std::remove_if(inc.begin(), inc.end(), [&](const auto& e) { return invalid(e.second); }), inc.end());
+  // The list improves from first to last: its last valid entry is the best one left.
+  if (inc.empty()) {
+    incumbent_ = INFINITY;
+    r_.has_solution = false;
+    r_.x.clear();
+  } else {
+    incumbent_ = p_.sense * inc.back().first;
+    r_.x = inc.back().second;
+  }
+  // Pruning with a better value than the incumbent now left may have lost solutions.
+  if (pruned_at_ < incumbent_) ceiling_ = std::min(ceiling_, pruned_at_);
+  log("The incumbent violates a row added after it was found; it is dropped");
 }
 
 void BranchAndBound::offer_incumbent(const std::vector<double>& x, double obj) {
@@ -362,11 +394,15 @@ StatusOr<SearchResult> BranchAndBound::run() {
       node = std::move(heap.back());
       heap.pop_back();
     }
-    if (node.bound >= incumbent_ - gap_target(incumbent_)) continue;
+    if (node.bound >= incumbent_ - gap_target(incumbent_)) {
+      pruned_at_ = std::min(pruned_at_, incumbent_);
+      continue;
+    }
     std::vector<Node> children;
     int dive = 0;
     const Outcome out = process(node, children, dive);
     r_.nodes += 1;
+    if (node_status_ != 0 && s_.node_status) s_.node_status(node_status_);
     if (out == Outcome::kError) {
       // The node is dropped: the search goes on, but cannot claim optimality any more.
       log("HiGHS failed to solve the relaxation of node " + num(r_.nodes - 1) + "; the node is dropped");
@@ -397,9 +433,13 @@ StatusOr<SearchResult> BranchAndBound::run() {
   }
 
   // The bound is the best of the nodes left (none left: the incumbent itself).
-  double bound = incumbent_;
+  double bound = std::min(incumbent_, ceiling_);
   if (next) bound = std::min(bound, next->bound);
   for (const Node& n : heap) bound = std::min(bound, n.bound);
+  // Pruning done with a dropped incumbent proves nothing below its value.
+  if (status == 0 && std::isfinite(ceiling_) && (!r_.has_solution || incumbent_ - bound > gap_target(incumbent_))) {
+    trouble_ = true;
+  }
   if (unbounded) {
     r_.status = p_.mip ? VLM_INF_OR_UNBD : VLM_UNBOUNDED;
     r_.has_solution = false;

@@ -125,6 +125,10 @@ struct SearchSettings {
   // stall) are added before branching instead of dropped: for separators that hand each row
   // over only once.
   bool keep_pending_cuts = false;
+  // Called once for a node whose relaxation ends without a point to separate: VLM_INFEASIBLE,
+  // VLM_CUTOFF (its bound cannot beat the incumbent), VLM_UNBOUNDED or VLM_NUMERIC (HiGHS
+  // failed on it); may be empty.
+  std::function<void(int status)> node_status;
 };
 
 struct SearchResult {
@@ -173,6 +177,16 @@ class BranchAndBound {
   // Reduced costs of the last relaxation solved to optimality (HiGHS' sign convention for the
   // model's sense; empty before the first). O(1).
   const std::vector<double>& reduced_costs() const { return col_dual_; }
+  // Drops every incumbent found so far for which `invalid` is true (rows added since made it
+  // infeasible); the best remaining one, if any, becomes the incumbent. Nodes pruned with a
+  // dropped incumbent may hold solutions as good as it, so its value caps the final bound and
+  // the search can no longer end OPTIMAL above it (dropped() tells). O(incumbents x cost of
+  // `invalid`).
+  void drop_incumbents(const std::function<bool(const std::vector<double>&)>& invalid);
+  // Whether drop_incumbents dropped an incumbent that had pruned. O(1).
+  bool dropped() const { return std::isfinite(ceiling_); }
+  // The current incumbent (all working columns); empty when there is none. O(1).
+  const std::vector<double>& incumbent() const { return r_.x; }
 
  private:
   struct Node {
@@ -203,6 +217,10 @@ class BranchAndBound {
   std::vector<double> x_, col_dual_, row_value_, row_dual_, last_x_;
   SearchResult r_;
   double incumbent_ = INFINITY;  // minimised sense
+  // The lowest incumbent value that pruned nodes or fixed columns (minimised sense), and the
+  // lowest such value of incumbents dropped since: the final bound cannot exceed it.
+  double pruned_at_ = INFINITY, ceiling_ = INFINITY;
+  int node_status_ = 0;  // how the last node's relaxation ended, when not optimal (VLM_ status)
   int unbounded_rays_ = 0;
   bool trouble_ = false;  // a point neither accepted nor cut: optimality is not proven
   double start_ = 0.0;
