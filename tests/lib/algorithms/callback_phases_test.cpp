@@ -190,6 +190,37 @@ TEST_P(CallbackPhasesTest, PollingFiresAndCanTerminate) {
   EXPECT_EQ(r->status, VLM_INTERRUPTED);
 }
 
+// Accepts every candidate; once the search has processed 20 nodes after the first one, hands
+// back the row that cuts off exactly the last accepted point (sum of its ones <= count - 1).
+// By then that incumbent has pruned nodes: the result must be the optimum of the knapsack with
+// the row given up front, and no reported solution may be the excluded point.
+class NoGoodHooks : public SearchHooks {
+ public:
+  void at_solution(const SearchProgress& p, const std::vector<double>& x, double, HookReply&) override {
+    if (last.empty()) first_at = p.nodes;
+    last = x;
+  }
+  void at_node(const SearchProgress&, int, const std::vector<double>&, HookReply&) override {}
+  void at_progress(const SearchProgress& p, HookReply& r) override {
+    if (given || last.empty() || p.nodes < first_at + 20) return;
+    given = true;
+    excluded = last;
+    for (std::size_t j = 0; j < last.size(); ++j) {
+      if (last[j] > 0.5) {
+        row.ind.push_back(static_cast<int>(j));
+        row.val.push_back(1.0);
+      }
+    }
+    row.sense = '<';
+    row.rhs = static_cast<double>(row.ind.size()) - 1.0;
+    r.lazy.push_back(row);
+  }
+  std::vector<double> last, excluded;
+  double first_at = 0;
+  bool given = false;
+  UserRow row;
+};
+
 INSTANTIATE_TEST_SUITE_P(Drivers, CallbackPhasesTest,
                          ::testing::Values(CallbackMethod::kRestart, CallbackMethod::kBranchAndCut,
                                            CallbackMethod::kHybrid),
@@ -198,6 +229,33 @@ INSTANTIATE_TEST_SUITE_P(Drivers, CallbackPhasesTest,
                                   : info.param == CallbackMethod::kBranchAndCut ? std::string("BranchAndCut")
                                                                                 : std::string("Hybrid");
                          });
+
+// Our own tree (branch and cut, and the hybrid's first phase) processes the 20 nodes the row
+// waits for; HiGHS's MIP in the restart loop closes this knapsack before.
+TEST(CallbackDrop, IncumbentThatPrunedIsDroppedAndTheBoundStaysValid) {
+  for (CallbackMethod m : {CallbackMethod::kBranchAndCut, CallbackMethod::kHybrid}) {
+    NoGoodHooks hooks;
+    CallbackSettings s = exact(m);
+    s.switch_nodes = 1e9;  // the hybrid stays in its branch and cut, where the drop happens
+    void* h = quiet_highs();
+    auto r = vlm::algorithms::callback_search(h, knapsack(30), {}, &hooks, s);
+    Highs_destroy(h);
+    ASSERT_TRUE(r.ok()) << r.status().message();
+    ASSERT_TRUE(hooks.given) << "the search closed before the row was due";
+    // The reference: the same row as an ordinary row from the start.
+    vlm::reform::WorkingProblem with_row = knapsack(30);
+    with_row.add_row(hooks.row.ind, hooks.row.val, -INFINITY, hooks.row.rhs);
+    h = quiet_highs();
+    auto ref = vlm::algorithms::callback_search(h, with_row, {}, nullptr, exact(CallbackMethod::kRestart));
+    Highs_destroy(h);
+    ASSERT_TRUE(ref.ok());
+    EXPECT_EQ(r->status, VLM_OPTIMAL);
+    EXPECT_NEAR(r->objval, ref->objval, 1e-6);
+    EXPECT_GE(r->bound, ref->objval - 1e-6);
+    EXPECT_LE(value(hooks.row, r->x), hooks.row.rhs + 1e-9);
+    for (const auto& [obj, x] : r->incumbents) EXPECT_NE(x, hooks.excluded) << "incumbent " << obj;
+  }
+}
 
 // min (x - 2.6)^2 + (y - 1.3)^2 = x^2 + y^2 - 5.2x - 2.6y + 8.45, x, y integer in [0, 5].
 // Alone (3, 1) gives 0.25; with x + y <= 3 the integer points nearest are (2, 1): 0.45,
