@@ -166,6 +166,24 @@ void run_search(const Tsp& t, CallbackMethod method, const char* name) {
   s.search.time_limit = std::getenv("TSP_TIME") ? std::atof(std::getenv("TSP_TIME")) : 300;
   // TSP_VARBRANCH: the branch and cut's integer rule, as the VarBranch parameter sets it.
   if (const char* v = std::getenv("TSP_VARBRANCH")) s.var_branch = std::atoi(v);
+  // TSP_SWITCH picks the hybrid's hand-over rule: nodes:N, time:S, stall:W or gap:W:F.
+  if (const char* rule = std::getenv("TSP_SWITCH")) {
+    const std::string r = rule;
+    const double a = std::atof(r.c_str() + r.find(':') + 1);
+    if (r.rfind("nodes", 0) == 0) {
+      s.switch_nodes = a;
+    } else if (r.rfind("time", 0) == 0) {
+      s.switch_rule = vlm::algorithms::SwitchRule::kSeconds;
+      s.switch_seconds = a;
+    } else if (r.rfind("stall", 0) == 0) {
+      s.switch_rule = vlm::algorithms::SwitchRule::kStall;
+      s.switch_window = a;
+    } else if (r.rfind("gap", 0) == 0) {
+      s.switch_rule = vlm::algorithms::SwitchRule::kGap;
+      s.switch_window = a;
+      if (r.find(':', r.find(':') + 1) != std::string::npos) s.switch_gap = std::atof(r.c_str() + r.rfind(':') + 1);
+    }
+  }
   vlm::algorithms::CallbackStats stats;
   void* h = new_highs();
   const auto t0 = std::chrono::steady_clock::now();

@@ -341,6 +341,7 @@ void BranchAndBound::fix_by_reduced_cost(Node& node, double obj) {
   // reduced cost (minimised sense); past `room` the child could not beat the incumbent.
   const double room = incumbent_ - gap_target(incumbent_) - obj;
   if (!(room >= 0)) return;
+  pruned_at_ = std::min(pruned_at_, incumbent_);
   std::vector<double> lo, up;
   node_bounds(node, lo, up);
   for (int j = 0; j < p_.ncol; ++j) {
@@ -363,6 +364,7 @@ void BranchAndBound::fix_by_reduced_cost(Node& node, double obj) {
 }
 
 BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& children, int& dive_child) {
+  node_status_ = 0;
   std::vector<double> lo, up;
   if (propagator_) {
     node_bounds(node, lo, up);
@@ -370,6 +372,7 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
     if (!propagator_->propagate(lo, up, moved)) {
       r_.propagated += 1;
       tell_rule(node, INFINITY);
+      node_status_ = VLM_INFEASIBLE;
       return Outcome::kInfeasible;
     }
     // The tightened bounds hold in the whole subtree: the children inherit them.
@@ -379,7 +382,10 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
   if (s_.node_bounds) {
     if (!propagator_) node_bounds(node, lo, up);
     const std::vector<double> lo0 = lo, up0 = up;
-    if (!s_.node_bounds(lo, up)) return Outcome::kInfeasible;
+    if (!s_.node_bounds(lo, up)) {
+      node_status_ = VLM_INFEASIBLE;
+      return Outcome::kInfeasible;
+    }
     for (int j = 0; j < p_.ncol; ++j) {
       if (lo[j] != lo0[j] || up[j] != up0[j]) node.changes.push_back({j, lo[j], up[j]});
     }
@@ -393,8 +399,12 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
   last_x_.clear();
   for (int round = 0;; ++round) {
     const int ms = solve_relaxation();
-    if (ms < 0) return Outcome::kError;
+    if (ms < 0) {
+      node_status_ = VLM_NUMERIC;
+      return Outcome::kError;
+    }
     if (ms == kHighsModelStatusInfeasible) {
+      node_status_ = VLM_INFEASIBLE;
       if (round == 0) tell_rule(node, INFINITY);
       return Outcome::kInfeasible;
     }
@@ -404,21 +414,31 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
       // point along it and try again.
       std::vector<double> ray(p_.ncol, 0.0);
       HighsInt has = 0;
-      if (Highs_getPrimalRay(h_, &has, ray.data()) != kHighsStatusOk || !has) return Outcome::kUnbounded;
       double norm = 0.0;
-      for (double v : ray) norm = std::max(norm, std::fabs(v));
-      if (norm == 0.0) return Outcome::kUnbounded;
+      if (Highs_getPrimalRay(h_, &has, ray.data()) == kHighsStatusOk && has) {
+        for (double v : ray) norm = std::max(norm, std::fabs(v));
+      }
+      if (norm == 0.0) {
+        node_status_ = VLM_UNBOUNDED;
+        return Outcome::kUnbounded;
+      }
       for (double& v : ray) v *= 1e6 / norm;
       cuts.clear();
       for (auto& sep : seps_) sep->separate(ray, cuts);
       if (!add_cuts(cuts)) {
-        return branch_along_ray(ray, node, children, dive_child) ? Outcome::kBranched : Outcome::kUnbounded;
+        if (branch_along_ray(ray, node, children, dive_child)) return Outcome::kBranched;
+        node_status_ = VLM_UNBOUNDED;
+        return Outcome::kUnbounded;
       }
-      if (++unbounded_rays_ > 200) return Outcome::kUnbounded;
+      if (++unbounded_rays_ > 200) {
+        node_status_ = VLM_UNBOUNDED;
+        return Outcome::kUnbounded;
+      }
       continue;
     }
     if (ms != kHighsModelStatusOptimal) {
       log("Relaxation status " + log_number(ms));
+      node_status_ = VLM_NUMERIC;
       return Outcome::kError;
     }
     const double obj = p_.sense * relax_obj_;
@@ -427,9 +447,14 @@ BranchAndBound::Outcome BranchAndBound::process(Node& node, std::vector<Node>& c
     node_value_ = obj;
     if (node.bound >= incumbent_ - gap_target(incumbent_)) {
       gap_pruned_ = std::min(gap_pruned_, node.bound);
+      pruned_at_ = std::min(pruned_at_, incumbent_);
+      node_status_ = VLM_CUTOFF;
       return Outcome::kPruned;
     }
-    if (node.bound > cutoff_) return Outcome::kPruned;
+    if (node.bound > cutoff_) {
+      node_status_ = VLM_CUTOFF;
+      return Outcome::kPruned;
+    }
 
     bool feasible = true;
     cuts.clear();
@@ -531,7 +556,7 @@ bool BranchAndBound::branch_along_ray(const std::vector<double>& ray, const Node
 SearchProgress BranchAndBound::progress() const {
   SearchProgress pr;
   pr.obj_best = p_.sense * incumbent_;
-  pr.obj_bound = p_.sense * std::min({open_bound_, incumbent_, dropped_bound_});
+  pr.obj_bound = p_.sense * std::min({open_bound_, incumbent_, dropped_bound_, ceiling_});
   pr.nodes = r_.nodes;
   pr.nodes_left = open_nodes_;
   pr.solutions = static_cast<double>(r_.incumbents.size());
@@ -539,6 +564,24 @@ SearchProgress BranchAndBound::progress() const {
   pr.iterations = r_.lp_iterations;
   pr.runtime = elapsed();
   return pr;
+}
+
+void BranchAndBound::drop_incumbents(const std::function<bool(const std::vector<double>&)>& invalid) {
+  if (!r_.has_solution || !invalid(r_.x)) return;
+  auto& inc = r_.incumbents;
+  inc.erase(std::remove_if(inc.begin(), inc.end(), [&](const auto& e) { return invalid(e.second); }), inc.end());
+  // The list improves from first to last: its last valid entry is the best one left.
+  if (inc.empty()) {
+    incumbent_ = INFINITY;
+    r_.has_solution = false;
+    r_.x.clear();
+  } else {
+    incumbent_ = p_.sense * inc.back().first;
+    r_.x = inc.back().second;
+  }
+  // Pruning with a better value than the incumbent now left may have lost solutions.
+  if (pruned_at_ < incumbent_) ceiling_ = std::min(ceiling_, pruned_at_);
+  log("The incumbent violates a row added after it was found; it is dropped");
 }
 
 void BranchAndBound::offer_incumbent(const std::vector<double>& x, double obj) {
@@ -582,6 +625,7 @@ StatusOr<SearchResult> BranchAndBound::run() {
     }
     if (node.bound >= incumbent_ - gap_target(incumbent_)) {
       gap_pruned_ = std::min(gap_pruned_, node.bound);
+      pruned_at_ = std::min(pruned_at_, incumbent_);
       continue;
     }
     if (node.bound > cutoff_) continue;
@@ -589,6 +633,7 @@ StatusOr<SearchResult> BranchAndBound::run() {
     int dive = 0;
     const Outcome out = process(node, children, dive);
     r_.nodes += 1;
+    if (node_status_ != 0 && s_.node_status) s_.node_status(node_status_);
     if (out == Outcome::kError) {
       // The node is dropped: the search goes on, but cannot claim optimality any more.
       // Its bound stays in the result's: what it held is not searched, not excluded.
@@ -621,12 +666,16 @@ StatusOr<SearchResult> BranchAndBound::run() {
     }
   }
 
-  // The bound is the best of the nodes left, of those pruned within the gap and of those
-  // dropped after failed solves (none: the incumbent itself).
-  double bound = std::min({incumbent_, gap_pruned_, dropped_bound_});
+  // The bound is the best of the nodes left, of those pruned within the gap, of those dropped
+  // after failed solves and of dropped incumbents that pruned (none: the incumbent itself).
+  double bound = std::min({incumbent_, gap_pruned_, dropped_bound_, ceiling_});
   if (next) bound = std::min(bound, next->bound);
   for (const Node& n : heap) bound = std::min(bound, n.bound);
   if (stop_by_objective_ && status == 0 && (next || !heap.empty())) status = VLM_USER_OBJ_LIMIT;
+  // Pruning done with a dropped incumbent proves nothing below its value.
+  if (status == 0 && std::isfinite(ceiling_) && (!r_.has_solution || incumbent_ - bound > gap_target(incumbent_))) {
+    trouble_ = true;
+  }
   if (unbounded) {
     r_.status = p_.mip ? VLM_INF_OR_UNBD : VLM_UNBOUNDED;
     r_.has_solution = false;

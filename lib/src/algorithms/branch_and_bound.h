@@ -181,6 +181,10 @@ struct SearchSettings {
   // Primal heuristics in the tree (rounding of relaxation points, dives, and for quadratic
   // objectives a fix-and-solve), each bounded in effort; see docs/branch-and-bound.md.
   bool heuristics = true;
+  // Called once for a node whose relaxation ends without a point to separate: VLM_INFEASIBLE,
+  // VLM_CUTOFF (its bound cannot beat the incumbent), VLM_UNBOUNDED or VLM_NUMERIC (HiGHS
+  // failed on it); may be empty.
+  std::function<void(int status)> node_status;
 };
 
 struct SearchResult {
@@ -239,6 +243,16 @@ class BranchAndBound : public NodeProbe {
   // Reduced costs of the last relaxation solved to optimality (HiGHS' sign convention for the
   // model's sense; empty before the first). O(1).
   const std::vector<double>& reduced_costs() const { return col_dual_; }
+  // Drops every incumbent found so far for which `invalid` is true (rows added since made it
+  // infeasible); the best remaining one, if any, becomes the incumbent. Nodes pruned with a
+  // dropped incumbent may hold solutions as good as it, so its value caps the final bound and
+  // the search can no longer end OPTIMAL above it (dropped() tells). O(incumbents x cost of
+  // `invalid`).
+  void drop_incumbents(const std::function<bool(const std::vector<double>&)>& invalid);
+  // Whether drop_incumbents dropped an incumbent that had pruned. O(1).
+  bool dropped() const { return std::isfinite(ceiling_); }
+  // The current incumbent (all working columns); empty when there is none. O(1).
+  const std::vector<double>& incumbent() const { return r_.x; }
 
   double probe(const std::vector<BoundChange>& changes, int iterations) override;
   double node_value() const override { return node_value_; }
@@ -299,6 +313,10 @@ class BranchAndBound : public NodeProbe {
   double incumbent_ = INFINITY;  // minimised sense
   // Least bound of the nodes pruned because they were within the gap of the incumbent.
   double gap_pruned_ = INFINITY;
+  // The lowest incumbent value that pruned nodes or fixed columns (minimised sense), and the
+  // lowest such value of incumbents dropped since: the final bound cannot exceed it.
+  double pruned_at_ = INFINITY, ceiling_ = INFINITY;
+  int node_status_ = 0;  // how the last node's relaxation ended, when not optimal (VLM_ status)
   int unbounded_rays_ = 0;
   bool trouble_ = false;  // a point neither accepted nor cut: optimality is not proven
   double start_ = 0.0;

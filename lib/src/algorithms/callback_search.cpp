@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "algorithms/lazy_pool.h"
 #include "algorithms/pseudo_costs.h"
 #include "algorithms/search_solution.h"
 #include "attrs/attr_table.h"
@@ -13,233 +14,15 @@
 #include "core/text.h"
 #include "env/env.h"
 #include "interfaces/highs_c_api.h"
+#include "reform/convexity.h"
 
 namespace vlm::algorithms {
 
 namespace {
 
-// One lazy row over the working columns: lo <= sum val[k] x[ind[k]] <= up.
-struct PoolRow {
-  std::vector<int> ind;
-  std::vector<double> val;
-  double lo = -INFINITY, up = INFINITY;
-  bool active = false;  // part of every relaxation from now on
-};
-
-double violation(const PoolRow& r, const std::vector<double>& x) {
-  double a = 0.0;
-  for (std::size_t k = 0; k < r.ind.size(); ++k) a += r.val[k] * x[r.ind[k]];
-  return std::max(r.lo - a, a - r.up);
-}
-
-// What both drivers share: the lazy rows, the checks of candidates against them and the
-// hooks, and the heuristic points the hooks hand back.
-class LazyCore {
- public:
-  LazyCore(const reform::WorkingProblem& p, SearchHooks* hooks, const CallbackSettings& s)
-      : p_(p), hooks_(hooks), s_(s) {}
-
-  // Active rows from position `cursor` of the activation order on; advances the cursor. Each
-  // relaxation (the search's, a heuristic's) keeps its own cursor.
-  std::vector<int> take_active(std::size_t& cursor) const {
-    std::vector<int> out(active_.begin() + static_cast<std::ptrdiff_t>(std::min(cursor, active_.size())), active_.end());
-    cursor = active_.size();
-    return out;
-  }
-  const PoolRow& row(int i) const { return pool_[i]; }
-  int size() const { return static_cast<int>(pool_.size()); }
-
-  void add_row(PoolRow r) {
-    pool_.push_back(std::move(r));
-    activate(static_cast<int>(pool_.size()) - 1);
-  }
-
-  // Adds the rows of `p` listed in `rows` to the pool.
-  void hold_out(const std::vector<int>& rows) {
-    for (int i : rows) {
-      PoolRow r;
-      r.ind.assign(p_.aindex.begin() + p_.astart[i], p_.aindex.begin() + p_.astart[i + 1]);
-      r.val.assign(p_.aval.begin() + p_.astart[i], p_.aval.begin() + p_.astart[i + 1]);
-      r.lo = p_.rlo[i];
-      r.up = p_.rup[i];
-      pool_.push_back(std::move(r));
-    }
-  }
-
-  // Counts the pool rows that `x` violates; the held-out ones among them become active.
-  int separate_held(const std::vector<double>& x) {
-    int n = 0;
-    for (std::size_t i = 0; i < pool_.size(); ++i) {
-      if (violation(pool_[i], x) <= s_.feas_tol) continue;
-      ++n;
-      activate(static_cast<int>(i));
-    }
-    return n;
-  }
-
-  // Whether `x` violates any pool row.
-  bool violates_any(const std::vector<double>& x) const {
-    return std::any_of(pool_.begin(), pool_.end(), [&](const PoolRow& r) { return violation(r, x) > s_.feas_tol; });
-  }
-
-  double objective(const std::vector<double>& x) const {
-    double v = p_.objcon;
-    for (int j = 0; j < p_.ncol; ++j) v += p_.cost[j] * x[j];
-    return v;
-  }
-
-  // A candidate incumbent `x` (all working columns, integral and feasible for the rows the
-  // relaxation holds): checked against the lazy rows the relaxation lacks (a candidate that
-  // violates a known one is rejected without asking the hooks again), then given to
-  // at_solution. Returns
-  // true when accepted; a rejection leaves the violated rows in the fresh list.
-  bool check_candidate(const std::vector<double>& x, const SearchProgress& pr) {
-    if (separate_held(x) > 0) {
-      ++stats.rejected;
-      return false;
-    }
-    if (hooks_ == nullptr) return true;
-    HookReply reply;
-    user_x_.assign(x.begin(), x.begin() + p_.user_cols);
-    hooks_->at_solution(pr, user_x_, objective(x), reply);
-    const bool cut_off = take_reply(reply, &x);
-    if (cut_off) ++stats.rejected;
-    return !cut_off;
-  }
-
-  // Takes what a hook handed back: rows join the pool (and the relaxation), terminate is
-  // noted, a heuristic point is kept for try_heuristic. Returns whether a lazy row or a cut
-  // of the reply is violated by `x` (when given).
-  bool take_reply(HookReply& reply, const std::vector<double>* x) {
-    if (reply.terminate) terminate = true;
-    bool violated = false;
-    for (auto* rows : {&reply.lazy, &reply.cuts}) {
-      for (UserRow& u : *rows) {
-        PoolRow r;
-        if (!convert(u, r)) continue;
-        if (x != nullptr && violation(r, *x) > s_.feas_tol) violated = true;
-        add_row(std::move(r));
-      }
-    }
-    if (!reply.heuristic.empty()) heuristic_.swap(reply.heuristic);
-    return violated;
-  }
-
-  // Completes the pending heuristic point, if any: fixes the columns it gives (integers
-  // rounded), solves for the others over every row known, and checks the result as a
-  // candidate. Returns true with `x` filled when the point is accepted.
-  bool try_heuristic(std::vector<double>& x, const SearchProgress& pr);
-
-  bool has_heuristic() const { return !heuristic_.empty(); }
-
-  std::atomic<bool> halt{false};  // stops the branch and cut (terminate or the caller's flag)
-  bool terminate = false;
-  Status error = Status::Ok();
-  CallbackStats stats;
-
- private:
-  bool convert(const UserRow& u, PoolRow& r) {
-    if (u.ind.size() != u.val.size() || (u.sense != '<' && u.sense != '>' && u.sense != '=') || !std::isfinite(u.rhs)) {
-      fail("A lazy constraint or cut from a callback is malformed (index and value counts differ, its sense is not "
-           "'<', '>' or '=', or its right-hand side is not finite)");
-      return false;
-    }
-    for (std::size_t k = 0; k < u.ind.size(); ++k) {
-      if (u.ind[k] < 0 || u.ind[k] >= p_.user_cols) {
-        fail("A lazy constraint or cut from a callback names variable index " + std::to_string(u.ind[k]) +
-             ", which is not a variable of the model (it has " + std::to_string(p_.user_cols) + ")");
-        return false;
-      }
-      if (!std::isfinite(u.val[k])) {
-        fail("A lazy constraint or cut from a callback has a coefficient that is not finite");
-        return false;
-      }
-    }
-    r.ind = u.ind;
-    r.val = u.val;
-    r.lo = u.sense == '<' ? -INFINITY : u.rhs;
-    r.up = u.sense == '>' ? INFINITY : u.rhs;
-    return true;
-  }
-  void activate(int i) {
-    if (pool_[i].active) return;
-    pool_[i].active = true;
-    active_.push_back(i);
-  }
-  void fail(std::string msg) {
-    if (error.ok()) error = Status(VLM_ERROR_INVALID_ARGUMENT, std::move(msg));
-    terminate = true;
-  }
-
-  const reform::WorkingProblem& p_;
-  SearchHooks* hooks_;
-  const CallbackSettings& s_;
-  std::vector<PoolRow> pool_;
-  std::vector<int> active_;  // active rows in the order they became active
-  std::vector<double> user_x_, heuristic_;
-};
-
-bool LazyCore::try_heuristic(std::vector<double>& x, const SearchProgress& pr) {
-  std::vector<double> given;
-  given.swap(heuristic_);
-  if (static_cast<int>(given.size()) != p_.user_cols) return false;
-  void* h = Highs_create();
-  if (h == nullptr) return false;
-  Highs_setBoolOptionValue(h, "output_flag", 0);
-  std::vector<double> lo = p_.lower, up = p_.upper;
-  std::vector<HighsInt> integrality(p_.integrality.begin(), p_.integrality.end());
-  bool any_integer = false;
-  for (int j = 0; j < p_.user_cols; ++j) {
-    if (std::isnan(given[j])) {
-      any_integer = any_integer || integrality[j] != 0;
-      continue;
-    }
-    const double v = integrality[j] != 0 ? std::round(given[j]) : given[j];
-    lo[j] = up[j] = v;
-  }
-  for (int j = p_.user_cols; j < p_.ncol; ++j) any_integer = any_integer || integrality[j] != 0;
-  HighsInt rc = Highs_passModel(h, p_.ncol, p_.nrow, static_cast<HighsInt>(p_.aval.size()), 0, kHighsMatrixFormatRowwise,
-                                kHighsHessianFormatTriangular,
-                                p_.sense == -1 ? kHighsObjSenseMaximize : kHighsObjSenseMinimize, p_.objcon,
-                                p_.cost.data(), lo.data(), up.data(), p_.rlo.data(), p_.rup.data(), p_.astart.data(),
-                                p_.aindex.data(), p_.aval.data(), nullptr, nullptr, nullptr,
-                                any_integer ? integrality.data() : nullptr);
-  bool ok = rc != kHighsStatusError;
-  for (const PoolRow& r : pool_) {
-    if (!ok) break;
-    ok = Highs_addRow(h, r.lo, r.up, static_cast<HighsInt>(r.ind.size()), r.ind.data(), r.val.data()) !=
-         kHighsStatusError;
-  }
-  if (ok) {
-    // Completing a point is a side task: it gets a second at most.
-    Highs_setDoubleOptionValue(h, "time_limit", 1.0);
-    Highs_run(h);
-    const HighsInt ms = Highs_getModelStatus(h);
-    HighsInt ps = 0;
-    Highs_getIntInfoValue(h, "primal_solution_status", &ps);
-    ok = (ms == kHighsModelStatusOptimal || ps == 2);
-    if (ok) {
-      x.assign(p_.ncol, 0.0);
-      Highs_getSolution(h, x.data(), nullptr, nullptr, nullptr);
-      // Integer columns HiGHS left within its tolerance are rounded before the checks.
-      for (int j = 0; j < p_.ncol; ++j) {
-        if (integrality[j] == 1) x[j] = std::round(x[j]);
-      }
-    }
-  }
-  Highs_destroy(h);
-  if (!ok) return false;
-  // The point must satisfy the rows and bounds as they are (not only HiGHS' tolerance).
-  for (int j = 0; j < p_.ncol; ++j) {
-    if (x[j] < p_.lower[j] - s_.feas_tol || x[j] > p_.upper[j] + s_.feas_tol) return false;
-  }
-  for (int i = 0; i < p_.nrow; ++i) {
-    double a = 0.0;
-    for (int k = p_.astart[i]; k < p_.astart[i + 1]; ++k) a += p_.aval[k] * x[p_.aindex[k]];
-    if (a < p_.rlo[i] - s_.feas_tol || a > p_.rup[i] + s_.feas_tol) return false;
-  }
-  return check_candidate(x, pr);
-}
+// Engine runs call the hooks' at_poll at most this often: often enough for a terminate to
+// feel immediate, rarely enough that a callback in an interpreted language costs nothing.
+constexpr double kPollSeconds = 0.05;
 
 // The problem without the held-out rows.
 reform::WorkingProblem without_rows(const reform::WorkingProblem& p, const std::vector<int>& held_out) {
@@ -284,6 +67,7 @@ class RestartLoop {
       r_.x = r.x;
       r_.objval = r.objval;
       r_.incumbents = r.incumbents;
+      if (static_cast<int>(r_.incumbents.size()) >= s_.search.solution_limit) limit_hit_ = true;
     }
     if (std::isfinite(r.bound)) bound_ = p_.sense * r.bound;
     nodes_before_ = r.nodes;
@@ -299,6 +83,21 @@ class RestartLoop {
   }
   SearchProgress progress(const HighsCallbackDataOut* out) const;
   void accept(const std::vector<double>& x, double obj);
+  // Drops the incumbents that a lazy row cuts off (the best one left stays); true when the
+  // incumbent itself was dropped.
+  bool drop_invalid() {
+    if (!r_.has_solution || !core_.violates_any(r_.x)) return false;
+    log("The incumbent violates a lazy constraint added after it was found; it is dropped");
+    auto& inc = r_.incumbents;
+    inc.erase(std::remove_if(inc.begin(), inc.end(), [&](const auto& e) { return core_.violates_any(e.second); }),
+              inc.end());
+    r_.has_solution = !inc.empty();
+    if (r_.has_solution) {
+      r_.objval = inc.back().first;
+      r_.x = inc.back().second;
+    }
+    return true;
+  }
   void log(const std::string& line) const {
     if (s_.search.env && !outer_) s_.search.env->message(line);
   }
@@ -322,6 +121,7 @@ class RestartLoop {
   std::vector<double> pending_start_;  // an accepted heuristic point to hand to HiGHS
   double nodes_before_ = 0, bound_ = -INFINITY;  // bound: minimised sense
   double start_ = 0.0;
+  double last_poll_ = 0.0;  // when the hooks were last polled from inside a run
   std::size_t cursor_ = 0;  // active rows already in HiGHS' model
   std::function<SearchProgress()> outer_;
   bool seeded_fixings_ = false;  // the problem's bounds exclude solutions no better than the seed
@@ -377,11 +177,20 @@ void RestartLoop::on_solution(const HighsCallbackDataOut* out) {
   }
 }
 
-void RestartLoop::callback(int type, const char*, const HighsCallbackDataOut* out, HighsCallbackDataIn* in,
+void RestartLoop::callback(int type, const char* msg, const HighsCallbackDataOut* out, HighsCallbackDataIn* in,
                            void* user) {
   auto* self = static_cast<RestartLoop*>(user);
   if (type == kHighsCallbackMipSolution) {
     self->on_solution(out);
+    return;
+  }
+  if (type == kHighsCallbackLogging) {
+    // HiGHS's own lines of each run, as they would read without a callback.
+    if (msg != nullptr && self->s_.search.env != nullptr) {
+      std::string line(msg);
+      while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+      self->s_.search.env->message(line);
+    }
     return;
   }
   if (type == kHighsCallbackCallbackMipUserSolution) {
@@ -392,6 +201,14 @@ void RestartLoop::callback(int type, const char*, const HighsCallbackDataOut* ou
     return;
   }
   if (in == nullptr) return;
+  // HiGHS's MIP reports no simplex interrupts from its own LPs: its MIP interrupts poll too.
+  if ((type == kHighsCallbackSimplexInterrupt || type == kHighsCallbackMipInterrupt) && self->hooks_ != nullptr &&
+      !self->outer_ && wall_seconds() - self->last_poll_ >= kPollSeconds) {
+    self->last_poll_ = wall_seconds();
+    HookReply reply;
+    self->hooks_->at_poll(reply);
+    self->core_.take_reply(reply, nullptr);
+  }
   if (type == kHighsCallbackMipInterrupt && self->hooks_ != nullptr && !self->outer_) {
     HookReply reply;
     self->hooks_->at_progress(self->progress(out), reply);
@@ -427,9 +244,12 @@ StatusOr<SearchResult> RestartLoop::run() {
                                 p_.astart.data(), p_.aindex.data(), p_.aval.data(), nullptr, nullptr, nullptr,
                                 integrality.data());
   if (rc == kHighsStatusError) return Status(VLM_ERROR_INTERNAL, "HiGHS rejected the model without its lazy rows");
-  // Every run is a whole MIP solve: its own log would repeat for each; ours has a line per run.
-  Highs_setBoolOptionValue(h_, "output_flag", 0);
+  // HiGHS's log of each run reaches ours (nested in another search, the loop stays quiet).
+  const bool highs_log = s_.highs_log && s_.search.env != nullptr && !outer_;
+  Highs_setBoolOptionValue(h_, "output_flag", highs_log ? 1 : 0);
+  Highs_setBoolOptionValue(h_, "log_to_console", 0);
   Highs_setCallback(h_, callback, this);
+  if (highs_log) Highs_startCallback(h_, kHighsCallbackLogging);
   Highs_startCallback(h_, kHighsCallbackMipSolution);
   Highs_startCallback(h_, kHighsCallbackMipInterrupt);
   Highs_startCallback(h_, kHighsCallbackSimplexInterrupt);
@@ -450,11 +270,17 @@ StatusOr<SearchResult> RestartLoop::run() {
         break;
       }
     }
+    if (limit_hit_) {
+      status = VLM_SOLUTION_LIMIT;
+      break;
+    }
     // Rows known before the run (held-out rows that the start violates cannot be known yet).
     for (int i : core_.take_active(cursor_)) {
       const PoolRow& row = core_.row(i);
       Highs_addRow(h_, row.lo, row.up, static_cast<HighsInt>(row.ind.size()), row.ind.data(), row.val.data());
     }
+    // The start of this run must satisfy them: an incumbent they cut off is dropped now.
+    drop_invalid();
     if (r_.has_solution) Highs_setSolution(h_, r_.x.data(), nullptr, nullptr, nullptr);
     const double left = s_.search.time_limit - (wall_seconds() - start_);
     if (std::isfinite(left)) Highs_setDoubleOptionValue(h_, "time_limit", Highs_getRunTime(h_) + std::max(left, 0.0));
@@ -503,12 +329,7 @@ StatusOr<SearchResult> RestartLoop::run() {
     }
     if (!core_.error.ok()) return core_.error;
     // A lazy row added later may cut off the incumbent itself.
-    if (r_.has_solution && core_.violates_any(r_.x)) {
-      log("The incumbent violates a lazy constraint added after it was found; it is dropped");
-      r_.has_solution = false;
-      r_.incumbents.clear();
-      proven = false;
-    }
+    if (drop_invalid()) proven = false;
     log("Run " + std::to_string(core_.stats.runs) + ": HiGHS status " + std::to_string(ms) + ", " +
         std::to_string(core_.size() - rows_before) + " lazy rows added, best " +
         (r_.has_solution ? log_number(r_.objval) : std::string("-")) + ", bound " + log_number(p_.sense * bound_) + ", " +
@@ -604,9 +425,24 @@ class LazySeparator : public Separator {
       c.up = r.up;
       out.push_back(std::move(c));
     }
-    if (core_.terminate) core_.halt = true;
+    recheck();
+    if (core_.should_halt()) core_.halt = true;
     heuristic(pr);
     return !violated;
+  }
+
+  // A restarted search starts with every row known active.
+  void initial_cuts(std::vector<Cut>& out) override {
+    for (int i : core_.take_active(cursor_)) {
+      const PoolRow& r = core_.row(i);
+      out.push_back(Cut{r.ind, r.val, r.lo, r.up, -1, 1.0});
+    }
+  }
+
+  // Incumbents that rows added since cut off are dropped from the search.
+  void recheck() {
+    if (!core_.rows_added_since_check()) return;
+    search_->drop_incumbents([this](const std::vector<double>& x) { return core_.violates_any(x); });
   }
 
  private:
@@ -663,8 +499,36 @@ bool support_heuristic(const reform::WorkingProblem& base, const std::vector<cha
   return true;
 }
 
-StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& base, LazyCore& core, SearchHooks* hooks,
-                                      const CallbackSettings& cs) {
+// Relays the HiGHS events of the branch and cut's relaxation solves: the hooks are polled
+// (where = POLLING) and a long solve is interrupted when the search must stop.
+struct RelaxationTap {
+  SearchHooks* hooks = nullptr;
+  LazyCore* core = nullptr;
+  const std::atomic<bool>* outer = nullptr;
+  double last_poll = 0.0;
+
+  static void callback(int, const char*, const HighsCallbackDataOut*, HighsCallbackDataIn* in, void* user) {
+    auto* self = static_cast<RelaxationTap*>(user);
+    if (in == nullptr) return;
+    if (self->hooks != nullptr && wall_seconds() - self->last_poll >= kPollSeconds) {
+      self->last_poll = wall_seconds();
+      HookReply reply;
+      self->hooks->at_poll(reply);
+      self->core->take_reply(reply, nullptr);
+      if (self->core->should_halt()) self->core->halt = true;
+    }
+    const bool stop = self->core->halt.load() || (self->outer != nullptr && self->outer->load());
+    in->user_interrupt = stop ? 1 : 0;
+  }
+};
+
+// One branch and cut from a fresh tree with every active row in its root; `carried` (may be
+// null) is an incumbent found before. `dropped`: an incumbent was dropped after it pruned.
+using PhaseEnd = std::function<bool(const SearchProgress&)>;
+
+StatusOr<SearchResult> branch_and_cut_once(void* h, const reform::WorkingProblem& base, LazyCore& core,
+                                           SearchHooks* hooks, const CallbackSettings& cs,
+                                           const SearchResult* carried, bool& dropped, const PhaseEnd& end_phase) {
   SearchSettings s = cs.search;
   // Its points are only judged by the callback at MIPSOL, which a point from outside the tree
   // must not reach before the tree's own: the search's heuristics stay off.
@@ -683,9 +547,14 @@ StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& bas
   // closes in about 30 nodes) do without it, long ones get it at 50, 200, 800, ... nodes.
   double next_heuristic = 50;
   const double start = wall_seconds();
+  bool offered = carried == nullptr;
   s.before_node = [&]() {
     if (outer != nullptr && outer->load(std::memory_order_relaxed)) core.halt = true;
-    if (base.mip && sp != nullptr && lazy_sep != nullptr && !core.halt && sp->progress().nodes >= next_heuristic &&
+    if (!offered && sp != nullptr) {
+      offered = true;
+      sp->offer_incumbent(carried->x, carried->objval);
+    }
+    if (base.mip && base.qval.empty() && sp != nullptr && lazy_sep != nullptr && !core.halt && sp->progress().nodes >= next_heuristic &&
         !lazy_sep->support().empty()) {
       // Spend about a quarter of the time so far (at least half a second) each time the node
       // count has grown fourfold.
@@ -717,14 +586,27 @@ StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& bas
       }
       if (!core.error.ok()) core.halt = true;
     }
+    if (end_phase && sp != nullptr && end_phase(sp->progress())) {
+      core.proceed = true;
+      core.halt = true;
+    }
     if (hooks == nullptr || sp == nullptr) return;
     HookReply reply;
     const SearchProgress pr = sp->progress();
     hooks->at_progress(pr, reply);
     core.take_reply(reply, nullptr);
+    if (lazy_sep != nullptr) lazy_sep->recheck();
     std::vector<double> x;
     if (core.has_heuristic() && core.try_heuristic(x, pr)) sp->offer_incumbent(x, core.objective(x));
-    if (core.terminate) core.halt = true;
+    if (core.should_halt()) core.halt = true;
+  };
+  // Nodes whose relaxation gives no point still reach the hooks, with their status.
+  s.node_status = [&](int status) {
+    if (hooks == nullptr || !cs.node_events || sp == nullptr) return;
+    HookReply reply;
+    hooks->at_node(sp->progress(), status, {}, reply);
+    core.take_reply(reply, nullptr);
+    if (core.should_halt()) core.halt = true;
   };
   BranchAndBound search(h, base, s);
   sp = &search;
@@ -733,27 +615,96 @@ StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& bas
   sep->set_search(&search);
   lazy_sep = sep.get();
   search.add_separator(std::move(sep));
+  RelaxationTap tap{hooks, &core, outer, 0.0};
+  Highs_setCallback(h, RelaxationTap::callback, &tap);
+  Highs_startCallback(h, kHighsCallbackSimplexInterrupt);
+  Highs_startCallback(h, kHighsCallbackIpmInterrupt);
   auto result = search.run();
+  Highs_stopCallback(h, kHighsCallbackSimplexInterrupt);
+  Highs_stopCallback(h, kHighsCallbackIpmInterrupt);
+  dropped = search.dropped();
   if (!core.error.ok()) return core.error;
   return result;
+}
+
+// Branch and cut; when an incumbent that had pruned nodes is dropped and the tree can no longer
+// prove its result, the search starts again with every row known and the best incumbent left.
+StatusOr<SearchResult> branch_and_cut(void* h, const reform::WorkingProblem& base, LazyCore& core, SearchHooks* hooks,
+                                      const CallbackSettings& cs, const SearchResult* seed,
+                                      const PhaseEnd& end_phase = {}) {
+  const double t0 = wall_seconds();
+  SearchResult carried;
+  if (seed != nullptr) carried = *seed;
+  double nodes = 0;
+  for (int attempt = 0;; ++attempt) {
+    CallbackSettings run = cs;
+    run.search.time_limit = cs.search.time_limit - (wall_seconds() - t0);
+    run.search.node_limit = cs.search.node_limit - nodes;
+    bool dropped = false;
+    auto r = branch_and_cut_once(h, base, core, hooks, run, carried.has_solution ? &carried : nullptr, dropped,
+                                 end_phase);
+    if (!r.ok()) return r;
+    r->nodes += nodes;
+    const bool unproven = r->status == VLM_SUBOPTIMAL || r->status == VLM_NUMERIC;
+    if (!dropped || !unproven || core.halt || attempt >= 3) return r;
+    if (cs.search.env) {
+      cs.search.env->message("An incumbent dropped for a later lazy constraint had pruned nodes: the search starts "
+                             "again with " + std::to_string(core.size()) + " lazy rows");
+    }
+    nodes = r->nodes;
+    carried = std::move(*r);
+  }
 }
 
 // Branch and cut up to switch_nodes nodes, then the restart loop on `h` (the branch and cut's
 // instance, reloaded) with every active row and the incumbent as its start.
 StatusOr<SearchResult> hybrid(void* h, const reform::WorkingProblem& base, LazyCore& core, SearchHooks* hooks,
-                              const CallbackSettings& cs) {
+                              const CallbackSettings& cs, const SearchResult* seed) {
   CallbackSettings first = cs;
-  first.search.node_limit = std::min(cs.search.node_limit, cs.switch_nodes);
+  if (cs.switch_rule == SwitchRule::kNodes) first.search.node_limit = std::min(cs.search.node_limit, cs.switch_nodes);
   const double t0 = wall_seconds();
+  // The other rules watch the search's progress and end the phase as a proceed would.
+  double window_start = 0, window_rows = core.size(), window_gap = INFINITY;
+  auto gap_of = [](const SearchProgress& pr) {
+    const double g = std::fabs(pr.obj_best - pr.obj_bound);
+    return std::fabs(pr.obj_best) >= VLM_INFINITY ? INFINITY : g;
+  };
+  PhaseEnd end_phase;
+  if (cs.switch_rule == SwitchRule::kSeconds) {
+    end_phase = [&](const SearchProgress&) { return wall_seconds() - t0 >= cs.switch_seconds; };
+  } else if (cs.switch_rule == SwitchRule::kStall || cs.switch_rule == SwitchRule::kGap) {
+    end_phase = [&](const SearchProgress& pr) {
+      if (pr.nodes - window_start < cs.switch_window) return false;
+      const bool rows_stalled = core.size() == window_rows;
+      const double gap = gap_of(pr);
+      const bool gap_stalled = std::isfinite(window_gap) && window_gap - gap < cs.switch_gap * window_gap;
+      window_start = pr.nodes;
+      window_rows = core.size();
+      window_gap = gap;
+      return cs.switch_rule == SwitchRule::kStall ? rows_stalled : gap_stalled;
+    };
+  }
   char presolve[kHighsMaximumStringLength] = "choose";
   Highs_getStringOptionValue(h, "presolve", presolve);
-  auto result = branch_and_cut(h, base, core, hooks, first);
-  if (!result.ok() || result->status != VLM_NODE_LIMIT || first.search.node_limit >= cs.search.node_limit) {
+  // A proceed from the hooks ends the branch and cut phase early.
+  core.proceed = false;
+  core.proceed_ends_phase = true;
+  auto result = branch_and_cut(h, base, core, hooks, first, seed, end_phase);
+  core.proceed_ends_phase = false;
+  const bool outer_stop = cs.search.stop != nullptr && cs.search.stop->load();
+  const bool proceeded = result.ok() && result->status == VLM_INTERRUPTED && core.proceed && !core.terminate &&
+                         !outer_stop && core.error.ok();
+  const bool budget_spent = result.ok() && result->status == VLM_NODE_LIMIT &&
+                            first.search.node_limit < cs.search.node_limit;
+  if (!result.ok() || !(proceeded || budget_spent)) {
     return result;
   }
+  core.halt = false;
+  core.proceed = false;
   if (cs.search.env) {
-    cs.search.env->message("Branch and cut handed over to HiGHS's MIP after " + log_number(result->nodes) + " nodes with " +
-                           std::to_string(core.size()) + " lazy rows");
+    cs.search.env->message("Branch and cut handed over to HiGHS's MIP after " + log_number(result->nodes) +
+                           " nodes with " + std::to_string(core.size()) + " lazy rows" +
+                           (proceeded ? " (the callback proceeded)" : ""));
   }
   // The branch and cut turned presolve off for its warm starts.
   Highs_setStringOptionValue(h, "presolve", presolve);
@@ -775,11 +726,11 @@ StatusOr<SearchResult> hybrid(void* h, const reform::WorkingProblem& base, LazyC
 }  // namespace
 
 StatusOr<SearchResult> callback_search(void* h, const reform::WorkingProblem& p, const std::vector<int>& held_out,
-                                       SearchHooks* hooks, const CallbackSettings& settings, CallbackStats* stats) {
-  if (!p.qval.empty()) {
-    return Status(VLM_ERROR_NOT_SUPPORTED, "Lazy constraints and callbacks that add rows cannot be combined with a "
-                                           "quadratic objective yet");
-  }
+                                       SearchHooks* hooks, const CallbackSettings& given, CallbackStats* stats) {
+  CallbackSettings settings = given;
+  HighsInt output = 0;
+  Highs_getBoolOptionValue(h, "output_flag", &output);
+  settings.highs_log = output != 0;
   for (int i : held_out) {
     if (i < 0 || i >= p.nrow) {
       return Status(VLM_ERROR_INVALID_ARGUMENT, "Lazy row index " + std::to_string(i) + " is out of range");
@@ -799,23 +750,51 @@ StatusOr<SearchResult> callback_search(void* h, const reform::WorkingProblem& p,
              : semi                         ? CallbackMethod::kRestart
                                             : CallbackMethod::kHybrid;
   }
-  if ((method == CallbackMethod::kRestart || method == CallbackMethod::kHybrid) && !p.mip) {
+  // HiGHS's MIP takes no quadratic objective: only our own tree solves MIQP relaxations.
+  if ((method == CallbackMethod::kRestart || method == CallbackMethod::kHybrid) && (!p.mip || !p.qval.empty())) {
     method = CallbackMethod::kBranchAndCut;
   }
   core.stats.method = method;
+  // The user's start is completed and checked like any candidate before the search starts.
+  SearchResult seed;
+  if (!settings.start.empty() && p.mip) {
+    core.propose(settings.start);
+    SearchProgress at;
+    at.obj_best = p.sense * VLM_INFINITY;
+    at.obj_bound = -p.sense * VLM_INFINITY;
+    std::vector<double> x;
+    if (core.try_heuristic(x, at)) {
+      seed.has_solution = true;
+      seed.x = x;
+      seed.objval = core.objective(x);
+      seed.incumbents.emplace_back(seed.objval, x);
+      seed.bound = -p.sense * INFINITY;
+      if (settings.search.env) settings.search.env->message("The MIP start gives a solution of objective " + log_number(seed.objval));
+    } else if (settings.search.env) {
+      settings.search.env->message("The MIP start cannot be completed to a solution that satisfies the lazy constraints");
+    }
+    if (!core.error.ok()) return core.error;
+  }
+  const SearchResult* start = seed.has_solution ? &seed : nullptr;
   StatusOr<SearchResult> result = Status(VLM_ERROR_INTERNAL, "no search ran");
   if (method == CallbackMethod::kRestart) {
     RestartLoop loop(h, base, core, hooks, settings);
+    if (start != nullptr) loop.seed(*start, false);
     result = loop.run();
   } else if (method == CallbackMethod::kBranchAndCut) {
-    result = branch_and_cut(h, base, core, hooks, settings);
+    result = branch_and_cut(h, base, core, hooks, settings, start);
   } else {
-    result = hybrid(h, base, core, hooks, settings);
+    result = hybrid(h, base, core, hooks, settings, start);
   }
   core.stats.lazy_rows = core.size() - static_cast<int>(held_out.size());
   for (int i = 0; i < static_cast<int>(held_out.size()); ++i) core.stats.lazy_rows += core.row(i).active ? 1 : 0;
   if (stats != nullptr) *stats = core.stats;
   return result;
+}
+
+bool lazy_search_serves(const ModelData& d, const reform::WorkingProblem& p) {
+  if (d.num_qconstrs() > 0) return false;
+  return p.qval.empty() || reform::check_psd(d.qrow, d.qcol, d.qval, d.sense == -1).psd;
 }
 
 std::vector<int> lazy_rows_of(const ModelData& d, const reform::WorkingProblem& p) {
@@ -839,6 +818,20 @@ Status solve_with_lazy_rows(void* h, Env& env, const ModelData& d, const reform:
   cs.var_branch = ps.int_param("VarBranch");
   cs.feas_tol = ps.dbl_param("FeasibilityTol");
   cs.node_events = node_events;
+  // Start values (a partial start leaves the others undefined) over the user's variables.
+  const auto& vattrs = d.extra[VLM_KIND_VAR].num;
+  auto st = vattrs.find(find_attr("Start"));
+  if (st != vattrs.end()) {
+    std::vector<double> start(p.user_cols, NAN);
+    bool any = false;
+    for (int j = 0; j < p.user_cols && j < static_cast<int>(st->second.v.size()); ++j) {
+      const double v = st->second.v[j];
+      if (v >= VLM_UNDEFINED || std::isnan(v)) continue;
+      start[j] = v;
+      any = true;
+    }
+    if (any) cs.start = std::move(start);
+  }
   if (!held_out.empty()) {
     env.message("Solving with " + std::to_string(held_out.size()) + " lazy constraints held out of the relaxation");
   }

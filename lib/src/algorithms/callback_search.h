@@ -17,8 +17,9 @@
 //   incumbent cheaply, then the restart loop with those rows and that start, where HiGHS's
 //   own cuts close the gap.
 //
-// Only branch and cut can serve at_node (node relaxations, user cuts) throughout; CallbackSettings
-// says which the caller needs. docs/branch-and-cut.md gives the measurements behind the choice.
+// Only branch and cut can serve at_node (node relaxations, user cuts) throughout, and only it takes a
+// quadratic objective; CallbackSettings says which the caller needs. A proceed from the hooks ends
+// the hybrid's branch and cut at once (HiGHS's MIP takes over); the other drivers have one phase. docs/branch-and-cut.md gives the measurements behind the choice.
 #pragma once
 
 #include <atomic>
@@ -44,6 +45,14 @@ enum class CallbackMethod {
   kHybrid,        // branch and cut for a while, then the restart loop seeded with its rows
 };
 
+// When the hybrid hands over from its branch and cut to HiGHS's MIP.
+enum class SwitchRule {
+  kNodes,    // after switch_nodes nodes
+  kSeconds,  // after switch_seconds seconds
+  kStall,    // when the last switch_window nodes found no lazy row
+  kGap,      // when the last switch_window nodes closed less than switch_gap of the gap
+};
+
 struct CallbackSettings {
   // Limits, gaps, IntFeasTol, the stop flag and the log sink, as for BranchAndBound.
   SearchSettings search;
@@ -52,11 +61,21 @@ struct CallbackSettings {
   bool node_events = false;
   // A row is violated when its activity is outside its range by more than this.
   double feas_tol = 1e-6;
-  // Hybrid: nodes of branch and cut before the restart loop takes over.
+  // Hybrid: when the restart loop takes over (the rule and its figures).
+  SwitchRule switch_rule = SwitchRule::kNodes;
   double switch_nodes = 1000;
   // The VarBranch parameter: the integer branching rule of the branch and cut
   // (integer_branching_rule in algorithms/pseudo_costs.h).
   int var_branch = -1;
+  double switch_seconds = 5.0;
+  double switch_window = 200;  // nodes
+  double switch_gap = 0.1;     // share of the gap at the window's start
+  // A MIP start over the user columns (NaN where unset; empty for none): completed over the
+  // rows known, checked against the lazy rows and the hooks, then the first incumbent.
+  std::vector<double> start;
+  // HiGHS's own log lines of the restart runs reach search.env (set from the instance's
+  // output_flag by callback_search).
+  bool highs_log = false;
 };
 
 // Statistics of a callback search besides those of SearchResult.
@@ -74,14 +93,19 @@ struct CallbackStats {
 // honoured besides the hooks' terminate. Every solution in the result satisfies every row of
 // `p` and every lazy row the hooks returned, within feas_tol; result.bound is a valid bound
 // for that problem. A terminate from a hook ends the search with VLM_INTERRUPTED, the
-// incumbent kept. Fails with VLM_ERROR_NOT_SUPPORTED for a quadratic objective,
-// VLM_ERROR_INVALID_ARGUMENT for a hook row naming a column
+// incumbent kept. A quadratic objective (convex, see lazy_search_serves) is solved by the branch and
+// cut over QP relaxations. Fails with VLM_ERROR_INVALID_ARGUMENT for a hook row naming a column
 // that is not a user column, VLM_ERROR_INTERNAL when HiGHS rejects the problem.
 // Cost: restart loop, one HiGHS MIP run per round whose final point is rejected; branch and cut, one
 // LP solve per node and separation round.
 StatusOr<SearchResult> callback_search(void* h, const reform::WorkingProblem& p, const std::vector<int>& held_out,
                                        SearchHooks* hooks, const CallbackSettings& settings,
                                        CallbackStats* stats = nullptr);
+
+// Whether callback_search can solve the model of `d` (its working problem `p`): no quadratic
+// constraints, and an objective that is linear or convex (concave when maximising).
+// Cost: O(Hessian entries) and a factorization of the Hessian's dense block when it has one.
+bool lazy_search_serves(const ModelData& d, const reform::WorkingProblem& p);
 
 // The user rows of `p` whose Lazy attribute in `d` is positive, ascending. O(rows).
 std::vector<int> lazy_rows_of(const ModelData& d, const reform::WorkingProblem& p);

@@ -132,9 +132,17 @@ StatusOr<MultiobjResult> solve_multiobj(Model& m, const ModelData& d, const std:
     // VLMcbstoponemultiobj during this level's solve interrupts it; the search then goes on
     // with the next level from the level's best solution.
     callbacks::Session* session = callbacks::active(m);
-    if (session != nullptr) session->stop_objective() = -1;
-    VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, engine::solve_problem(m, p, phase));
-    const bool stopped_one = session != nullptr && std::exchange(session->stop_objective(), -1) >= 0 &&
+    if (session != nullptr) {
+      session->stop_objective() = -1;
+      session->take_proceed();
+      session->in_level() = true;
+    }
+    auto solved = engine::solve_problem(m, p, phase);
+    if (session != nullptr) session->in_level() = false;
+    VLM_ASSIGN_OR_RETURN(std::unique_ptr<Solution> sol, std::move(solved));
+    // A proceed ends the level like a stop of this objective.
+    const bool stopped_one = session != nullptr &&
+                             (std::exchange(session->stop_objective(), -1) >= 0 || session->take_proceed()) &&
                              sol->status == VLM_INTERRUPTED;
     level_settings.reset();
     runtime += sol->runtime;

@@ -41,6 +41,7 @@ struct HookReply {
   // unspecified): the search completes and checks it before accepting it.
   std::vector<double> heuristic;
   bool terminate = false;  // the callback asked the solve to stop (INTERRUPTED)
+  bool proceed = false;    // the callback asked the search to end its current phase
 };
 
 class SearchHooks {
@@ -49,11 +50,15 @@ class SearchHooks {
   // A candidate incumbent `x` with objective `obj` (where = MIPSOL). The candidate is accepted
   // only if it satisfies every lazy row of the reply.
   virtual void at_solution(const SearchProgress& p, const std::vector<double>& x, double obj, HookReply& r) = 0;
-  // A node whose relaxation was solved (where = MIPNODE); `status` is a VLM_ status (OPTIMAL
-  // when `x` is the node's relaxation point, otherwise `x` is empty).
+  // A node whose relaxation was solved (where = MIPNODE); `status` is a VLM_ status: OPTIMAL
+  // when `x` is the node's relaxation point (once per separation round), otherwise INFEASIBLE,
+  // CUTOFF, UNBOUNDED or NUMERIC, once for the node, with `x` empty.
   virtual void at_node(const SearchProgress& p, int status, const std::vector<double>& x, HookReply& r) = 0;
   // Periodic progress (where = MIP), at least once per node.
   virtual void at_progress(const SearchProgress& p, HookReply& r) = 0;
+  // A periodic call from inside long engine runs (where = POLLING): nothing to read, only
+  // terminate and proceed count. Default: nothing.
+  virtual void at_poll(HookReply& r) { (void)r; }
 };
 
 }  // namespace vlm::algorithms

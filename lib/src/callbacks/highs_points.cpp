@@ -4,6 +4,7 @@
 #include <cmath>
 #include <vector>
 
+#include "core/platform.h"
 #include "velmor_codes.h"
 
 namespace vlm::callbacks {
@@ -54,6 +55,12 @@ bool highs_event(HighsTap& st, int type, const HighsCallbackDataOut* out, HighsC
       break;
     }
     case kHighsCallbackMipInterrupt:
+      // HiGHS's MIP reports no simplex interrupts from its LPs: POLLING comes from here, at
+      // most every 0.05 s (the first at once), before the MIP call.
+      if (wall_seconds() - st.last_poll >= 0.05) {
+        st.last_poll = wall_seconds();
+        st.user->call(VLM_CB_POLLING, Point{});
+      }
       st.user->call(VLM_CB_MIP, mip_point(st, out));
       break;
     case kHighsCallbackMipSolution: {
@@ -93,8 +100,9 @@ bool highs_event(HighsTap& st, int type, const HighsCallbackDataOut* out, HighsC
       break;
   }
   if (type == kHighsCallbackCallbackMipUserSolution) return true;
-  // VLMcbstoponemultiobj: this solve (one objective level) ends; the driver goes on.
-  if (in != nullptr && st.user->stop_objective() >= 0) {
+  // VLMcbstoponemultiobj, or VLMcbproceed during a level: this solve (one objective level)
+  // ends; the driver goes on.
+  if (in != nullptr && (st.user->stop_objective() >= 0 || (st.user->in_level() && st.user->proceed_pending()))) {
     in->user_interrupt = 1;
     return true;
   }

@@ -15,6 +15,7 @@ struct HighsTap {
   int user_cols = 0;        // the user's variables are the first columns
   int solutions = 0;        // MIP solutions found so far (MIPSOL counts the one it reports)
   int cuts = 0;             // the root cut pool's size, once HiGHS reports it
+  double last_poll = 0.0;   // when POLLING was last called from a MIP interrupt
 };
 
 // Handles one HiGHS event for the user's callback. True when the engine should do nothing more

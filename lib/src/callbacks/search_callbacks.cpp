@@ -25,6 +25,7 @@ void SearchCallbacks::collect(algorithms::HookReply& r) {
   if (!got.heuristic.empty()) r.heuristic = std::move(got.heuristic);
   // A terminate asked for during the call, or before it from another thread.
   if (s_.terminate_requested()) r.terminate = true;
+  if (s_.take_proceed()) r.proceed = true;
 }
 
 void SearchCallbacks::at_solution(const algorithms::SearchProgress& p, const std::vector<double>& x, double obj,
@@ -42,6 +43,11 @@ void SearchCallbacks::at_node(const algorithms::SearchProgress& p, int status, c
   q.node_status = status;
   q.x = status == VLM_OPTIMAL && !x.empty() ? x.data() : nullptr;
   s_.call(VLM_CB_MIPNODE, q, true, true);
+  collect(r);
+}
+
+void SearchCallbacks::at_poll(algorithms::HookReply& r) {
+  s_.call(VLM_CB_POLLING, Point{});
   collect(r);
 }
 

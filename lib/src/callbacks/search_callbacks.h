@@ -1,6 +1,7 @@
 // SearchCallbacks: the SearchHooks of the branch-and-cut search, turned into calls of the user's
-// callback (at_solution -> MIPSOL, at_node -> MIPNODE, at_progress -> MIP), and what the
-// callback handed back (VLMcblazy, VLMcbcut, VLMcbsolution, VLMterminate) turned into the reply.
+// callback (at_solution -> MIPSOL, at_node -> MIPNODE, at_progress -> MIP, at_poll -> POLLING),
+// and what the callback handed back (VLMcblazy, VLMcbcut, VLMcbsolution, VLMterminate,
+// VLMcbproceed) turned into the reply.
 #pragma once
 
 #include "algorithms/search_hooks.h"
@@ -19,6 +20,7 @@ class SearchCallbacks : public algorithms::SearchHooks {
   void at_node(const algorithms::SearchProgress& p, int status, const std::vector<double>& x,
                algorithms::HookReply& r) override;
   void at_progress(const algorithms::SearchProgress& p, algorithms::HookReply& r) override;
+  void at_poll(algorithms::HookReply& r) override;
 
  private:
   // Moves what the call handed back into `r`.

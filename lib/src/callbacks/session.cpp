@@ -202,7 +202,7 @@ Status Session::get(int where, int what, void* result) {
       return Status::Ok();
     case VLM_CB_PRE_COLDEL: case VLM_CB_PRE_ROWDEL: case VLM_CB_PRE_SENCHG: case VLM_CB_PRE_BNDCHG:
     case VLM_CB_PRE_COECHG:
-      return not_available(what, "the engine does not report presolve reductions");
+      return not_available(what, "HiGHS presolves inside its solve and reports no reductions while it runs");
     case VLM_CB_SPX_ITRCNT: return dbl(p.itcount);
     case VLM_CB_SPX_OBJVAL: return num(p.objval, "the engine does not report the objective during simplex iterations");
     case VLM_CB_SPX_PRIMINF: return num(p.priminf, "the engine does not report infeasibilities during simplex iterations");

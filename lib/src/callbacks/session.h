@@ -16,6 +16,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "algorithms/search_hooks.h"
@@ -71,6 +72,15 @@ class Session : public Env::MessageTap {
   void note_terminate() { terminated_ = true; }
   // The objective level that VLMcbstoponemultiobj asked to end, or -1; reset by the caller.
   int& stop_objective() { return stop_obj_; }
+  // VLMcbproceed: the driver running ends its current phase (a level of the multi-objective
+  // solve, the first phase of the hybrid search); with no phase to end it has no effect.
+  void request_proceed() { proceed_ = true; }
+  // Whether a proceed was asked for since the last take; clears it.
+  bool take_proceed() { return std::exchange(proceed_, false); }
+  // Whether a proceed waits to be taken (HiGHS's events read it without taking it).
+  bool proceed_pending() const { return proceed_; }
+  // A multi-objective level is being solved by one HiGHS run: a proceed interrupts it.
+  bool& in_level() { return in_level_; }
   // Seconds since the session started.
   double runtime() const;
 
@@ -101,6 +111,7 @@ class Session : public Env::MessageTap {
   algorithms::HookReply reply_;
   std::atomic<bool> terminated_{false};
   int stop_obj_ = -1;
+  bool proceed_ = false, in_level_ = false;
   double t0_ = 0.0, cpu0_ = 0.0;
   std::mutex deferred_mutex_;
   std::vector<std::string> deferred_;

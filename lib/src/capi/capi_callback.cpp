@@ -87,6 +87,7 @@ VLM_API int VLMcbcut(void* cbdata, int cutlen, const int* cutind, const double* 
 VLM_API int VLMcbproceed(void* cbdata) {
   return cb_call(cbdata, [&](Session& s) {
     if (!s.in_call()) return Status(VLM_ERROR_CALLBACK, "Callback data used outside the callback call it was given to");
+    s.request_proceed();
     return Status::Ok();
   });
 }

@@ -489,14 +489,15 @@ StatusOr<std::unique_ptr<Solution>> solve(Model& m, const Problem& p, const Phas
   // The quadratic search passes its own problems: it gets an instance of its own, and the
   // kept one (which would not match it afterwards) is dropped. (Never with `unchanged`: p would
   // go with it; a search leaves no instance, so the next solve is never unchanged.)
-  // Constraints marked Lazy are held out and added when a candidate violates them. With a
-  // quadratic objective they stay ordinary rows (which gives the same solutions).
-  const std::vector<int> lazy = p.qval.empty() ? algorithms::lazy_rows_of(d, p) : std::vector<int>{};
-  const bool quadratic = algorithms::needs_quadratic_search(d, p);
+  // Constraints marked Lazy are held out and added when a candidate violates them. With
+  // quadratic constraints or a nonconvex objective they stay ordinary rows (same solutions).
+  const bool lazy_path = algorithms::lazy_search_serves(d, p);
+  const std::vector<int> lazy = lazy_path ? algorithms::lazy_rows_of(d, p) : std::vector<int>{};
   // A callback that needs lazy constraints, user cuts or node relaxations runs the same search
-  // with its hooks.
+  // with its hooks (a convex MIQP too: its relaxations are QPs).
   callbacks::Session* session = callbacks::active(m);
-  const bool hooked = session != nullptr && p.mip && !quadratic && session->wants_search();
+  const bool hooked = session != nullptr && p.mip && lazy_path && session->wants_search();
+  const bool quadratic = algorithms::needs_quadratic_search(d, p) && lazy.empty() && !hooked;
   // SOS and indicators without finite big-Ms are branched on by a search of our own.
   const bool search = quadratic || !lazy.empty() || hooked || !p.held.empty();
   if (kept && search && !unchanged) {
