@@ -49,17 +49,25 @@ class TestLinearize:
         m.optimize()
         assert m.ObjVal == pytest.approx(12.0)
 
-    # (b = 0) => x <= 5 with x unbounded above: no big-M exists; the error names x and the
-    # model is unchanged.
-    def test_missing_bound_raises(self, m):
+    # (b = 0) => x <= 5 and (b = 1) => x <= 50 with x unbounded above: no big-M exists, so both
+    # indicators stay indicators (over a slack each) in the linearized model, and both models
+    # solve to min 2b - x = 2 - 50 = -48; the user's model keeps its two elements.
+    def test_unbounded_indicators_stay_indicators(self, m):
         b = m.addVar(vtype=VLM.BINARY, name="b")
         x = m.addVar(name="x")
         m.addGenConstrIndicator(b, False, x, "<", 5.0)
+        m.addGenConstrIndicator(b, True, x, "<", 50.0)
+        m.setObjective(2 * b - x)
         m.update()
-        with pytest.raises(VelmorError) as info:
-            m.linearize()
-        assert "'x'" in str(info.value)
-        assert m.NumGenConstrs == 1
+        lin = m.linearize()
+        lin.update()
+        assert (lin.NumGenConstrs, lin.NumVars) == (2, 4)
+        assert (m.NumGenConstrs, m.NumVars) == (2, 2)
+        for model in (m, lin):
+            model.Params.OutputFlag = 0
+            model.optimize()
+            assert model.Status == VLM.OPTIMAL and model.ObjVal == pytest.approx(-48.0)
+        assert (x.X, b.X) == (pytest.approx(50.0), pytest.approx(1.0))
 
 
 @needs_derive

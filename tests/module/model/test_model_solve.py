@@ -74,13 +74,15 @@ def test_infeasible_model_has_no_values(tmp_path):
     assert out.stderr.splitlines()[-1] == "AttributeError: Unable to retrieve attribute 'ObjVal'"
 
 
-def test_unsupported_elements_are_refused_with_their_name(tmp_path):
+# An SOS1 over two variables without upper bounds has no big-M: the search branches on the set
+# itself. min x + y with x + y >= 1 and at most one nonzero: 1, with one of them at 0.
+def test_sos_without_bounds_is_branched_on(tmp_path):
     m = read_lp(tmp_path, "Minimize\n obj: x + y\nSubject To\n c: x + y >= 1\n"
                           "SOS\n s1: S1 :: x:1 y:2\nEnd\n")
-    with pytest.raises(VelmorError) as info:
-        m.optimize()
-    assert info.value.errno == VLM.ERROR_NOT_SUPPORTED
-    assert "SOS" in str(info.value)
+    m.optimize()
+    x, y = m.getVars()
+    assert m.Status == VLM.OPTIMAL and m.ObjVal == pytest.approx(1.0)
+    assert min(abs(x.X), abs(y.X)) <= 1e-9 and x.X + y.X >= 1 - 1e-6
 
 
 def test_callback_must_be_a_plain_function(tmp_path):
