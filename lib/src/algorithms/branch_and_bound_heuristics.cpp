@@ -41,17 +41,7 @@ double BranchAndBound::check_point(const std::vector<double>& x) const {
   for (const auto& sep : seps_) {
     if (!sep->acceptable(x)) return NAN;
   }
-  double v = p_.objcon;
-  for (int j = 0; j < p_.ncol; ++j) v += p_.cost[j] * x[j];
-  const int nq = static_cast<int>(p_.qstart.size());
-  for (int j = 0; j < nq; ++j) {
-    const int end = j + 1 < nq ? p_.qstart[j + 1] : static_cast<int>(p_.qval.size());
-    for (int k = p_.qstart[j]; k < end; ++k) {
-      const int i = p_.qindex[k];
-      v += (i == j ? 0.5 : 1.0) * p_.qval[k] * x[i] * x[j];
-    }
-  }
-  return p_.sense * v;
+  return p_.sense * p_.objective_value(x);
 }
 
 double BranchAndBound::probe(const std::vector<BoundChange>& changes, int iterations) {

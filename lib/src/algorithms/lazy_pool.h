@@ -82,20 +82,7 @@ class LazyCore {
     return std::any_of(pool_.begin(), pool_.end(), [&](const PoolRow& r) { return violation(r, x) > s_.feas_tol; });
   }
 
-  double objective(const std::vector<double>& x) const {
-    double v = p_.objcon;
-    for (int j = 0; j < p_.ncol; ++j) v += p_.cost[j] * x[j];
-    // 1/2 x'Qx over the lower triangle: off-diagonal entries stand for both halves.
-    const int nq = static_cast<int>(p_.qstart.size());
-    for (int j = 0; j < nq; ++j) {
-      const int end = j + 1 < nq ? p_.qstart[j + 1] : static_cast<int>(p_.qval.size());
-      for (int k = p_.qstart[j]; k < end; ++k) {
-        const int i = p_.qindex[k];
-        v += (i == j ? 0.5 : 1.0) * p_.qval[k] * x[i] * x[j];
-      }
-    }
-    return v;
-  }
+  double objective(const std::vector<double>& x) const { return p_.objective_value(x); }
 
   // Whether rows joined the pool since the last call (the incumbent may need a re-check).
   bool rows_added_since_check() {

@@ -37,20 +37,7 @@ bool SpatialChecker::feasible(const std::vector<double>& xt) const {
   });
 }
 
-double SpatialChecker::objective(const std::vector<double>& x) const {
-  double v = p_.objcon;
-  for (int j = 0; j < p_.ncol; ++j) v += p_.cost[j] * x[j];
-  // HiGHS' Hessian: lower triangle column-wise, objective 1/2 x'Qx.
-  const int nq = static_cast<int>(p_.qval.size());
-  for (std::size_t c = 0; c < p_.qstart.size(); ++c) {
-    const int end = c + 1 < p_.qstart.size() ? p_.qstart[c + 1] : nq;
-    for (int k = p_.qstart[c]; k < end; ++k) {
-      const int r = p_.qindex[k];
-      v += (r == static_cast<int>(c) ? 0.5 : 1.0) * p_.qval[k] * x[r] * x[c];
-    }
-  }
-  return v;
-}
+double SpatialChecker::objective(const std::vector<double>& x) const { return p_.objective_value(x); }
 
 bool SpatialSeparator::separate(const std::vector<double>& x, std::vector<Cut>& out) {
   for (const ProductTerm& t : rel_.terms()) {

@@ -14,6 +14,20 @@ double to_working(double v) {
   return v;
 }
 
+double WorkingProblem::objective_value(const std::vector<double>& x) const {
+  double v = objcon;
+  for (int j = 0; j < ncol; ++j) v += cost[j] * x[j];
+  const int nq = static_cast<int>(qstart.size());
+  for (int j = 0; j < nq; ++j) {
+    const int end = j + 1 < nq ? qstart[j + 1] : static_cast<int>(qval.size());
+    for (int k = qstart[j]; k < end; ++k) {
+      const int i = qindex[k];
+      v += (i == j ? 0.5 : 1.0) * qval[k] * x[i] * x[j];
+    }
+  }
+  return v;
+}
+
 int WorkingProblem::add_col(double lb, double ub, int integrality_code, double c) {
   cost.push_back(c);
   lower.push_back(lb);

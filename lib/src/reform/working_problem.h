@@ -80,6 +80,10 @@ struct WorkingProblem {
   // Appends the row lo <= sum val[k] x[ind[k]] <= up. O(terms) amortised.
   void add_row(const std::vector<int>& ind, const std::vector<double>& val, double lo, double up);
   int num_nonzeros() const { return static_cast<int>(aval.size()); }
+  // The objective at `x` (ncol values) in the model's own sense: objcon + cost'x + 1/2 x'Qx,
+  // Q being the lower-triangle Hessian (an off-diagonal entry stands for both halves).
+  // O(columns + Hessian entries).
+  double objective_value(const std::vector<double>& x) const;
 };
 
 // Converts a library value (+-VLM_INFINITY for infinite) to the working problem's form.
