@@ -4,6 +4,7 @@
 #include <cmath>
 #include <vector>
 
+#include "analysis/engine_presolve.h"
 #include "analysis/submodel.h"
 
 namespace vlm::analysis {
@@ -84,6 +85,12 @@ bool constant_row_holds(char s, double b) {
 
 StatusOr<std::unique_ptr<Model>> presolved_model(Model& m) {
   ModelData d = m.data();
+  // Aggressive presolve of a plain LP or MIP asks for the engine's reductions; a result that
+  // cannot be expressed in our names falls back to the library's own.
+  if (m.env().params().int_param("Presolve") == 2 && plain_linear(d)) {
+    StatusOr<ModelData> reduced = engine_presolved(d, m.env());
+    if (reduced.ok()) return model_from_data(m.env(), std::move(reduced.value()));
+  }
   const int n = d.num_vars(), rows = d.num_constrs(), nq = d.num_qconstrs();
   for (int j = 0; j < n; ++j) {
     if (d.vtype[j] == 'B') {

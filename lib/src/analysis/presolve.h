@@ -28,7 +28,9 @@
 namespace vlm::analysis {
 
 // The presolved model of the updated state, on a copy of the model's environment; any model
-// kind. Fails only when the new model cannot be built (an error of the copy). Cost: a few
+// kind. With the Presolve parameter at 2 a plain LP or MIP is reduced by the engine instead
+// (engine_presolve.h), falling back to the reductions above when that result cannot be
+// expressed in our names. Fails only when the new model cannot be built (an error of the copy). Cost: a few
 // passes over the rows and quadratic terms, each linear in the number of nonzeros.
 StatusOr<std::unique_ptr<Model>> presolved_model(Model& m);
 

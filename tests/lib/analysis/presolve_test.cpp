@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 #include <vector>
 
 #include "model_fixture.h"
@@ -176,6 +177,81 @@ TEST_F(PresolveTest, MultipleObjectivesKeepTheirValuesAndConstants) {
       EXPECT_NEAR(v, want[k], 1e-6) << "objective " << k;
     }
   }
+}
+
+// min -x - 2y - 3z  s.t.  e: x - y = 0,  c1: x + y + z <= 10,  c2: y + 2z <= 12,
+//                         c3: x + z >= 1;  x, y, z in [0, 8].
+// With x = y: 2y + z <= 10 and y + 2z <= 12 meet at y = 8/3, z = 14/3: -3 (y + z) = -22
+// (the other corners give -18 and -15). The library's reductions find nothing here (no fixed
+// variable, no one-variable row); the engine's substitute the equality away at least.
+TEST_F(PresolveTest, AggressivePresolveUsesTheEnginesReductionsWithOurNames) {
+  var(-1, 0, 8, 'C', "x");
+  var(-2, 0, 8, 'C', "y");
+  var(-3, 0, 8, 'C', "z");
+  ASSERT_EQ(VLMaddconstr(m_, 2, std::vector<int>{0, 1}.data(), std::vector<double>{1, -1}.data(), '=', 0, "e"),
+            VLM_OK);
+  ASSERT_EQ(VLMaddconstr(m_, 3, std::vector<int>{0, 1, 2}.data(), std::vector<double>{1, 1, 1}.data(), '<', 10,
+                         "c1"),
+            VLM_OK);
+  ASSERT_EQ(VLMaddconstr(m_, 2, std::vector<int>{1, 2}.data(), std::vector<double>{1, 2}.data(), '<', 12, "c2"),
+            VLM_OK);
+  ASSERT_EQ(VLMaddconstr(m_, 2, std::vector<int>{0, 2}.data(), std::vector<double>{1, 1}.data(), '>', 1, "c3"),
+            VLM_OK);
+  presolve();
+  EXPECT_EQ(count("NumVars"), 3);  // the library's own presolve keeps everything
+  EXPECT_EQ(count("NumConstrs"), 4);
+  VLMfreemodel(p_);
+  p_ = nullptr;
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "Presolve", 2), VLM_OK);
+  presolve();
+  const int vars = count("NumVars"), rows = count("NumConstrs");
+  EXPECT_LT(vars + rows, 7);
+  for (int j = 0; j < vars; ++j) {
+    char* name = nullptr;
+    ASSERT_EQ(VLMgetstrattrelement(p_, "VarName", j, &name), VLM_OK);
+    EXPECT_TRUE(std::string(name) == "x" || std::string(name) == "y" || std::string(name) == "z") << name;
+  }
+  EXPECT_NEAR(solved(p_), -22.0, 1e-6);
+  EXPECT_NEAR(solved(m_), -22.0, 1e-6);
+}
+
+// max 5x + 4y + z  s.t.  cap: 6x + 4y <= 24,  lab: x + 2y <= 6,  link: z - x <= 0,
+// copy: w - x = 0, x, y integer >= 0, z in [0, 3], w in [0, 10] without cost.
+// Integer points: (4, 0) gives 20 + 3 = 23, (3, 1) 19 + 3 = 22, (2, 2) 18 + 2 = 20: optimum 23
+// (w = 4). The copy row and w go (the library's presolve keeps both); a maximisation checks
+// that the engine's costs and offset come back with our sense.
+TEST_F(PresolveTest, AggressivePresolveOfAMaximisingMipKeepsItsOptimum) {
+  var(5, 0, 1e100, 'I', "x");
+  var(4, 0, 1e100, 'I', "y");
+  var(1, 0, 3, 'C', "z");
+  var(0, 0, 10, 'C', "w");
+  row({0, 1}, {6, 4}, '<', 24);
+  row({0, 1}, {1, 2}, '<', 6);
+  row({2, 0}, {1, -1}, '<', 0);
+  row({3, 0}, {1, -1}, '=', 0);
+  ASSERT_EQ(VLMsetintattr(m_, "ModelSense", -1), VLM_OK);
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "Presolve", 2), VLM_OK);
+  presolve();
+  EXPECT_LE(count("NumVars"), 3);
+  EXPECT_LE(count("NumConstrs"), 3);
+  EXPECT_NEAR(solved(p_), 23.0, 1e-6);
+  EXPECT_NEAR(solved(m_), 23.0, 1e-6);
+}
+
+// x + y >= 5 with x, y in [0, 2]: infeasible. HiGHS decides that in presolve and hands back
+// no problem; the library's reductions then keep the model, so its solve says infeasible.
+TEST_F(PresolveTest, AggressivePresolveOfAnInfeasibleModelFallsBackAndStaysInfeasible) {
+  var(1, 0, 2, 'C', "x");
+  var(1, 0, 2, 'C', "y");
+  row({0, 1}, {1, 1}, '>', 5);
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "Presolve", 2), VLM_OK);
+  presolve();
+  EXPECT_EQ(count("NumVars"), 2);
+  EXPECT_EQ(count("NumConstrs"), 1);
+  ASSERT_EQ(VLMoptimize(p_), VLM_OK);
+  int s = 0;
+  ASSERT_EQ(VLMgetintattr(p_, "Status", &s), VLM_OK);
+  EXPECT_EQ(s, VLM_INFEASIBLE);
 }
 
 }  // namespace
