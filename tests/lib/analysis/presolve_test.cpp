@@ -254,4 +254,35 @@ TEST_F(PresolveTest, AggressivePresolveOfAnInfeasibleModelFallsBackAndStaysInfea
   EXPECT_EQ(s, VLM_INFEASIBLE);
 }
 
+// min x + 2y  s.t.  x + y >= 3,  y - x >= -1  (x, y >= 0): HiGHS removes everything; the
+// optimum x = 2, y = 1 (from the two rows as equalities) gives 4, left as the constant.
+TEST_F(PresolveTest, AggressivePresolveReducingToNothingKeepsTheOptimumAsConstant) {
+  var(1, 0, 1e100, 'C', "x");
+  var(2, 0, 1e100, 'C', "y");
+  row({0, 1}, {1, 1}, '>', 3);
+  row({1, 0}, {1, -1}, '>', -1);
+  ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), "Presolve", 2), VLM_OK);
+  presolve();
+  EXPECT_NEAR(solved(p_), 4.0, 1e-6);
+  EXPECT_NEAR(solved(m_), 4.0, 1e-6);
+}
+
+// min pwl(x) + y  s.t.  y + f >= 3,  f fixed at 1;  pwl through (0, 4), (2, 0), (4, 4),
+// x in [0, 4] in no row, y >= 0. Optimum x = 2, y = 2: 0 + 2 = 2; only x is left. x has no linear cost, so
+// the "in no row" step would put it at 0 (value 4) were it not protected.
+TEST_F(PresolveTest, PiecewiseLinearObjectiveVariablesStay) {
+  var(0, 0, 4, 'C', "x");
+  var(1, 0, 1e100, 'C', "y");
+  var(0, 1, 1, 'C', "f");
+  row({1, 2}, {1, 1}, '>', 3);
+  const double px[] = {0, 2, 4}, py[] = {4, 0, 4};
+  ASSERT_EQ(VLMsetpwlobj(m_, 0, 3, px, py), VLM_OK);
+  presolve();
+  EXPECT_EQ(count("NumVars"), 1);  // y >= 2 becomes a bound, then y goes to it
+  EXPECT_EQ(count("NumPWLObjVars"), 1);
+  EXPECT_EQ(index_of("x"), 0);
+  EXPECT_NEAR(solved(p_), 2.0, 1e-6);
+  EXPECT_NEAR(solved(m_), 2.0, 1e-6);
+}
+
 }  // namespace
