@@ -800,8 +800,10 @@ VLM_API int VLMfeasibility(VLMmodel *model, VLMmodel **feasP);
 VLM_API int VLMdualmodel(VLMmodel *model, VLMmodel **dualP);
 
 /* A presolved model with the same optimal value: rows without variables or with one variable
- * (which becomes a bound) removed, fixed variables and variables in no row substituted. Names
- * and order of what remains are kept. Linear models only (VLM_ERROR_NOT_SUPPORTED otherwise). */
+ * (which becomes a bound) removed, fixed variables substituted (also into quadratic terms and
+ * every objective), variables in no row fixed; SOS, general constraints, piecewise-linear and
+ * multiple objectives carried over. Names and order of what remains are kept. With Presolve 2
+ * a plain LP or MIP is reduced by the engine's stronger presolve. Any model kind. */
 VLM_API int VLMpresolvemodel(VLMmodel *model, VLMmodel **presolvedP);
 
 /* ---------------------------------------------------------------------------------------
