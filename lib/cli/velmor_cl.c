@@ -153,7 +153,12 @@ int main(int argc, char **argv) {
   if (rc != 0) return fail(env, rc, EXIT_READ);
 
   code = EXIT_FAILED;
-  rc = VLMsetsignal(model);
+  /* The library writes ResultFile at the end of VLMoptimize; the solver writes it itself, after
+     printing the status, so that a failed write still shows how the solve ended. */
+  result[0] = '\0';
+  rc = VLMgetstrparam(VLMgetenv(model), "ResultFile", result);
+  if (rc == 0 && result[0] != '\0') rc = VLMsetstrparam(VLMgetenv(model), "ResultFile", "");
+  if (rc == 0) rc = VLMsetsignal(model);
   if (rc == 0) rc = VLMoptimize(model);
   if (rc == 0) rc = VLMgetintattr(model, "Status", &status);
   if (rc == 0) rc = VLMgetintattr(model, "SolCount", &solcount);
@@ -161,7 +166,7 @@ int main(int argc, char **argv) {
     code = exit_for_status(status);
     printf("\nStatus: %s\n", status_name(status));
     if (solcount > 0 && VLMgetdblattr(model, "ObjVal", &objval) == 0) printf("Objective value: %.12g\n", objval);
-    if (VLMgetstrparam(VLMgetenv(model), "ResultFile", result) == 0 && result[0] != '\0') {
+    if (result[0] != '\0') {
       rc = VLMwrite(model, result);
       if (rc == 0) printf("Wrote result file '%s'\n", result);
     }

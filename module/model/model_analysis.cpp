@@ -198,8 +198,11 @@ const char presolve_doc[] =
     "Applies pending changes (update()) and returns a new Model with the same optimal value and\n"
     "usually fewer elements: rows without variables or with a single variable (which becomes a\n"
     "bound) are removed, fixed variables and variables that appear in no constraint are\n"
-    "substituted into the objective constant and right-hand sides. What remains keeps its names.\n"
-    "Raises VelmorError for models with quadratic parts, SOS or general constraints.";
+    "substituted into the objective constant and right-hand sides (into linear terms where they\n"
+    "appear in products). Variables of SOS, general constraints, piecewise-linear or further\n"
+    "objectives are kept, and those elements are carried over. With the Presolve parameter at 2,\n"
+    "a linear model goes through HiGHS's stronger presolve instead. What remains keeps its names;\n"
+    "solutions of the presolved model are not mapped back.";
 
 const char getjsonsolution_doc[] =
     "getJSONSolution($self)\n--\n\n"

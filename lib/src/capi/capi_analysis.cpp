@@ -8,6 +8,7 @@
 #include "analysis/iis.h"
 #include "analysis/presolve.h"
 #include "capi/capi_guard.h"
+#include "capi/capi_write.h"
 #include "capi/capi_model.h"
 #include "velmor_c.h"
 
@@ -34,7 +35,10 @@ int derive(VLMmodel* model, VLMmodel** resultP, Build build) {
 extern "C" {
 
 VLM_API int VLMcomputeIIS(VLMmodel* model) {
-  return model_call(model, [](Model& m) { return vlm::analysis::compute_iis(m); });
+  return model_call(model, [](Model& m) {
+    VLM_RETURN_IF_ERROR(vlm::analysis::compute_iis(m));
+    return vlm::capi::write_result_file(m);
+  });
 }
 
 VLM_API int VLMfeasrelax(VLMmodel* model, int relaxobjtype, int minrelax, const double* lbpen,

@@ -6,6 +6,7 @@
 #include "analysis/stop_scope.h"
 #include "callbacks/session.h"
 #include "capi/capi_guard.h"
+#include "capi/capi_write.h"
 #include "engine/engine.h"
 #include "velmor_c.h"
 
@@ -16,7 +17,10 @@ using vlm::capi::model_call;
 extern "C" {
 
 VLM_API int VLMoptimize(VLMmodel* model) {
-  return model_call(model, [](Model& m) { return vlm::algorithms::optimize(m); });
+  return model_call(model, [](Model& m) {
+    VLM_RETURN_IF_ERROR(vlm::algorithms::optimize(m));
+    return vlm::capi::write_result_file(m);
+  });
 }
 
 VLM_API int VLMtunemodel(VLMmodel* model) {
