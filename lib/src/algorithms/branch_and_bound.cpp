@@ -635,10 +635,10 @@ StatusOr<SearchResult> BranchAndBound::run() {
     r_.nodes += 1;
     if (node_status_ != 0 && s_.node_status) s_.node_status(node_status_);
     if (out == Outcome::kError) {
-      // The node is dropped: the search goes on, but cannot claim optimality any more.
-      // Its bound stays in the result's: what it held is not searched, not excluded.
+      // The node is dropped: the search goes on. Its bound stays in the result's: what it
+      // held is not searched, not excluded, so optimality holds only if that bound is within
+      // the gap at the end (checked below).
       log("HiGHS failed to solve the relaxation of node " + log_number(r_.nodes - 1) + "; the node is dropped");
-      trouble_ = true;
       r_.dropped += 1;
       dropped_bound_ = std::min(dropped_bound_, node.bound);
       continue;
@@ -672,10 +672,10 @@ StatusOr<SearchResult> BranchAndBound::run() {
   if (next) bound = std::min(bound, next->bound);
   for (const Node& n : heap) bound = std::min(bound, n.bound);
   if (stop_by_objective_ && status == 0 && (next || !heap.empty())) status = VLM_USER_OBJ_LIMIT;
-  // Pruning done with a dropped incumbent proves nothing below its value.
-  if (status == 0 && std::isfinite(ceiling_) && (!r_.has_solution || incumbent_ - bound > gap_target(incumbent_))) {
-    trouble_ = true;
-  }
+  // Pruning done with a dropped incumbent proves nothing below its value, and a dropped node
+  // nothing below its bound: either stands as proof only when the final bound is within the gap.
+  const bool gap_open = !r_.has_solution || incumbent_ - bound > gap_target(incumbent_);
+  if (status == 0 && (std::isfinite(ceiling_) || r_.dropped > 0) && gap_open) trouble_ = true;
   if (unbounded) {
     r_.status = p_.mip ? VLM_INF_OR_UNBD : VLM_UNBOUNDED;
     r_.has_solution = false;

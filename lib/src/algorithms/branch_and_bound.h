@@ -318,7 +318,9 @@ class BranchAndBound : public NodeProbe {
   double pruned_at_ = INFINITY, ceiling_ = INFINITY;
   int node_status_ = 0;  // how the last node's relaxation ended, when not optimal (VLM_ status)
   int unbounded_rays_ = 0;
-  bool trouble_ = false;  // a point neither accepted nor cut: optimality is not proven
+  // Optimality is not proven: a point neither accepted nor cut, or dropped nodes or incumbents
+  // whose bounds leave the gap open.
+  bool trouble_ = false;
   double start_ = 0.0;
   // Open nodes and their best bound (minimised sense), kept for progress().
   double open_nodes_ = 0, open_bound_ = -INFINITY;
