@@ -62,26 +62,7 @@ class ConcurrentTest : public ReformTest {
   }
   // A 0-1 knapsack over 30 items and 4 rows from a fixed sequence (a few hundredths of a
   // second per solve): its optimum is taken from a plain solve.
-  void knapsack() {
-    unsigned s = 12345;
-    auto next = [&s](int lo, int hi) {
-      s = s * 1103515245u + 12345u;
-      return lo + static_cast<int>((s >> 16) % static_cast<unsigned>(hi - lo + 1));
-    };
-    for (int j = 0; j < 30; ++j) var(next(10, 60), 0, 1, 'B', nullptr);
-    for (int i = 0; i < 4; ++i) {
-      std::vector<int> ind;
-      std::vector<double> val;
-      double total = 0;
-      for (int j = 0; j < 30; ++j) {
-        ind.push_back(j);
-        val.push_back(next(5, 40));
-        total += val.back();
-      }
-      row(ind, val, '<', std::floor(total / 3));
-    }
-    maximize();
-  }
+  void knapsack() { seeded_knapsack(30, 4); }
   void set_int(const char* name, int v) { ASSERT_EQ(VLMsetintparam(VLMgetenv(m_), name, v), VLM_OK) << name; }
   void set_dbl(const char* name, double v) { ASSERT_EQ(VLMsetdblparam(VLMgetenv(m_), name, v), VLM_OK) << name; }
   void collect_log() {

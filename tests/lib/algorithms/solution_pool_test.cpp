@@ -203,24 +203,7 @@ TEST_F(SolutionPoolTest, OnlyTheIntegerPartDistinguishesSolutions) {
 // minutes, so a 1 s limit ends the search with status TIME_LIMIT, the optimum first and the
 // solutions found so far sorted best first.
 TEST_F(SolutionPoolTest, TimeLimitStopsTheSearchWithWhatItFound) {
-  unsigned s = 12345;
-  auto next = [&s](int lo, int hi) {
-    s = s * 1103515245u + 12345u;
-    return lo + static_cast<int>((s >> 16) % static_cast<unsigned>(hi - lo + 1));
-  };
-  for (int j = 0; j < 40; ++j) var(next(10, 60), 0, 1, 'B', nullptr);
-  for (int i = 0; i < 5; ++i) {
-    std::vector<int> ind;
-    std::vector<double> val;
-    double total = 0;
-    for (int j = 0; j < 40; ++j) {
-      ind.push_back(j);
-      val.push_back(next(5, 40));
-      total += val.back();
-    }
-    row(ind, val, '<', std::floor(total / 3));
-  }
-  maximize();
+  seeded_knapsack(40, 5);
   set_int("PoolSearchMode", 2);
   set_int("PoolSolutions", 50);
   set_dbl("TimeLimit", 1.0);

@@ -17,26 +17,7 @@ class TunerTest : public ReformTest {
  protected:
   // A multi-dimensional 0-1 knapsack with 30 items and 4 capacity rows, generated from a fixed
   // linear congruential sequence: large enough to take HiGHS a few hundredths of a second.
-  void knapsack() {
-    unsigned s = 12345;
-    auto next = [&s](int lo, int hi) {
-      s = s * 1103515245u + 12345u;
-      return lo + static_cast<int>((s >> 16) % static_cast<unsigned>(hi - lo + 1));
-    };
-    for (int j = 0; j < 30; ++j) var(next(10, 60), 0, 1, 'B', nullptr);
-    for (int i = 0; i < 4; ++i) {
-      std::vector<int> ind;
-      std::vector<double> val;
-      double total = 0;
-      for (int j = 0; j < 30; ++j) {
-        ind.push_back(j);
-        val.push_back(next(5, 40));
-        total += val.back();
-      }
-      row(ind, val, '<', std::floor(total / 3));
-    }
-    maximize();
-  }
+  void knapsack() { seeded_knapsack(30, 4); }
   double param(const char* name) {
     double v = NAN;
     int iv = 0;

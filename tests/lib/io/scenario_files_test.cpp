@@ -226,6 +226,20 @@ TEST_F(ScenarioFileTest, SharedLabelOfAChangedConstraintIsRefusedInLp) {
 const char* const kLpHead =
     "Minimize\n obj: x + y\nSubject To\n c0: x + y >= 1\n c1: x - y <= 3\nBounds\n x <= 4\n";
 
+// The two scenarios both readers' tests write: an unnamed one moving c1's right-hand side to
+// -2, and "two words" freeing x below, y above and giving y the cost 2.5.
+void expect_every_kind_of_change(const vlm::Model* m) {
+  ASSERT_NE(m, nullptr);
+  const vlm::ModelData& d = m->data();
+  ASSERT_EQ(d.scenarios.size(), 2u);
+  EXPECT_EQ(d.scenarios[0].name, "");
+  EXPECT_EQ(d.scenarios[0].rhs, (std::map<int, double>{{1, -2}}));
+  EXPECT_EQ(d.scenarios[1].name, "two words");
+  EXPECT_EQ(d.scenarios[1].lb, (std::map<int, double>{{0, -VLM_INFINITY}}));
+  EXPECT_EQ(d.scenarios[1].ub, (std::map<int, double>{{1, VLM_INFINITY}}));
+  EXPECT_EQ(d.scenarios[1].obj, (std::map<int, double>{{1, 2.5}}));
+}
+
 TEST(ScenarioLpReaderTest, ReadsEveryKindOfChange) {
   auto m = read_lp_text(std::string(kLpHead) +
                         "Scenarios\n"
@@ -236,15 +250,7 @@ TEST(ScenarioLpReaderTest, ReadsEveryKindOfChange) {
                         "  UB y = 1e30\n"
                         "  Obj y = 2.5\n"
                         "End\n");
-  ASSERT_NE(m, nullptr);
-  const vlm::ModelData& d = m->data();
-  ASSERT_EQ(d.scenarios.size(), 2u);
-  EXPECT_EQ(d.scenarios[0].name, "");
-  EXPECT_EQ(d.scenarios[0].rhs, (std::map<int, double>{{1, -2}}));
-  EXPECT_EQ(d.scenarios[1].name, "two words");
-  EXPECT_EQ(d.scenarios[1].lb, (std::map<int, double>{{0, -VLM_INFINITY}}));
-  EXPECT_EQ(d.scenarios[1].ub, (std::map<int, double>{{1, VLM_INFINITY}}));
-  EXPECT_EQ(d.scenarios[1].obj, (std::map<int, double>{{1, 2.5}}));
+  expect_every_kind_of_change(m.get());
 }
 
 TEST(ScenarioLpReaderTest, MalformedSectionsAreRefusedWithTheirLine) {
@@ -285,15 +291,7 @@ TEST(ScenarioMpsReaderTest, ReadsEveryKindOfChange) {
                          " UP y 1e30\n"
                          " OB y 2.5\n"
                          "ENDATA\n");
-  ASSERT_NE(m, nullptr);
-  const vlm::ModelData& d = m->data();
-  ASSERT_EQ(d.scenarios.size(), 2u);
-  EXPECT_EQ(d.scenarios[0].name, "");
-  EXPECT_EQ(d.scenarios[0].rhs, (std::map<int, double>{{1, -2}}));
-  EXPECT_EQ(d.scenarios[1].name, "two words");
-  EXPECT_EQ(d.scenarios[1].lb, (std::map<int, double>{{0, -VLM_INFINITY}}));
-  EXPECT_EQ(d.scenarios[1].ub, (std::map<int, double>{{1, VLM_INFINITY}}));
-  EXPECT_EQ(d.scenarios[1].obj, (std::map<int, double>{{1, 2.5}}));
+  expect_every_kind_of_change(m.get());
 }
 
 TEST(ScenarioMpsReaderTest, MalformedSectionsAreRefusedWithTheirLine) {

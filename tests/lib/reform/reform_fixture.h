@@ -35,6 +35,28 @@ class ReformTest : public ModelFixture {
       EXPECT_LE(v, 1e-6) << q;
     }
   }
+  // A maximising 0-1 knapsack of `items` items and `rows` capacity rows (each a third of its
+  // row's total weight) from a fixed linear congruential sequence: the same model every run.
+  void seeded_knapsack(int items, int rows) {
+    unsigned s = 12345;
+    auto next = [&s](int lo, int hi) {
+      s = s * 1103515245u + 12345u;
+      return lo + static_cast<int>((s >> 16) % static_cast<unsigned>(hi - lo + 1));
+    };
+    for (int j = 0; j < items; ++j) var(next(10, 60), 0, 1, 'B', nullptr);
+    for (int i = 0; i < rows; ++i) {
+      std::vector<int> ind;
+      std::vector<double> val;
+      double total = 0;
+      for (int j = 0; j < items; ++j) {
+        ind.push_back(j);
+        val.push_back(next(5, 40));
+        total += val.back();
+      }
+      row(ind, val, '<', std::floor(total / 3));
+    }
+    maximize();
+  }
   // The last error's code and that its message holds `part`.
   void expect_error(int rc, int code, const std::string& part) {
     EXPECT_EQ(rc, code);
